@@ -1,0 +1,122 @@
+// SPDX-License-Identifier: MIT
+// The registry's life, its properties and its listeners. The lists: KMVDiskArbiterLists.cpp; changes:
+// KMVDiskArbiterChanges.cpp.
+#include <KMVDriveLibrary/DiskCallbacks.h>
+#include <KMVDriveLibrary/KMVDiskArbiter.h>
+#include <KMVDriveLibrary/KMVDriveKeys.h>
+
+#include <utility>
+
+#include "arbiter/KMVDiskArbiterProperties.h"
+#include "arbiter/WriterLock.h"
+#include "base/Fatal.h"
+#include "platform/DescriptionKeys.h"
+#include "platform/Platform.h"
+
+namespace {
+
+constexpr char kArbiterQueueLabel[] = "com.orvane.drive.diskarbiter";
+constexpr char kAssetQueueLabel[] = "com.orvane.drive.diskarbiter.assetmutex";
+
+/// Sessions are never released: the platform may call back as long as the process lives.
+kmv::DiskArbitrationSession* keptForEver(std::unique_ptr<kmv::DiskArbitrationSession> session) {
+  static std::mutex mutex;
+  static auto* sessions = new std::vector<std::unique_ptr<kmv::DiskArbitrationSession>>;
+  std::lock_guard lock(mutex);
+  return sessions->emplace_back(std::move(session)).get();
+}
+
+}  // namespace
+
+KMVDiskArbiter& KMVDiskArbiter::sharedInstance() {
+  kDAVolumeKindKey.assign(kmv::key::kVolumeKind);  // on every call, before anything else
+  kDAMediaBSDName.assign(kmv::key::kMediaBSDName);
+  kDAMediaBSDUnit.assign(kmv::key::kMediaBSDUnit);
+  kDAMediaContentKey.assign(kmv::key::kMediaContent);
+  static auto* instance = new KMVDiskArbiter;
+  return *instance;
+}
+
+KMVDiskArbiter::KMVDiskArbiter() : properties_(std::make_unique<Properties>()) {
+  auto& platform = kmv::Platform::current();
+  Properties& fields = *properties_;
+  fields.unmountedDiskDictionaries = std::make_shared<kmv::UnmountedDiskList>();
+  fields.disksAlreadyMountedAtInit = std::make_shared<kmv::LiveArray<kmv::URL>>();
+  fields.informationProtcolClasses = std::make_shared<kmv::LiveSet<Listener>>();
+  fields.volumeURLsCurrentlyMounted = std::make_shared<kmv::LiveSet<kmv::URL>>();
+  fields.readerWriterSemaphore = std::make_shared<kmv::Semaphore>(kmv::kWriterUnits);
+  fields.arbiterQueue = platform.queues().makeSerialQueue(kArbiterQueueLabel);
+  fields.assetMutexQueue = platform.queues().makeSerialQueue(kAssetQueueLabel);
+  fields.diskArbitrationSession = keptForEver(platform.makeDiskArbitrationSession());
+  fields.diskArbitrationSession->setQueue(fields.arbiterQueue);
+  // The topology's wrapper manager joins here, as the first listener.
+}
+
+KMVDiskArbiter::~KMVDiskArbiter() = default;
+
+void KMVDiskArbiter::startArbiter() {
+  static std::once_flag
+      once;  // one for the process: a second registry's call does nothing at all once this has run
+  std::call_once(once, [this] {
+    if (this != &sharedInstance())
+      kmv::fatal(
+          "KMVDiskArbiter: assertion failed: NO (startArbiter on a registry that is not the shared one)");
+    setPresentDiskDictionaries(std::make_shared<kmv::PresentDriveTable>());
+    const auto alreadyMounted = disksAlreadyMountedAtInit();
+    for (kmv::URL& url : kmv::Platform::current().fileSystem().mountedVolumeURLs())
+      alreadyMounted->append(std::move(url));
+    diskArbitrationSession()->registerCallbacks({NewDiskAppeared, DiskDisappeared, DiskDescriptionChanged},
+                                                this);
+  });
+}
+
+kmv::MountedDictionaries KMVDiskArbiter::mountedDictionaries() const {
+  kmv::MountedDictionaries copies;
+  const auto present = presentDiskDictionaries();
+  if (present == nullptr) return copies;
+  assetMutexQueue()->sync([&] { copies = present->copies(); });
+  return copies;
+}
+
+KMVDiskArbiter::UnmountedDictionaries KMVDiskArbiter::unmountedDictionaries() const {
+  UnmountedDictionaries copies;
+  const auto unmounted = unmountedDiskDictionaries();
+  assetMutexQueue()->sync([&] { copies = unmounted->snapshot(); });
+  return copies;
+}
+
+void KMVDiskArbiter::addAdditionalInformationListener(const Listener& listener) {
+  const auto listeners = informationProtcolClasses();
+  if (listener == nullptr || listeners->contains(listener)) return;
+  arbiterQueue()->sync([&] { listeners->add(listener); });
+}
+
+void KMVDiskArbiter::removeAdditionalInformationListener(const Listener& listener) {
+  const auto listeners = informationProtcolClasses();
+  if (!listeners->contains(listener)) return;
+  arbiterQueue()->sync([&] { listeners->remove(listener); });
+}
+
+// Plain accessors; what each holds is said in the header.
+#define KMV_PROPERTY(type, getter, setter)                   \
+  type KMVDiskArbiter::getter() const {                      \
+    return properties_->get(&Properties::getter);            \
+  }                                                          \
+  void KMVDiskArbiter::setter(type value) {                  \
+    properties_->set(&Properties::getter, std::move(value)); \
+  }
+
+KMV_PROPERTY(kmv::DiskArbitrationSession*, diskArbitrationSession, setDiskArbitrationSession)
+KMV_PROPERTY(std::shared_ptr<kmv::PresentDriveTable>, presentDiskDictionaries, setPresentDiskDictionaries)
+KMV_PROPERTY(std::shared_ptr<kmv::UnmountedDiskList>, unmountedDiskDictionaries, setUnmountedDiskDictionaries)
+KMV_PROPERTY(std::shared_ptr<kmv::SerialQueue>, arbiterQueue, setArbiterQueue)
+KMV_PROPERTY(std::shared_ptr<kmv::LiveArray<kmv::URL>>, disksAlreadyMountedAtInit,
+             setDisksAlreadyMountedAtInit)
+KMV_PROPERTY(std::shared_ptr<kmv::LiveSet<kmv::URL>>, volumeURLsCurrentlyMounted,
+             setVolumeURLsCurrentlyMounted)
+KMV_PROPERTY(std::shared_ptr<kmv::Semaphore>, readerWriterSemaphore, setReaderWriterSemaphore)
+KMV_PROPERTY(std::shared_ptr<kmv::SerialQueue>, assetMutexQueue, setAssetMutexQueue)
+KMV_PROPERTY(std::shared_ptr<kmv::LiveSet<KMVDiskArbiter::Listener>>, informationProtcolClasses,
+             setInformationProtcolClasses)
+
+#undef KMV_PROPERTY

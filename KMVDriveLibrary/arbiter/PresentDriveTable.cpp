@@ -1,0 +1,237 @@
+// SPDX-License-Identifier: MIT
+#include <KMVDriveLibrary/PresentDriveTable.h>
+
+#include <algorithm>
+#include <cmath>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <set>
+#include <string>
+#include <unordered_map>
+
+#include "base/DriveDictionaryWatcher.h"
+#include "platform/DescriptionKeys.h"
+
+namespace kmv {
+namespace {
+
+constexpr char kDriveUUID[] = "driveUUIDKey";
+
+/// The keys of the drives whose content holds a certain value, in ascending order.
+template <typename Field>
+class Index {
+ public:
+  void add(const Field& field, const URL& key) { keys_[field].insert(key); }
+  void remove(const Field& field, const URL& key) {
+    const auto it = keys_.find(field);
+    it->second.erase(key);
+    if (it->second.empty()) keys_.erase(it);
+  }
+  template <typename Wanted>
+  const URL* first(const Wanted& wanted) const {
+    const auto it = keys_.find(wanted);
+    return it == keys_.end() ? nullptr : &*it->second.begin();
+  }
+
+ private:
+  std::map<Field, std::set<URL>, std::less<>> keys_;
+};
+
+/// What a drive is found by, as its content says at one moment.
+struct Fields {
+  explicit Fields(const Dictionary& contents) : appearanceTime(contents.doubleValue(key::kAppearanceTime)) {
+    if (const std::string* text = contents.text(kDriveUUID)) driveUUID = *text;
+    if (const URL* url = contents.url(key::kVolumePath)) path = *url;
+    if (const UUID* uuid = contents.uuid(key::kVolumeUUID)) volumeUUID = uuid->string();
+  }
+  /// What is no number has no place in an order and equals nothing.
+  bool hasAppearanceTime() const { return !std::isnan(appearanceTime); }
+  friend bool operator==(const Fields&, const Fields&) = default;
+
+  std::optional<std::string> driveUUID;
+  std::optional<URL> path;
+  std::string volumeUUID;  // empty when there is none
+  double appearanceTime;
+};
+
+}  // namespace
+
+class PresentDriveTable::Core : public DriveDictionary::Watcher, public std::enable_shared_from_this<Core> {
+ public:
+  void contentsChanged(const DriveDictionary* drive) override {
+    std::lock_guard lock(mutex_);
+    changed_.push_back(drive);
+  }
+
+  Drive find(const URL& key) const {
+    std::lock_guard lock(mutex_);
+    const auto it = slots_.find(key);
+    return it == slots_.end() ? nullptr : it->second.drive;
+  }
+
+  bool remove(const URL& key) {
+    Drive last;  // may be the last reference: let go of outside the lock
+    std::lock_guard lock(mutex_);
+    const auto it = slots_.find(key);
+    if (it == slots_.end()) return false;
+    unindex(it->first, it->second.fields);
+    forget(it->second.drive.get(), key);
+    last = std::move(it->second.drive);
+    slots_.erase(it);
+    return true;
+  }
+
+  void set(const URL& key, Drive drive) {
+    remove(key);
+    if (drive == nullptr) return;
+    std::lock_guard lock(mutex_);
+    if (keysOfDrive_.count(drive.get()) == 0)
+      drive->addWatcher(shared_from_this());  // before the content is read
+    Fields fields(*drive->snapshot());
+    index(key, fields);
+    keysOfDrive_.emplace(drive.get(), key);
+    slots_.insert_or_assign(key, Slot{std::move(drive), std::move(fields)});
+  }
+
+  std::size_t count() const {
+    std::lock_guard lock(mutex_);
+    return slots_.size();
+  }
+
+  template <typename Visit>
+  void forEach(const Visit& visit) const {
+    std::lock_guard lock(mutex_);
+    for (const auto& [key, slot] : slots_) visit(key, slot.drive);
+  }
+
+  Drive firstWithUUID(std::string_view uuid) {
+    return firstBy([&] { return byDriveUUID_.first(uuid); });
+  }
+  Drive firstWithVolumePath(const URL& path) {
+    return firstBy([&] { return byPath_.first(path); });
+  }
+  Drive firstMatching(std::optional<std::string_view> uuid, std::optional<double> time) {
+    if (time && std::isnan(*time)) return nullptr;
+    return firstBy([&]() -> const URL* {
+      if (uuid && time) return byTimeAndVolumeUUID_.first(std::pair(*time, std::string(*uuid)));
+      if (time) return byTime_.first(*time);
+      return uuid ? byVolumeUUID_.first(*uuid) : nullptr;
+    });
+  }
+
+ private:
+  struct Slot {
+    Drive drive;
+    Fields fields;  // as they are indexed
+  };
+
+  template <typename Lookup>
+  Drive firstBy(const Lookup& lookup) {
+    std::lock_guard lock(mutex_);
+    followChanges();
+    const URL* key = lookup();
+    return key == nullptr ? nullptr : slots_.find(*key)->second.drive;
+  }
+
+  void index(const URL& key, const Fields& fields) {
+    if (fields.driveUUID) byDriveUUID_.add(*fields.driveUUID, key);
+    if (fields.path) byPath_.add(*fields.path, key);
+    byVolumeUUID_.add(fields.volumeUUID, key);
+    if (!fields.hasAppearanceTime()) return;
+    byTime_.add(fields.appearanceTime, key);
+    byTimeAndVolumeUUID_.add({fields.appearanceTime, fields.volumeUUID}, key);
+  }
+
+  void unindex(const URL& key, const Fields& fields) {
+    if (fields.driveUUID) byDriveUUID_.remove(*fields.driveUUID, key);
+    if (fields.path) byPath_.remove(*fields.path, key);
+    byVolumeUUID_.remove(fields.volumeUUID, key);
+    if (!fields.hasAppearanceTime()) return;
+    byTime_.remove(fields.appearanceTime, key);
+    byTimeAndVolumeUUID_.remove({fields.appearanceTime, fields.volumeUUID}, key);
+  }
+
+  void forget(DriveDictionary* drive, const URL& key) {
+    const auto [first, last] = keysOfDrive_.equal_range(drive);
+    const auto it = std::find_if(first, last, [&](const auto& entry) { return entry.second == key; });
+    if (it != last) keysOfDrive_.erase(it);
+    if (keysOfDrive_.count(drive) == 0) drive->removeWatcher(this);
+  }
+
+  /// Brings the indices up to date with the drives whose content changed since the last look-up. A drive that
+  /// left the table meanwhile is no longer known by its address and is passed over.
+  void followChanges() {
+    for (const DriveDictionary* drive : changed_) {
+      const auto [first, last] = keysOfDrive_.equal_range(drive);
+      for (auto it = first; it != last; ++it) {
+        Slot& slot = slots_.find(it->second)->second;
+        Fields fields(*slot.drive->snapshot());
+        if (fields == slot.fields) continue;
+        unindex(it->second, slot.fields);
+        index(it->second, fields);
+        slot.fields = std::move(fields);
+      }
+    }
+    changed_.clear();
+  }
+
+  mutable std::mutex mutex_;
+  std::map<URL, Slot> slots_;
+  std::unordered_multimap<const DriveDictionary*, URL> keysOfDrive_;
+  std::vector<const DriveDictionary*> changed_;
+  Index<std::string> byDriveUUID_;
+  Index<URL> byPath_;
+  Index<std::string> byVolumeUUID_;
+  Index<double> byTime_;
+  Index<std::pair<double, std::string>> byTimeAndVolumeUUID_;
+};
+
+PresentDriveTable::PresentDriveTable() : core_(std::make_shared<Core>()) {}
+PresentDriveTable::~PresentDriveTable() = default;
+
+PresentDriveTable::Drive PresentDriveTable::find(const URL& key) const {
+  return core_->find(key);
+}
+void PresentDriveTable::set(const URL& key, Drive drive) {
+  core_->set(key, std::move(drive));
+}
+bool PresentDriveTable::remove(const URL& key) {
+  return core_->remove(key);
+}
+std::size_t PresentDriveTable::count() const {
+  return core_->count();
+}
+
+std::vector<PresentDriveTable::Entry> PresentDriveTable::snapshot() const {
+  std::vector<Entry> entries;
+  core_->forEach([&](const URL& key, const Drive& drive) { entries.emplace_back(key, drive); });
+  return entries;
+}
+
+MountedDictionaries PresentDriveTable::copies() const {
+  std::vector<MountedDictionaries::Entry> entries;
+  entries.reserve(core_->count());
+  core_->forEach([&](const URL& key, const Drive& drive) { entries.emplace_back(key, drive->snapshot()); });
+  return MountedDictionaries(std::move(entries));
+}
+
+PresentDriveTable::Drive PresentDriveTable::firstWithUUID(std::string_view driveUUID) const {
+  return core_->firstWithUUID(driveUUID);
+}
+PresentDriveTable::Drive PresentDriveTable::firstWithVolumePath(const URL& path) const {
+  return core_->firstWithVolumePath(path);
+}
+PresentDriveTable::Drive PresentDriveTable::firstMatching(std::optional<std::string_view> volumeUUID,
+                                                          std::optional<double> appearanceTime) const {
+  return core_->firstMatching(volumeUUID, appearanceTime);
+}
+
+DictionarySnapshot MountedDictionaries::find(const URL& key) const {
+  const auto it =
+      std::lower_bound(entries_.begin(), entries_.end(), key,
+                       [](const Entry& entry, const URL& wanted) { return entry.first < wanted; });
+  return it != entries_.end() && it->first == key ? it->second : nullptr;
+}
+
+}  // namespace kmv

@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: MIT
+#include <KMVDriveLibrary/UnmountedDiskList.h>
+
+#include <cmath>
+
+#include "platform/DescriptionKeys.h"
+
+namespace kmv {
+
+void UnmountedDiskList::append(DictionarySnapshot description) {
+  const double time = description->doubleValue(key::kAppearanceTime);
+  std::lock_guard lock(mutex_);
+  if (!std::isnan(time)) byAppearanceTime_.emplace(time, next_);  // what is no number equals no time
+  entries_.emplace(next_++, std::move(description));
+}
+
+DictionarySnapshot UnmountedDiskList::takeFirstWithAppearanceTime(double time) {
+  std::lock_guard lock(mutex_);
+  const auto it = byAppearanceTime_.lower_bound({time, 0});
+  if (std::isnan(time) || it == byAppearanceTime_.end() || it->first != time) return nullptr;
+  const auto entry = entries_.find(it->second);
+  DictionarySnapshot description = std::move(entry->second);
+  entries_.erase(entry);
+  byAppearanceTime_.erase(it);
+  return description;
+}
+
+std::size_t UnmountedDiskList::count() const {
+  std::lock_guard lock(mutex_);
+  return entries_.size();
+}
+
+std::vector<DictionarySnapshot> UnmountedDiskList::snapshot() const {
+  std::lock_guard lock(mutex_);
+  std::vector<DictionarySnapshot> all;
+  all.reserve(entries_.size());
+  for (const auto& [position, description] : entries_) all.push_back(description);
+  return all;
+}
+
+}  // namespace kmv

@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace kmv {
+
+/// The value of a hexadecimal digit; -1 for anything else.
+int hexDigitValue(char digit);
+
+/// Path bytes as URL text: letters, digits and "-._~!$&'()*+,=:@/" stay, every other byte becomes "%XX",
+/// upper case.
+std::string percentEncodedPath(std::string_view path);
+
+/// URL text as path bytes. A "%" that no two hexadecimal digits follow stays as it is.
+std::string percentDecoded(std::string_view text);
+
+}  // namespace kmv

@@ -1,0 +1,159 @@
+// SPDX-License-Identifier: MIT
+#include <KMVDriveLibrary/URL.h>
+
+#include <array>
+
+#include "base/Percent.h"
+
+namespace kmv {
+namespace {
+
+constexpr std::string_view kFileScheme = "file://";
+
+/// Where the path begins in the text of a URL: after the scheme and the authority, if there are any.
+std::size_t pathStart(std::string_view text) {
+  const std::size_t colon = text.find_first_of(":/?#");
+  if (colon == std::string_view::npos || text[colon] != ':') return 0;
+  std::size_t start = colon + 1;
+  if (text.substr(start, 2) == "//") {
+    const std::size_t slash = text.find_first_of("/?#", start + 2);
+    start = slash == std::string_view::npos ? text.size() : slash;
+  }
+  return start;
+}
+
+std::string_view withoutTrailingSlashes(std::string_view path) {
+  while (path.size() > 1 && path.back() == '/') path.remove_suffix(1);
+  return path;
+}
+
+constexpr std::array<bool, 256> unescapedPathBytes() {
+  std::array<bool, 256> plain{};
+  for (const char c :
+       std::string_view("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~!$&'()*+,=:@/")) {
+    plain[static_cast<unsigned char>(c)] = true;
+  }
+  return plain;
+}
+
+}  // namespace
+
+int hexDigitValue(char digit) {
+  if (digit >= '0' && digit <= '9') return digit - '0';
+  if (digit >= 'a' && digit <= 'f') return digit - 'a' + 10;
+  if (digit >= 'A' && digit <= 'F') return digit - 'A' + 10;
+  return -1;
+}
+
+std::string percentEncodedPath(std::string_view path) {
+  static constexpr auto kPlain = unescapedPathBytes();
+  static constexpr char kDigits[] = "0123456789ABCDEF";
+  std::string text;
+  text.reserve(path.size());
+  for (const char c : path) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (kPlain[byte]) {
+      text += c;
+    } else {
+      text += '%';
+      text += kDigits[byte >> 4];
+      text += kDigits[byte & 15];
+    }
+  }
+  return text;
+}
+
+std::string percentDecoded(std::string_view text) {
+  std::string bytes;
+  bytes.reserve(text.size());
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '%' && i + 2 < text.size()) {
+      const int high = hexDigitValue(text[i + 1]);
+      const int low = hexDigitValue(text[i + 2]);
+      if (high >= 0 && low >= 0) {
+        bytes += static_cast<char>(high * 16 + low);
+        i += 2;
+        continue;
+      }
+    }
+    bytes += text[i];
+  }
+  return bytes;
+}
+
+URL::URL(std::string text) {
+  const std::size_t hash = std::hash<std::string>{}(text);
+  rep_ = std::make_shared<const Rep>(Rep{std::move(text), hash});
+}
+
+URL URL::fileURLWithPath(std::string_view path, bool isDirectory) {
+  std::string encoded = percentEncodedPath(withoutTrailingSlashes(path));
+  if (isDirectory && (encoded.empty() || encoded.back() != '/')) encoded += '/';
+  if (path.empty() || path.front() != '/') return URL(std::move(encoded));
+  return URL(std::string(kFileScheme) + encoded);
+}
+
+std::optional<URL> URL::fromString(std::string_view text) {
+  if (text.empty()) return std::nullopt;
+  return URL(std::string(text));
+}
+
+std::string_view URL::encodedPath() const {
+  const std::string_view text = rep_->text;
+  const std::size_t start = pathStart(text);
+  return text.substr(start, text.find_first_of("?#", start) - start);
+}
+
+URL URL::withEncodedPath(std::string_view encodedPath) const {
+  const std::string_view text = rep_->text;
+  const std::size_t start = pathStart(text);
+  const std::size_t end = text.find_first_of("?#", start);
+  std::string changed(text.substr(0, start));
+  changed += encodedPath;
+  if (end != std::string_view::npos) changed += text.substr(end);
+  return URL(std::move(changed));
+}
+
+std::string URL::path() const {
+  return percentDecoded(withoutTrailingSlashes(encodedPath()));
+}
+
+bool URL::isFileURL() const {
+  const std::string_view text = rep_->text;
+  if (text.size() < 5 || text[4] != ':') return false;
+  for (std::size_t i = 0; i < 4; ++i) {
+    if ((text[i] | 0x20) != "file"[i]) return false;
+  }
+  return true;
+}
+
+bool URL::hasDirectoryPath() const {
+  const std::string_view path = encodedPath();
+  return !path.empty() && path.back() == '/';
+}
+
+URL URL::appendingPathComponent(std::string_view component, bool isDirectory) const {
+  std::string path(encodedPath());
+  if (path.empty() || path.back() != '/') path += '/';
+  while (!component.empty() && component.front() == '/') component.remove_prefix(1);
+  const bool endsInSlash = !component.empty() && component.back() == '/';
+  path += percentEncodedPath(component);
+  if (isDirectory && !endsInSlash && path.back() != '/') path += '/';
+  return withEncodedPath(path);
+}
+
+URL URL::deletingLastPathComponent() const {
+  const std::string_view path = withoutTrailingSlashes(encodedPath());
+  if (path == "/") return *this;
+  const std::size_t slash = path.rfind('/');
+  if (slash == std::string_view::npos) return withEncodedPath("./");
+  return withEncodedPath(path.substr(0, slash + 1));
+}
+
+std::string URL::lastPathComponent() const {
+  const std::string_view path = withoutTrailingSlashes(encodedPath());
+  if (path == "/") return "/";
+  return percentDecoded(path.substr(path.rfind('/') + 1));
+}
+
+}  // namespace kmv

@@ -1,0 +1,70 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <KMVDriveLibrary/Export.h>
+
+#include <atomic>
+#include <optional>
+#include <string_view>
+
+// Names of notifications and keys of drive dictionaries. The texts are public contract and several differ
+// from the names of their constants; compare with the constants, or with the texts byte for byte.
+
+// Notifications, posted on `kmv::NotificationCenter::defaultCenter()`; threads and objects: docs/threads.md.
+extern KMV_EXPORT const std::string_view
+    kDiskArbiterNewDiskDetectedNotification;  ///< "kDiskArbiterNewDiskDictionary"
+extern KMV_EXPORT const std::string_view
+    kDiskArbiterRemovedDiskDetectedNotification;  ///< "kDiskArbiterDiskDictionaryRemoved"
+extern KMV_EXPORT const std::string_view
+    kDiskArbiterChangedDiskDetectedNotification;                       ///< "kDiskArbiterDictionaryChanged"
+extern KMV_EXPORT const std::string_view kDiskEjectionRejected;        ///< "kDiskEjectionRejected"
+extern KMV_EXPORT const std::string_view kDiskArbiterRenameSucceeded;  ///< "kDiskArbiterRenameSucceeded"
+extern KMV_EXPORT const std::string_view kDiskArbiterRenameFailed;     ///< "kDiskArbiterRenameFailed"
+
+// Keys of drive dictionaries. Some are the platform's own description keys on purpose: a drive dictionary is
+// the description with additions.
+extern KMV_EXPORT const std::string_view
+    kDiskLTOArbiterTapeKey;  ///< "DiskLTOArbiterTapeKey": any; marks a tape drive
+extern KMV_EXPORT const std::string_view kDiskVolumeName;  ///< "DAVolumeName": text
+extern KMV_EXPORT const std::string_view kDiskURLKey;      ///< "DAVolumePath": URL of the mount point
+extern KMV_EXPORT const std::string_view kDiskUUIDKey;     ///< "driveUUIDKey": text, the drive's identity
+/// "DAMediaRemovableActual": boolean, the registry's verdict. The spelling is part of the name.
+extern KMV_EXPORT const std::string_view kDiskRemoveableKey;
+extern KMV_EXPORT const std::string_view
+    kDiskAppearanceTimeKey;  ///< "DAAppearanceTime": real, seconds since 2001 UTC
+extern KMV_EXPORT const std::string_view kDiskNetworkKey;  ///< "DAVolumeNetwork": boolean
+extern KMV_EXPORT const std::string_view kDiskOldURLKey;   ///< "driveOldURLKey": URL before the last rename
+/// "diskMountedPriorToApplicationInstance": boolean, true when the volume was mounted before the registry
+/// started.
+extern KMV_EXPORT const std::string_view kDiskMountedPriorToApplicationInstance;
+extern KMV_EXPORT const std::string_view
+    kDiskWrapperKey;  ///< "kDiskWrapperKey": object, the drive's place in its disk
+extern KMV_EXPORT const std::string_view kDADeviceModel;  ///< "DADeviceModel": text
+
+namespace kmv {
+
+/// A text variable that is empty until the registry fills it.
+/// Threads: every member may be called from any thread.
+class KMV_EXPORT KeyVariable {
+ public:
+  constexpr KeyVariable() = default;
+  /// The text; none before the first call of `KMVDiskArbiter::sharedInstance()`.
+  std::optional<std::string_view> value() const {
+    const char* text = text_.load(std::memory_order_acquire);
+    return text == nullptr ? std::nullopt : std::optional<std::string_view>(text);
+  }
+  /// Stores a text that lives as long as the process.
+  void assign(const char* text) { text_.store(text, std::memory_order_release); }
+
+ private:
+  std::atomic<const char*> text_{nullptr};
+};
+
+}  // namespace kmv
+
+// Variables, not constants: empty until `KMVDiskArbiter::sharedInstance()` fills them, which it does on every
+// call.
+extern KMV_EXPORT kmv::KeyVariable kDAVolumeKindKey;    ///< then "DAVolumeKind"
+extern KMV_EXPORT kmv::KeyVariable kDAMediaBSDName;     ///< then "DAMediaBSDName"
+extern KMV_EXPORT kmv::KeyVariable kDAMediaBSDUnit;     ///< then "DAMediaBSDUnit"
+extern KMV_EXPORT kmv::KeyVariable kDAMediaContentKey;  ///< then "DAMediaContent"

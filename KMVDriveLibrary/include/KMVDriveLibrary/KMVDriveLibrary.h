@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+// Everything a host needs. The simulated machine for hosts' tests is apart:
+// <KMVDriveLibrary/testing/SimulatedPlatform.h>.
+#include <KMVDriveLibrary/Disk.h>
+#include <KMVDriveLibrary/DiskCallbacks.h>
+#include <KMVDriveLibrary/DriveDictionary.h>
+#include <KMVDriveLibrary/Exception.h>
+#include <KMVDriveLibrary/HiddenMounts.h>
+#include <KMVDriveLibrary/KMVDiskAdditionalInformationProtocol.h>
+#include <KMVDriveLibrary/KMVDiskArbiter.h>
+#include <KMVDriveLibrary/KMVDriveDictionaryInterpreter.h>
+#include <KMVDriveLibrary/KMVDriveKeys.h>
+#include <KMVDriveLibrary/KMVDriveLibraryVersion.h>
+#include <KMVDriveLibrary/NotificationCenter.h>
+#include <KMVDriveLibrary/Queue.h>
+#include <KMVDriveLibrary/Semaphore.h>
+#include <KMVDriveLibrary/URL.h>
+#include <KMVDriveLibrary/UUID.h>
+#include <KMVDriveLibrary/Value.h>
+#include <KMVDriveLibrary/host/OrvaneLogging.h>

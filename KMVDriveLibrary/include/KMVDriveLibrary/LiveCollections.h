@@ -1,0 +1,81 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <unordered_map>
+#include <vector>
+
+namespace kmv {
+
+/// A growing list that threads share. Membership and removal cost the same however long the list is.
+/// Enumeration order: order of insertion. Threads: every member may be called from any thread; `snapshot`
+/// never sees half a change.
+template <typename T, typename Hash = std::hash<T>>
+class LiveArray {
+ public:
+  void append(T value) {
+    std::lock_guard lock(mutex_);
+    insert(std::move(value));
+  }
+  bool contains(const T& value) const {
+    std::lock_guard lock(mutex_);
+    return index_.find(value) != index_.end();
+  }
+  /// Removes every element equal to `value`; false when there was none.
+  bool remove(const T& value) {
+    std::lock_guard lock(mutex_);
+    auto [first, last] = index_.equal_range(value);
+    if (first == last) return false;
+    for (auto it = first; it != last; ++it) elements_.erase(it->second);
+    index_.erase(first, last);
+    return true;
+  }
+  std::size_t count() const {
+    std::lock_guard lock(mutex_);
+    return elements_.size();
+  }
+  std::vector<T> snapshot() const {
+    std::lock_guard lock(mutex_);
+    std::vector<T> all;
+    all.reserve(elements_.size());
+    for (const auto& [position, value] : elements_) all.push_back(value);
+    return all;
+  }
+
+ protected:
+  void insert(T value) {
+    elements_.emplace(next_, value);
+    index_.emplace(std::move(value), next_++);
+  }
+
+  mutable std::mutex mutex_;
+  std::map<std::uint64_t, T> elements_;
+  std::unordered_multimap<T, std::uint64_t, Hash> index_;
+  std::uint64_t next_ = 0;
+};
+
+/// As `LiveArray`, but holds equal elements only once.
+template <typename T, typename Hash = std::hash<T>>
+class LiveSet : private LiveArray<T, Hash> {
+  using Base = LiveArray<T, Hash>;
+
+ public:
+  using Base::contains;
+  using Base::count;
+  using Base::remove;
+  using Base::snapshot;
+
+  /// False when an equal element was there already.
+  bool add(T value) {
+    std::lock_guard lock(this->mutex_);
+    if (this->index_.find(value) != this->index_.end()) return false;
+    Base::insert(std::move(value));
+    return true;
+  }
+};
+
+}  // namespace kmv

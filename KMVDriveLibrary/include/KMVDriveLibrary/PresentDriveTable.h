@@ -1,0 +1,80 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <KMVDriveLibrary/DriveDictionary.h>
+#include <KMVDriveLibrary/Export.h>
+#include <KMVDriveLibrary/URL.h>
+
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace kmv {
+
+/// Immutable copies of the drives that were present at one moment, by mount URL, in ascending order of the
+/// URLs.
+class KMV_EXPORT MountedDictionaries {
+ public:
+  using Entry = std::pair<URL, DictionarySnapshot>;
+  using const_iterator = std::vector<Entry>::const_iterator;
+
+  MountedDictionaries() = default;
+  /// REQUIRES: `entries` ascend strictly by URL.
+  explicit MountedDictionaries(std::vector<Entry> entries) : entries_(std::move(entries)) {}
+
+  /// The copy under `key`; null when there is none.
+  DictionarySnapshot find(const URL& key) const;
+  std::size_t size() const { return entries_.size(); }
+  bool empty() const { return entries_.empty(); }
+  const_iterator begin() const { return entries_.begin(); }
+  const_iterator end() const { return entries_.end(); }
+
+ private:
+  std::vector<Entry> entries_;
+};
+
+/// Drives by mount URL, shared between threads: the registry's list of what is mounted.
+///
+/// Besides the key, drives are found by their content at the cost of a look-up, not of a walk; changes of a
+/// drive's content are followed. Enumeration order: ascending order of the keys; "the first" means the first
+/// in this order. Threads: every member may be called from any thread; none calls out.
+class KMV_EXPORT PresentDriveTable {
+ public:
+  using Drive = std::shared_ptr<DriveDictionary>;
+  using Entry = std::pair<URL, Drive>;
+
+  PresentDriveTable();
+  ~PresentDriveTable();
+  PresentDriveTable(const PresentDriveTable&) = delete;
+  PresentDriveTable& operator=(const PresentDriveTable&) = delete;
+
+  /// The drive under `key`; null when there is none.
+  Drive find(const URL& key) const;
+  /// Puts `drive` under `key` in place of what was there. A null drive removes the entry.
+  void set(const URL& key, Drive drive);
+  /// False when there was no such entry.
+  bool remove(const URL& key);
+
+  std::size_t count() const;
+  std::vector<Entry> snapshot() const;
+  /// The content of every drive at this moment, by key.
+  MountedDictionaries copies() const;
+
+  /// The first drive whose "driveUUIDKey" is exactly this text; null when there is none.
+  Drive firstWithUUID(std::string_view driveUUID) const;
+  /// The first drive whose "DAVolumePath" equals this URL; null when there is none.
+  Drive firstWithVolumePath(const URL& path) const;
+  /// The first drive that agrees with each criterion given: the canonical text of "DAVolumeUUID" (absent
+  /// counts as the empty text), the "DAAppearanceTime" (absent counts as 0; compared as doubles). REQUIRES:
+  /// at least one criterion.
+  Drive firstMatching(std::optional<std::string_view> volumeUUID, std::optional<double> appearanceTime) const;
+
+ private:
+  class Core;
+  std::shared_ptr<Core> core_;
+};
+
+}  // namespace kmv

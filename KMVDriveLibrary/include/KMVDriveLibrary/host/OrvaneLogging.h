@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <KMVDriveLibrary/Export.h>
+
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string_view>
+
+/// What this library needs from the maker's logging framework: one shared logger with three levels. Lines go
+/// nowhere until the host sets a sink. Threads: every member may be called from any thread.
+class KMV_EXPORT OrvaneLog {
+ public:
+  enum class Level { debug, info, error };
+  /// Receives each line without a line feed, on the thread that logs. May be called from several threads at
+  /// once.
+  using Sink = std::function<void(Level, std::string_view line)>;
+
+  /// The shared logger; lives as long as the process. (OrvaneLog.default)
+  static OrvaneLog& defaultLog();
+
+  /// Replaces the sink; an empty one drops lines again. A line that another thread is logging may still reach
+  /// the old sink.
+  void setSink(Sink sink);
+
+  /// Selector: logDebug:
+  void logDebug(std::string_view line) const;
+  /// Selector: logInfo:
+  void logInfo(std::string_view line) const;
+  /// Selector: logError:
+  void logError(std::string_view line) const;
+
+ private:
+  void log(Level level, std::string_view line) const;
+
+  mutable std::mutex mutex_;
+  std::shared_ptr<const Sink> sink_;
+};

@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <KMVDriveLibrary/Disk.h>
+#include <KMVDriveLibrary/Queue.h>
+
+#include <memory>
+
+namespace kmv {
+
+/// Where a session delivers its events. All three run on the session's queue, one at a time, in the
+/// platform's order.
+struct DiskCallbacks {
+  void (*appeared)(Disk* disk, void* context) = nullptr;
+  void (*disappeared)(Disk* disk, void* context) = nullptr;
+  void (*descriptionChanged)(Disk* disk, const ChangedKeys* changedKeys, void* context) = nullptr;
+};
+
+/// Watches the platform for disks and volumes; speaks in descriptions (DescriptionKeys.h) and holds no
+/// policy.
+///
+/// What a backend promises:
+/// - Every disk that exists at registration is reported as appeared, then every change, each exactly once.
+/// - Appeared, changed and disappeared of one disk come in an order that makes sense: appeared first,
+/// disappeared last.
+/// - A mount shows as `descriptionChanged` with "DAVolumePath" when the unmounted disk was known, else as
+/// appeared with a
+///   path. A disk backed by a device shows an unmount as `descriptionChanged` without the path, one without a
+///   device as disappeared with the path. A volume that moves without changing its name disappears and
+///   appears.
+/// - "DAAppearanceTime" is given once per appearance of a device, differs between any two, and stays over
+/// mount and unmount.
+/// - `changedKeys` holds every key in which the description differs from the one of the disk's last event
+/// that carried or lost
+///   a path, so that whoever heard only of those can still recognise the disk.
+/// - Descriptions are handed over as they were when the event was queued.
+/// - A disk that cannot be described is not reported.
+class DiskArbitrationSession {
+ public:
+  virtual ~DiskArbitrationSession() = default;
+
+  /// The queue on which callbacks run. REQUIRES: called before `registerCallbacks`.
+  virtual void setQueue(std::shared_ptr<SerialQueue> queue) = 0;
+
+  /// Begins to deliver: first what exists, then what changes. No match dictionary and no list of watched
+  /// keys: everything is reported. REQUIRES: called once. Any thread; returns without waiting for a callback.
+  virtual void registerCallbacks(const DiskCallbacks& callbacks, void* context) = 0;
+
+  /// The disk mounted at `volume`, with its present description; null when nothing that is a drive is mounted
+  /// exactly there (no climbing). The description is the one that the session reports for it,
+  /// "DAAppearanceTime" included. Any thread; may wait a moment for the session to catch up with the machine,
+  /// and for the disk's own identification, but for no queue.
+  virtual std::unique_ptr<Disk> diskFromVolumePath(const URL& volume) = 0;
+};
+
+}  // namespace kmv

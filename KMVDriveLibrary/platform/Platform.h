@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <KMVDriveLibrary/Export.h>
+#include <KMVDriveLibrary/Queue.h>
+
+#include <memory>
+#include <string>
+
+#include "platform/DiskArbitrationSession.h"
+#include "platform/FileSystem.h"
+#include "platform/IORegistry.h"
+#include "platform/SystemInformation.h"
+
+namespace kmv {
+
+/// Makes the queues. Every member may be called from any thread.
+class QueueFactory {
+ public:
+  virtual ~QueueFactory() = default;
+  virtual std::shared_ptr<SerialQueue> makeSerialQueue(std::string label) = 0;
+  /// The one main queue; lives as long as the platform.
+  virtual MainQueue& mainQueue() = 0;
+};
+
+/// Everything the library knows of the machine it runs on: one narrow interface each. The only type a room is
+/// given.
+class Platform {
+ public:
+  virtual ~Platform() = default;
+
+  virtual QueueFactory& queues() = 0;
+  virtual FileSystem& fileSystem() = 0;
+  virtual IORegistry& ioRegistry() = 0;
+  virtual SystemInformation& systemInformation() = 0;
+  virtual std::unique_ptr<DiskArbitrationSession> makeDiskArbitrationSession() = 0;
+
+  /// The platform in use: the native one unless another was installed before the first call. Lives until the
+  /// process ends.
+  KMV_EXPORT static Platform& current();
+
+  /// Makes `platform` the one in use. False, and nothing happens, when `current` was called or another was
+  /// installed before.
+  KMV_EXPORT static bool install(std::unique_ptr<Platform> platform);
+};
+
+/// The backend that this build was made for; defined by that backend's folder.
+std::unique_ptr<Platform> makeNativePlatform();
+
+}  // namespace kmv

@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: MIT
+#include "platform/linux/AppearanceClock.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <limits>
+#include <mutex>
+
+namespace kmv {
+
+double nextAppearanceTime() {
+  constexpr double kReferenceDate = 978307200;  // 2001-01-01 00:00:00 UTC on the system's clock
+  static std::mutex mutex;
+  static double last = 0;
+  const std::chrono::duration<double> now = std::chrono::system_clock::now().time_since_epoch();
+  const std::lock_guard lock(mutex);
+  // Equal times would make unrelated disks one; at the start many are seen within a microsecond.
+  last = std::max(now.count() - kReferenceDate, std::nextafter(last, std::numeric_limits<double>::max()));
+  return last;
+}
+
+}  // namespace kmv

@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <string>
+
+#include "platform/FileSystem.h"
+#include "platform/linux/LinuxOptions.h"
+#include "platform/linux/MountTree.h"
+#include "platform/linux/VolumeLookup.h"
+
+namespace kmv {
+
+/// The file system and the mount table of this process's view. Any thread.
+class LinuxFileSystem final : public FileSystem {
+ public:
+  explicit LinuxFileSystem(const LinuxOptions& options);
+
+  std::vector<URL> mountedVolumeURLs() override;
+  std::vector<HiddenMount> hiddenMounts() override;
+  std::optional<URL> volumeURL(const URL& url) override;
+  std::optional<std::string> readRegularFile(const std::string& path, std::size_t mostBytes) override;
+  bool itemExists(const std::string& path) override;
+  std::optional<std::string> realPath(const std::string& path) override;
+  const std::vector<std::string>& pathAliasPrefixes() override;
+
+ private:
+  MountTree readMountTree() const;
+
+  std::string mountTable_;
+  std::string viewRoot_;
+  VolumeLookup lookup_;
+};
+
+}  // namespace kmv

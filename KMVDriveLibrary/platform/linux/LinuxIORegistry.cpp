@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: MIT
+#include "platform/linux/LinuxIORegistry.h"
+
+#include <sys/utsname.h>
+
+#include <cstdio>
+
+#include "platform/linux/Files.h"
+
+namespace kmv {
+
+LinuxIORegistry::LinuxIORegistry(const LinuxOptions& options)
+    : blockFolder_(options.sysRoot + "/class/block/") {}
+
+std::vector<IOService> LinuxIORegistry::servicesMatchingBSDName(const std::string& name) {
+  if (name.empty() || name.find('/') != std::string::npos) return {};
+  const std::string folder = blockFolder_ + name;
+  if (readAttribute(folder + "/dev").empty()) return {};
+  IOService service{name, {}};
+  for (const std::string& child : listFolder(folder)) {
+    if (!readAttribute(folder + "/" + child + "/partition").empty()) service.childNames.push_back(child);
+  }
+  return {service};
+}
+
+OperatingSystemVersion LinuxSystemInformation::operatingSystemVersion() {
+  OperatingSystemVersion version;
+  utsname system{};
+  if (::uname(&system) == 0)
+    std::sscanf(system.release, "%d.%d.%d", &version.major, &version.minor, &version.patch);
+  return version;
+}
+
+}  // namespace kmv

@@ -1,0 +1,26 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "platform/IORegistry.h"
+#include "platform/SystemInformation.h"
+#include "platform/linux/LinuxOptions.h"
+
+namespace kmv {
+
+/// The devices of /sys/class/block as services: a disk's children are its partitions. Immutable: any thread.
+class LinuxIORegistry final : public IORegistry {
+ public:
+  explicit LinuxIORegistry(const LinuxOptions& options);
+  std::vector<IOService> servicesMatchingBSDName(const std::string& name) override;
+
+ private:
+  std::string blockFolder_;
+};
+
+/// The kernel's version. Immutable: any thread.
+class LinuxSystemInformation final : public SystemInformation {
+ public:
+  OperatingSystemVersion operatingSystemVersion() override;
+};
+
+}  // namespace kmv

@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: MIT
+#include "platform/linux/LinuxPlatform.h"
+
+#include <utility>
+
+#include "platform/linux/LinuxSession.h"
+
+namespace kmv {
+
+LinuxPlatform::LinuxPlatform(LinuxOptions options)
+    : options_(std::move(options)), fileSystem_(options_), ioRegistry_(options_) {}
+
+QueueFactory& LinuxPlatform::queues() {
+  return queues_;
+}
+
+FileSystem& LinuxPlatform::fileSystem() {
+  return fileSystem_;
+}
+
+IORegistry& LinuxPlatform::ioRegistry() {
+  return ioRegistry_;
+}
+
+SystemInformation& LinuxPlatform::systemInformation() {
+  return systemInformation_;
+}
+
+std::unique_ptr<DiskArbitrationSession> LinuxPlatform::makeDiskArbitrationSession() {
+  return std::make_unique<LinuxSession>(options_);
+}
+
+std::unique_ptr<Platform> makeNativePlatform() {
+  return std::make_unique<LinuxPlatform>();
+}
+
+}  // namespace kmv

@@ -1,0 +1,241 @@
+// SPDX-License-Identifier: MIT
+#include "platform/linux/LinuxSession.h"
+
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <map>
+#include <utility>
+
+#include "base/Fatal.h"
+#include "platform/linux/AppearanceClock.h"
+#include "platform/linux/Description.h"
+#include "platform/linux/PointType.h"
+#include "platform/linux/Threads.h"
+#include "platform/linux/VolumeRules.h"
+
+namespace kmv {
+namespace {
+
+/// A disk as it was when its event was queued.
+class DescribedDisk final : public Disk {
+ public:
+  explicit DescribedDisk(Dictionary description) : description_(std::move(description)) {}
+  std::optional<Dictionary> copyDescription() const override { return description_; }
+
+ private:
+  Dictionary description_;
+};
+
+void tell(DiskEvent& event, const DiskCallbacks& callbacks, void* context) {
+  DescribedDisk disk(std::move(event.description));
+  switch (event.kind) {
+    case DiskEvent::Kind::appeared:
+      if (callbacks.appeared != nullptr) callbacks.appeared(&disk, context);
+      return;
+    case DiskEvent::Kind::disappeared:
+      if (callbacks.disappeared != nullptr) callbacks.disappeared(&disk, context);
+      return;
+    case DiskEvent::Kind::changed:
+      if (callbacks.descriptionChanged != nullptr)
+        callbacks.descriptionChanged(&disk, &event.changedKeys, context);
+      return;
+  }
+}
+
+void watch(const FileDescriptor& poll, int descriptor, std::uint32_t events) {
+  if (descriptor < 0) return;
+  epoll_event request{};
+  request.events = events;
+  request.data.fd = descriptor;
+  ::epoll_ctl(poll.get(), EPOLL_CTL_ADD, descriptor, &request);
+}
+
+/// Milliseconds until `deadline`, rounded up so that waiting them is enough; -1 for no deadline.
+int millisecondsUntil(std::optional<DiskModel::Clock::time_point> deadline) {
+  if (!deadline) return -1;
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(*deadline - DiskModel::Clock::now()).count();
+  return left > 0 ? static_cast<int>(left) : 0;
+}
+
+}  // namespace
+
+LinuxSession::LinuxSession(LinuxOptions options) : options_(std::move(options)), devices_(options_) {}
+
+LinuxSession::~LinuxSession() {
+  {
+    std::lock_guard lock(questionsMutex_);
+    listens_ = false;
+  }
+  *stopped_ = true;
+  if (!thread_.joinable()) return;
+  ::eventfd_write(wake_.get(), 1);
+  thread_.join();
+}
+
+void LinuxSession::setQueue(std::shared_ptr<SerialQueue> queue) {
+  queue_ = std::move(queue);
+}
+
+void LinuxSession::registerCallbacks(const DiskCallbacks& callbacks, void* context) {
+  if (!queue_) fatal("a disk arbitration session needs a queue before its callbacks");
+  if (thread_.joinable()) fatal("callbacks can be registered with a disk arbitration session only once");
+  callbacks_ = callbacks;
+  context_ = context;
+  wake_ = FileDescriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+  poll_ = FileDescriptor(::epoll_create1(EPOLL_CLOEXEC));
+  if (!wake_ || !poll_) fatal("no descriptors are left for a disk arbitration session");
+  // Listen first, look second: what happens in between is seen twice, and the difference is empty then.
+  monitor_ = makeDeviceMonitor(options_);
+  watcher_ = makeMountInfoWatcher(options_.procRoot);
+  watch(poll_, wake_.get(), EPOLLIN);
+  watch(poll_, monitor_->descriptor(), EPOLLIN);
+  watch(poll_, watcher_->descriptor(), watcher_->epollEvents());
+  probes_ = std::make_unique<ProbePool>(
+      [options = options_](const ProbeRequest& request) { return probeDevice(options, request); },
+      [wake = wake_.get()] { ::eventfd_write(wake, 1); });
+  model_ = std::make_unique<DiskModel>(DiskModel::Outside{
+      [this](const MountEntry& mount) { return devices_.readBehind(mount); },
+      [this](const MountEntry& mount) { return pointIsDirectory(options_.viewRoot, mount); },
+      nextAppearanceTime, options_.probing});
+  thread_ = startThread("kmv-events", [this] { run(); });
+  std::lock_guard lock(questionsMutex_);
+  listens_ = true;
+}
+
+std::unique_ptr<Disk> LinuxSession::diskFromVolumePath(const URL& volume) {
+  if (!volume.isFileURL()) return nullptr;
+  MountedDisk mounted = mountedDiskAt(volume.path());
+  return mounted ? std::make_unique<DescribedDisk>(std::move(mounted->description)) : nullptr;
+}
+
+LinuxSession::MountedDisk LinuxSession::mountedDiskAt(const std::string& point) {
+  std::future<MountedDisk> answer;
+  {
+    std::lock_guard lock(questionsMutex_);
+    if (listens_) answer = questions_.emplace_back(Question{point, {}}).answer.get_future();
+  }
+  if (!answer.valid()) return describeWithoutListening(point);
+  ::eventfd_write(wake_.get(), 1);
+  return answer.get();
+}
+
+/// Before anybody listens there is no event thread to ask: the machine is looked at once, here.
+LinuxSession::MountedDisk LinuxSession::describeWithoutListening(const std::string& point) const {
+  MountTree tree([this](const MountEntry& mount) { return pointIsDirectory(options_.viewRoot, mount); });
+  const auto table = makeMountInfoWatcher(options_.procRoot);
+  tree.apply(table->refresh(/*reported=*/false));
+  MountedDisk found;
+  tree.forEach([&](const MountEntry& entry, std::string_view rule) {
+    if (!rule.empty() || entry.point != point) return;
+    auto device = isBlockBacked(entry) ? devices_.readBehind(entry) : std::nullopt;
+    if (device && options_.probing) {
+      if (auto facts = probeDevice(options_, {*device, entry.kind})) device->facts = std::move(*facts);
+    }
+    found = DiskModel::MountedDisk{describeDisk(device ? &*device : nullptr, &entry, nextAppearanceTime()),
+                                   entry};
+  });
+  return found;
+}
+
+void LinuxSession::takeQuestions() {
+  std::lock_guard lock(questionsMutex_);
+  for (Question& question : questions_) open_.push_back(std::move(question));
+  questions_.clear();
+}
+
+/// After the model told what is. A volume whose device is still being identified is waited for; the model
+/// does so for a second at most.
+void LinuxSession::answerQuestions() {
+  std::erase_if(open_, [this](Question& question) {
+    const DiskModel::MountedDisk* disk = model_->diskAt(question.point);
+    if (disk == nullptr && model_->isAwaitedAt(question.point)) return false;
+    question.answer.set_value(disk == nullptr ? MountedDisk() : MountedDisk(*disk));
+    return true;
+  });
+}
+
+void LinuxSession::run() {
+  start();
+  while (!*stopped_) {
+    deliver();
+    answerQuestions();
+    waitForNews();
+    takeQuestions();  // before the machine is looked at: the answer is to be no older than the question
+    takeDeviceNews();
+    model_->mountsChanged(watcher_->refresh(std::exchange(mountsReported_, false)));
+    takeAnswers();
+  }
+  probes_.reset();
+  takeQuestions();
+  for (Question& question : std::exchange(open_, {})) question.answer.set_value(std::nullopt);
+}
+
+void LinuxSession::start() {
+  for (BlockDevice& device : devices_.list()) model_->deviceSeen(std::move(device));
+  model_->mountsChanged(watcher_->refresh(/*reported=*/false));
+  model_->startUpFinished();
+}
+
+void LinuxSession::waitForNews() {
+  std::array<epoll_event, 3> ready{};
+  const int count = ::epoll_wait(poll_.get(), ready.data(), static_cast<int>(ready.size()),
+                                 millisecondsUntil(model_->nextDeadline()));
+  for (int i = 0; i < count; ++i) {
+    const int descriptor = ready[static_cast<std::size_t>(i)].data.fd;
+    if (descriptor == watcher_->descriptor()) mountsReported_ = true;
+    eventfd_t ignored = 0;
+    if (descriptor == wake_.get()) ::eventfd_read(wake_.get(), &ignored);
+  }
+}
+
+void LinuxSession::takeDeviceNews() {
+  const DeviceMonitor::News news = monitor_->drain();
+  if (news.lost) {
+    model_->devicesListed(devices_.list());
+  } else {
+    takeDeviceEvents(news.events);
+  }
+}
+
+/// Each device is looked at once, however many events tell of it. An event says that something happened, not
+/// what is there now; only a removal counts as such, since the kernel announces it just before the device
+/// leaves sysfs.
+void LinuxSession::takeDeviceEvents(const std::vector<DeviceEvent>& events) {
+  std::map<std::string, const DeviceEvent*> last;
+  for (const DeviceEvent& event : events) {
+    if (event.action == "remove") model_->deviceRemovedAt(event.number, event.sequence);
+    last.insert_or_assign(event.path, &event);
+  }
+  for (const auto& [path, event] : last) {
+    if (event->action == "remove") continue;
+    if (auto device = devices_.read(event->number)) {
+      model_->deviceSeen(std::move(*device));
+    } else {
+      model_->deviceRemoved(event->number);
+    }
+  }
+}
+
+void LinuxSession::takeAnswers() {
+  for (ProbeAnswer& answer : probes_->takeAnswers()) {
+    model_->probeFinished(answer.number, answer.ticket, std::move(answer.facts));
+  }
+}
+
+void LinuxSession::deliver() {
+  std::vector<DiskEvent> events = model_->settle(DiskModel::Clock::now());
+  probes_->start(model_->takeProbeRequests());
+  if (events.empty()) return;
+  queue_->async([events = std::make_shared<std::vector<DiskEvent>>(std::move(events)), callbacks = callbacks_,
+                 context = context_, stopped = stopped_] {
+    for (DiskEvent& event : *events) {
+      if (!*stopped) tell(event, callbacks, context);
+    }
+  });
+}
+
+}  // namespace kmv

@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <KMVDriveLibrary/Queue.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+namespace kmv {
+
+/// Hands tasks to their queues when they are due, on the monotonic clock; those due at the same moment in the
+/// order in which they came. Its thread exists only while a task waits.
+///
+/// Threads: every member may be called from any thread.
+/// Owner:   nobody; never destroyed, like the workers.
+class TimerThread {
+ public:
+  static TimerThread& shared();
+
+  /// Hands `task` to `queue` after `delay`; the queue lives until then.
+  /// Failure: stops the process when the thread cannot be started.
+  void schedule(std::chrono::nanoseconds delay, std::shared_ptr<SerialQueue> queue, SerialQueue::Task task);
+
+ private:
+  using Clock = std::chrono::steady_clock;
+  struct Timer {
+    Clock::time_point due;
+    std::uint64_t number;  // of arrival
+    std::shared_ptr<SerialQueue> queue;
+    SerialQueue::Task task;
+  };
+
+  TimerThread() = default;
+
+  static bool isLater(const Timer& left, const Timer& right);
+  static void threadBody(void* timers);
+  void serve();
+
+  std::mutex mutex_;
+  std::condition_variable earlierDue_;
+  std::vector<Timer> heap_;  // the next one in front
+  std::uint64_t arrivals_ = 0;
+  bool hasThread_ = false;
+};
+
+}  // namespace kmv

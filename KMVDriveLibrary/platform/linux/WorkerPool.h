@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <condition_variable>
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+
+namespace kmv {
+
+/// Something that a worker thread runs once per submission.
+class Work {
+ public:
+  virtual ~Work() = default;
+  virtual void runOnWorker() = 0;
+};
+
+/// Starts a detached thread called `name` (at most 15 bytes) whose signals go to the host's own threads; only
+/// faults of its own reach it. False when the system has no thread left.
+bool startDetachedThread(const char* name, void (*body)(void*), void* argument);
+
+/// The process's worker threads. A thread is started when work finds none idle, and ends after idling for a
+/// tenth of a second, so that a process without work has no thread of ours and is not woken.
+///
+/// Threads: every member may be called from any thread.
+/// Owner:   nobody; the pool is never destroyed, since tasks may run while the process exits.
+class WorkerPool {
+ public:
+  /// Workers that run at a time. Those that wait for a queue are not counted: what they wait for may need a
+  /// worker itself.
+  static constexpr std::size_t kMaximumActiveWorkers = 64;
+
+  static WorkerPool& shared();
+
+  /// Runs `work` as soon as a worker is there; work starts in the order of submission.
+  /// Failure: stops the process when not a single worker can be started.
+  void submit(std::shared_ptr<Work> work);
+
+  /// Tells the pool, while it lives, that the calling thread waits for a queue. Costs nothing on threads that
+  /// are no workers.
+  class WaitingScope {
+   public:
+    WaitingScope();
+    ~WaitingScope();
+    WaitingScope(const WaitingScope&) = delete;
+    WaitingScope& operator=(const WaitingScope&) = delete;
+  };
+
+ private:
+  WorkerPool() = default;
+
+  static void workerBody(void* pool);
+  void serve();
+  std::shared_ptr<Work> nextWork();
+  bool reserveThread();
+  void startReservedThread();
+
+  std::mutex mutex_;
+  std::condition_variable workArrived_;
+  std::deque<std::shared_ptr<Work>> work_;
+  std::size_t threads_ = 0;
+  std::size_t idle_ = 0;
+  std::size_t waiting_ = 0;
+};
+
+}  // namespace kmv

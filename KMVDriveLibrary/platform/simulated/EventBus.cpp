@@ -1,0 +1,116 @@
+// SPDX-License-Identifier: MIT
+#include "platform/simulated/EventBus.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "base/Fatal.h"
+
+namespace kmv::simulated {
+
+EventBus::EventBus(std::uint64_t seed, std::function<void(testing::DiskId)> vanish)
+    : random_(seed), vanish_(std::move(vanish)) {}
+
+std::shared_ptr<SessionState> EventBus::openSession() {
+  return sessions_.emplace_back(std::make_shared<SessionState>());
+}
+
+std::vector<std::shared_ptr<SessionState>> EventBus::listeningSessions() {
+  std::erase_if(sessions_, [](const auto& session) { return session->isClosed(); });
+  std::vector<std::shared_ptr<SessionState>> listening;
+  for (const auto& session : sessions_) {
+    if (session->isRegistered()) listening.push_back(session);
+  }
+  return listening;
+}
+
+void EventBus::begin(const std::shared_ptr<SessionState>& session, const DiskTable& present) {
+  for (auto disk = present.rbegin(); disk != present.rend(); ++disk) {
+    Event event{testing::PendingEvent::Kind::appeared, disk->first, disk->second, {}};
+    if (applyFaults(event)) post(session, std::move(event));
+  }
+}
+
+/// False when the event is lost.
+bool EventBus::applyFaults(Event& event) {
+  if (toLose_ > 0) {
+    --toLose_;
+    return false;
+  }
+  if (toFail_ > 0) {
+    --toFail_;
+    event.description.reset();
+  }
+  event.missing = std::exchange(toDrop_, {});
+  event.vanishes = toVanish_.erase(event.disk) > 0;
+  return true;
+}
+
+void EventBus::emit(Event event) {
+  const auto sessions = listeningSessions();
+  if (sessions.empty()) return;  // nobody hears it, so a fault waits for one that is heard
+  if (!applyFaults(event)) return;
+  for (const auto& session : sessions) post(session, event);
+}
+
+void EventBus::post(const std::shared_ptr<SessionState>& session, Event event) {
+  if (held_) {
+    pending_.push_back({session, std::move(event)});
+  } else {
+    session->deliver(event, vanish_);
+  }
+}
+
+void EventBus::release() {
+  held_ = false;
+  for (const Held& held : std::exchange(pending_, {})) held.session->deliver(held.event, vanish_);
+}
+
+std::vector<testing::PendingEvent> EventBus::pending() const {
+  std::vector<testing::PendingEvent> all;
+  for (const Held& held : pending_) all.push_back({held.event.kind, held.event.disk});
+  return all;
+}
+
+EventBus::Held EventBus::takeHeld(std::size_t index) {
+  if (index >= pending_.size()) {
+    fatal("event " + std::to_string(index) + " was asked for, but only " + std::to_string(pending_.size()) +
+          " are held");
+  }
+  Held held = std::move(pending_[index]);
+  pending_.erase(pending_.begin() + static_cast<std::ptrdiff_t>(index));
+  return held;
+}
+
+void EventBus::deliver(std::size_t index) {
+  const Held held = takeHeld(index);
+  held.session->deliver(held.event, vanish_);
+}
+
+void EventBus::lose(std::size_t index) {
+  takeHeld(index);
+}
+
+void EventBus::shuffle() {
+  // Shuffles whose turn it is, disk by disk; each turn then takes that disk's next event.
+  std::map<testing::DiskId, std::vector<Held>> eventsOfDisk;
+  std::vector<testing::DiskId> turns;
+  for (Held& held : pending_) {
+    turns.push_back(held.event.disk);
+    eventsOfDisk[turns.back()].push_back(std::move(held));
+  }
+  for (std::size_t last = turns.size(); last > 1; --last)
+    std::swap(turns[last - 1], turns[random_.below(last)]);
+  std::map<testing::DiskId, std::size_t> taken;
+  pending_.clear();
+  for (const testing::DiskId disk : turns) pending_.push_back(std::move(eventsOfDisk[disk][taken[disk]++]));
+}
+
+void EventBus::rescan(const DiskTable& present) {
+  pending_.clear();
+  for (const auto& session : listeningSessions()) {
+    for (Event& event : session->differences(present)) post(session, std::move(event));
+  }
+}
+
+}  // namespace kmv::simulated

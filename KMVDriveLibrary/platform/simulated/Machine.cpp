@@ -1,0 +1,165 @@
+// SPDX-License-Identifier: MIT
+#include "platform/simulated/Machine.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "base/Fatal.h"
+#include "platform/DescriptionKeys.h"
+#include "platform/simulated/Descriptions.h"
+
+namespace kmv::simulated {
+namespace {
+
+using testing::DiskId;
+using Kind = testing::PendingEvent::Kind;
+
+/// The wall clock when the machine was made: 2026-01-01 00:00 UTC, in seconds since 2001-01-01.
+constexpr double kWallClockAtStart = 788'918'400;
+/// Between two disks that appear in one instant; a double of this size still tells it.
+constexpr double kShortestTimeBetweenAppearances = 1e-6;
+
+}  // namespace
+
+Machine::Machine(std::uint64_t seed)
+    : scheduler_(seed), fileSystem_(scheduler_), bus_(~seed, [this](DiskId disk) {
+        if (exists(disk)) unplug(disk);
+      }) {}
+
+Dictionary& Machine::find(DiskId disk) {
+  scheduler_.requireOwnThread();
+  const auto found = disks_.find(disk);
+  if (found == disks_.end()) {
+    fatal("the simulated machine has no disk " + std::to_string(static_cast<std::uint64_t>(disk)));
+  }
+  return found->second;
+}
+
+const Dictionary& Machine::description(DiskId disk) {
+  return find(disk);
+}
+
+const std::string& Machine::mountPointOf(DiskId disk) {
+  const std::string* path = fileSystem_.mountPoint(disk);
+  if (path == nullptr) fatal("the volume is not mounted");
+  return *path;
+}
+
+double Machine::nextAppearanceTime() {
+  const double now = kWallClockAtStart + std::chrono::duration<double>(scheduler_.now()).count();
+  lastAppearanceTime_ = std::max(now, lastAppearanceTime_ + kShortestTimeBetweenAppearances);
+  return lastAppearanceTime_;
+}
+
+std::string Machine::freeBSDName() const {
+  std::int64_t unit = 0;
+  for (const auto& [disk, description] : disks_) {
+    const Value* used = description.find(key::kMediaBSDUnit);
+    if (used != nullptr) unit = std::max(unit, used->integerValue() + 1);
+  }
+  return "disk" + std::to_string(unit);
+}
+
+DiskId Machine::plugIn(const testing::SimulatedDisk& disk) {
+  scheduler_.requireOwnThread();
+  const std::uint64_t number = nextDisk_++;
+  const std::string bsdName = disk.bsdName.empty() ? freeBSDName() : disk.bsdName;
+  return add(DiskId{number}, describe(disk, bsdName, nextAppearanceTime(), number));
+}
+
+DiskId Machine::plugInPathVolume(const testing::SimulatedPathVolume& volume) {
+  scheduler_.requireOwnThread();
+  if (volume.mountPoint.empty()) fatal("a path volume needs a mount point");
+  const DiskId disk{nextDisk_++};
+  pathVolumes_.insert(disk);
+  return add(disk, describe(volume));
+}
+
+DiskId Machine::add(DiskId disk, Dictionary description) {
+  followPath(disk, description);
+  bus_.emit({Kind::appeared, disk, description, {}});
+  disks_.emplace(disk, std::move(description));
+  return disk;
+}
+
+/// Lets the mount table say what the description says.
+void Machine::followPath(DiskId disk, const Dictionary& description) {
+  const URL* url = description.url(key::kVolumePath);
+  const std::string* mounted = fileSystem_.mountPoint(disk);
+  if (url != nullptr && mounted != nullptr && url->path() == *mounted) return;
+  fileSystem_.unmount(disk);
+  if (url != nullptr) fileSystem_.mount(disk, *url);
+}
+
+void Machine::unplug(DiskId disk) {
+  Dictionary last = std::move(find(disk));
+  disks_.erase(disk);
+  fileSystem_.unmount(disk);
+  bus_.emit({Kind::disappeared, disk, std::move(last), {}});
+}
+
+void Machine::mount(DiskId disk, const std::string& path) {
+  find(disk);
+  if (fileSystem_.mountPoint(disk) != nullptr) fatal("the volume is mounted already");
+  changeDescription(disk, {{key::kVolumePath, mountURL(path)}});
+}
+
+void Machine::unmount(DiskId disk) {
+  find(disk);
+  mountPointOf(disk);
+  if (pathVolumes_.find(disk) != pathVolumes_.end()) return unplug(disk);
+  changeDescription(disk, {{key::kVolumePath, std::nullopt}});
+}
+
+void Machine::move(DiskId disk, const std::string& newPath) {
+  Dictionary& description = find(disk);
+  if (mountPointOf(disk) == newPath) return;
+  bus_.emit({Kind::disappeared, disk, description, {}, Event::Cause::move});
+  description.set(key::kVolumePath, mountURL(newPath));
+  followPath(disk, description);
+  bus_.emit({Kind::appeared, disk, description, {}});
+}
+
+void Machine::rename(DiskId disk, const std::string& newName) {
+  const Dictionary& description = find(disk);
+  testing::DescriptionChanges changes{{key::kVolumeName, newName}};
+  const std::string* oldName = description.text(key::kVolumeName);
+  const std::string* path = fileSystem_.mountPoint(disk);
+  if (oldName != nullptr && path != nullptr && *path == defaultMountPoint(*oldName)) {
+    changes.emplace(key::kVolumePath, mountURL(defaultMountPoint(newName)));
+  }
+  changeDescription(disk, changes);
+}
+
+void Machine::changeDescription(DiskId disk, const testing::DescriptionChanges& changes) {
+  Dictionary& description = find(disk);
+  Dictionary changed = description;
+  apply(changes, changed);
+  ChangedKeys keys = differingKeys(description, changed);
+  if (keys.empty()) return;
+  const bool replacedPath = description.contains(key::kVolumePath) && changed.contains(key::kVolumePath) &&
+                            std::find(keys.begin(), keys.end(), key::kVolumePath) != keys.end();
+  description = std::move(changed);
+  followPath(disk, description);
+  bus_.emit({Kind::descriptionChanged, disk, description, std::move(keys),
+             replacedPath ? Event::Cause::replacedPath : Event::Cause::ordinary});
+}
+
+std::unique_ptr<DiskArbitrationSession> Machine::makeSession() {
+  scheduler_.requireOwnThread();
+  auto state = bus_.openSession();
+  return std::make_unique<SimulatedSession>(
+      state, [machine = shared_from_this(), state] { machine->bus_.begin(state, machine->disks_); },
+      [machine = shared_from_this()](const std::string& path) { return machine->mountedAt(path); });
+}
+
+const Dictionary* Machine::mountedAt(const std::string& path) const {
+  scheduler_.requireOwnThread();
+  for (const auto& [disk, description] : disks_) {
+    const std::string* point = fileSystem_.mountPoint(disk);
+    if (point != nullptr && *point == path) return &description;
+  }
+  return nullptr;
+}
+
+}  // namespace kmv::simulated

@@ -1,0 +1,165 @@
+// SPDX-License-Identifier: MIT
+#include <KMVDriveLibrary/testing/SimulatedPlatform.h>
+
+#include <utility>
+
+#include "base/Fatal.h"
+#include "platform/simulated/Machine.h"
+
+namespace kmv {
+namespace {
+
+class PlatformOfMachine : public Platform {
+ public:
+  explicit PlatformOfMachine(std::shared_ptr<simulated::Machine> machine) : machine_(std::move(machine)) {}
+
+  QueueFactory& queues() override { return machine_->scheduler(); }
+  FileSystem& fileSystem() override { return machine_->fileSystem(); }
+  IORegistry& ioRegistry() override { return machine_->ioRegistry(); }
+  SystemInformation& systemInformation() override { return machine_->systemInformation(); }
+  std::unique_ptr<DiskArbitrationSession> makeDiskArbitrationSession() override {
+    return machine_->makeSession();
+  }
+
+ private:
+  std::shared_ptr<simulated::Machine> machine_;
+};
+
+}  // namespace
+
+namespace testing {
+
+SimulatedPlatform& SimulatedPlatform::install(std::uint64_t seed) {
+  auto machine = std::make_shared<simulated::Machine>(seed);
+  if (!Platform::install(std::make_unique<PlatformOfMachine>(machine))) {
+    fatal("the simulated machine must be installed once, before the library's first use");
+  }
+  // Never destroyed: the library may use it until the process ends.
+  static SimulatedPlatform* const installed = new SimulatedPlatform(std::move(machine));
+  return *installed;
+}
+
+SimulatedPlatform::SimulatedPlatform(std::shared_ptr<simulated::Machine> machine)
+    : machine_(std::move(machine)) {}
+
+DiskId SimulatedPlatform::plugIn(const SimulatedDisk& disk) {
+  return machine_->plugIn(disk);
+}
+DiskId SimulatedPlatform::plugInPathVolume(const SimulatedPathVolume& volume) {
+  return machine_->plugInPathVolume(volume);
+}
+void SimulatedPlatform::unplug(DiskId disk) {
+  machine_->unplug(disk);
+}
+void SimulatedPlatform::mount(DiskId disk, const std::string& path) {
+  machine_->mount(disk, path);
+}
+void SimulatedPlatform::unmount(DiskId disk) {
+  machine_->unmount(disk);
+}
+void SimulatedPlatform::move(DiskId disk, const std::string& newPath) {
+  machine_->move(disk, newPath);
+}
+void SimulatedPlatform::rename(DiskId disk, const std::string& newName) {
+  machine_->rename(disk, newName);
+}
+void SimulatedPlatform::changeDescription(DiskId disk, const DescriptionChanges& changes) {
+  machine_->changeDescription(disk, changes);
+}
+void SimulatedPlatform::changeDescriptionKey(DiskId disk, const std::string& key,
+                                             std::optional<Value> value) {
+  machine_->changeDescription(disk, {{key, std::move(value)}});
+}
+Dictionary SimulatedPlatform::description(DiskId disk) const {
+  return machine_->description(disk);
+}
+bool SimulatedPlatform::exists(DiskId disk) const {
+  return machine_->exists(disk);
+}
+
+void SimulatedPlatform::holdEvents() {
+  machine_->bus().hold();
+}
+void SimulatedPlatform::releaseEvents() {
+  machine_->bus().release();
+}
+std::vector<PendingEvent> SimulatedPlatform::pendingEvents() const {
+  return machine_->bus().pending();
+}
+void SimulatedPlatform::deliverNext() {
+  machine_->bus().deliver(0);
+}
+void SimulatedPlatform::deliver(std::size_t index) {
+  machine_->bus().deliver(index);
+}
+void SimulatedPlatform::shufflePending() {
+  machine_->bus().shuffle();
+}
+void SimulatedPlatform::loseNextEvent() {
+  machine_->bus().loseNext();
+}
+void SimulatedPlatform::lose(std::size_t index) {
+  machine_->bus().lose(index);
+}
+void SimulatedPlatform::rescan() {
+  machine_->rescan();
+}
+
+void SimulatedPlatform::failNextDescription() {
+  machine_->bus().failNextDescription();
+}
+void SimulatedPlatform::dropKeyFromNextDescription(const std::string& key) {
+  machine_->bus().dropKeyFromNextDescription(key);
+}
+void SimulatedPlatform::vanishWhileDescribed(DiskId disk) {
+  machine_->bus().vanishWhileDescribed(disk);
+}
+void SimulatedPlatform::failNextMountedVolumeList() {
+  machine_->fileSystem().failNextMountedVolumeList();
+}
+
+void SimulatedPlatform::createItem(const std::string& path) {
+  machine_->fileSystem().createItem(path);
+}
+void SimulatedPlatform::writeFile(const std::string& path, const std::string& bytes) {
+  machine_->fileSystem().writeFile(path, bytes);
+}
+void SimulatedPlatform::removeItem(const std::string& path) {
+  machine_->fileSystem().removeItem(path);
+}
+void SimulatedPlatform::createLink(const std::string& path, const std::string& target) {
+  machine_->fileSystem().createLink(path, target);
+}
+void SimulatedPlatform::addHiddenMount(HiddenMount mount) {
+  machine_->fileSystem().addHiddenMount(std::move(mount));
+}
+
+void SimulatedPlatform::setOperatingSystemVersion(int major, int minor) {
+  machine_->systemInformation().version = {major, minor, 0};
+}
+void SimulatedPlatform::addIOService(const std::string& foundUnder, const std::string& bsdName,
+                                     const std::vector<std::string>& childNames) {
+  machine_->ioRegistry().services[foundUnder].push_back({bsdName, childNames});
+}
+std::size_t SimulatedPlatform::ioRegistryQuestions() const {
+  return machine_->ioRegistry().questions;
+}
+
+std::size_t SimulatedPlatform::runUntilIdle() {
+  return machine_->scheduler().runUntilIdle();
+}
+bool SimulatedPlatform::runOne() {
+  return machine_->scheduler().runOne();
+}
+void SimulatedPlatform::advance(std::chrono::nanoseconds duration) {
+  machine_->scheduler().advance(duration);
+}
+std::chrono::nanoseconds SimulatedPlatform::now() const {
+  return machine_->scheduler().now();
+}
+std::string SimulatedPlatform::currentQueueLabel() const {
+  return machine_->scheduler().currentQueueLabel();
+}
+
+}  // namespace testing
+}  // namespace kmv

@@ -1,0 +1,18 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <string_view>
+
+namespace kmv::fuzz {
+
+// What the fuzzers run on each input, and the tests on each file of the corpora. They stop the process when
+// what they checked does not hold.
+
+/// Two mount tables, parted by a NUL byte: going from one to the other must end where starting with the other
+/// does.
+void mountInfo(std::string_view input);
+
+/// A message about a device, a record of udev's database, or an encoded name.
+void deviceMessage(std::string_view input);
+
+}  // namespace kmv::fuzz

@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <functional>
+
+#include "kmvdrive/EventLoop.h"
+#include "kmvdrive/ExitCode.h"
+#include "kmvdrive/Output.h"
+#include "kmvdrive/Style.h"
+
+namespace CLI {
+class App;
+}
+
+namespace kmv::tool {
+
+/// What a command has to work with.
+struct CommandContext {
+  Output& output;
+  EventLoop& loop;
+  Style style;
+};
+
+using Action = std::function<ExitCode(CommandContext&)>;
+
+// One function and one file a command: it adds its subcommand to `app`, which sets `chosen` when the user
+// asks for it.
+void addListCommand(CLI::App& app, Action& chosen);
+void addWatchCommand(CLI::App& app, Action& chosen);
+void addWhereCommand(CLI::App& app, Action& chosen);
+
+}  // namespace kmv::tool

@@ -1,0 +1,119 @@
+// SPDX-License-Identifier: MIT
+#include "kmvdrive/DisplayText.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <iterator>
+
+namespace kmv::tool {
+namespace {
+
+struct Character {
+  char32_t value;
+  std::size_t length;
+  bool valid;  // otherwise `value` is the one byte that begins no valid sequence
+};
+
+Character firstCharacter(std::string_view text) {
+  const auto byteAt = [text](std::size_t at) { return static_cast<unsigned char>(text[at]); };
+  const unsigned char lead = byteAt(0);
+  const Character invalid{lead, 1, false};
+  if (lead < 0x80) return {lead, 1, true};
+  if (lead < 0xc2 || lead > 0xf4) return invalid;
+  const std::size_t length = lead < 0xe0 ? 2 : lead < 0xf0 ? 3 : 4;
+  if (text.size() < length) return invalid;
+  char32_t value = lead & (0x7fU >> length);
+  for (std::size_t at = 1; at < length; ++at) {
+    if ((byteAt(at) & 0xc0) != 0x80) return invalid;
+    value = (value << 6) | (byteAt(at) & 0x3fU);
+  }
+  const bool overlong = (length == 3 && value < 0x800) || (length == 4 && value < 0x10000);
+  const bool surrogate = value >= 0xd800 && value <= 0xdfff;
+  return overlong || surrogate || value > 0x10ffff ? invalid : Character{value, length, true};
+}
+
+struct Range {
+  char32_t first;
+  char32_t last;
+};
+
+template <std::size_t N>
+bool isIn(const Range (&ranges)[N], char32_t character) {
+  const auto* range = std::lower_bound(std::begin(ranges), std::end(ranges), character,
+                                       [](const Range& r, char32_t c) { return r.last < c; });
+  return range != std::end(ranges) && range->first <= character;
+}
+
+// Layout controls: they show nothing themselves but turn, break or hide what stands around them.
+constexpr Range kLayoutControls[] = {{0xad, 0xad},     {0x61c, 0x61c},    {0x180e, 0x180e}, {0x200b, 0x200b},
+                                     {0x200e, 0x200f}, {0x2028, 0x202e},  {0x2060, 0x206f}, {0xfeff, 0xfeff},
+                                     {0xfff9, 0xfffb}, {0xe0000, 0xe007f}};
+
+// Marks that take no column: combining marks of the common scripts, joiners, variation selectors.
+constexpr Range kZeroWidth[] = {{0x300, 0x36f},   {0x483, 0x489},   {0x591, 0x5bd},    {0x610, 0x61a},
+                                {0x64b, 0x65f},   {0x900, 0x902},   {0x93c, 0x93c},    {0x941, 0x948},
+                                {0xe31, 0xe31},   {0xe34, 0xe3a},   {0xe47, 0xe4e},    {0x1ab0, 0x1aff},
+                                {0x1dc0, 0x1dff}, {0x200c, 0x200d}, {0x20d0, 0x20f0},  {0x3099, 0x309a},
+                                {0xfe00, 0xfe0f}, {0xfe20, 0xfe2f}, {0xe0100, 0xe01ef}};
+
+// Characters that take two columns: East Asian wide and full-width forms, emoji.
+constexpr Range kDoubleWidth[] = {
+    {0x1100, 0x115f},   {0x2e80, 0x303e},   {0x3041, 0x33ff},   {0x3400, 0x4dbf},
+    {0x4e00, 0xa4cf},   {0xa960, 0xa97c},   {0xac00, 0xd7a3},   {0xf900, 0xfaff},
+    {0xfe30, 0xfe6f},   {0xff01, 0xff60},   {0xffe0, 0xffe6},   {0x1f300, 0x1f64f},
+    {0x1f680, 0x1f6ff}, {0x1f900, 0x1f9ff}, {0x1fa70, 0x1faff}, {0x20000, 0x3fffd}};
+
+void appendVisible(std::string& out, const Character& character, std::string_view bytes) {
+  char escaped[16];
+  const char32_t value = character.value;
+  const bool isControl = value < 0x20 || (value >= 0x7f && value < 0xa0);
+  if (!character.valid || isControl) {
+    std::snprintf(escaped, sizeof escaped, character.length == 1 ? "\\x%02x" : "\\u{%x}",
+                  static_cast<unsigned>(value));
+    out += escaped;
+  } else if (isIn(kLayoutControls, value)) {
+    std::snprintf(escaped, sizeof escaped, "\\u{%x}", static_cast<unsigned>(value));
+    out += escaped;
+  } else {
+    out += value == U'\\' ? std::string_view("\\\\") : bytes;
+  }
+}
+
+}  // namespace
+
+std::string visibleText(std::string_view text) {
+  std::string out;
+  out.reserve(text.size());
+  while (!text.empty()) {
+    const Character character = firstCharacter(text);
+    appendVisible(out, character, text.substr(0, character.length));
+    text.remove_prefix(character.length);
+  }
+  return out;
+}
+
+std::size_t displayWidth(std::string_view text) {
+  std::size_t width = 0;
+  while (!text.empty()) {
+    const Character character = firstCharacter(text);
+    text.remove_prefix(character.length);
+    if (isIn(kDoubleWidth, character.value)) ++width;
+    if (!isIn(kZeroWidth, character.value)) ++width;
+  }
+  return width;
+}
+
+std::string sizeText(std::int64_t bytes) {
+  constexpr const char* kUnits[] = {"B", "kB", "MB", "GB", "TB", "PB", "EB"};
+  auto amount = static_cast<double>(bytes);
+  std::size_t unit = 0;
+  while (amount >= 999.5 && unit + 1 < std::size(kUnits)) {  // 999.6 kB reads as 1.0 MB, not as 1000 kB
+    amount /= 1000;
+    ++unit;
+  }
+  char text[48];
+  std::snprintf(text, sizeof text, unit > 0 && amount < 9.95 ? "%.1f %s" : "%.0f %s", amount, kUnits[unit]);
+  return text;
+}
+
+}  // namespace kmv::tool

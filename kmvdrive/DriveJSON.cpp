@@ -1,0 +1,129 @@
+// SPDX-License-Identifier: MIT
+#include "kmvdrive/DriveJSON.h"
+
+#include <KMVDriveLibrary/KMVDriveKeys.h>
+
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <ctime>
+#include <optional>
+#include <string_view>
+
+namespace kmv::tool {
+namespace {
+
+/// "2001-01-01T00:00:00Z", with milliseconds when there are any; none for an instant beyond the calendar's
+/// years.
+std::optional<std::string> isoText(Date date) {
+  constexpr double kReferenceDate = 978307200;  // 2001-01-01 in seconds since 1970
+  constexpr double kLargestSecond =
+      1e15;  // some thirty million years: what the calendar functions surely take
+  const double milliseconds = std::round((date.secondsSinceReferenceDate + kReferenceDate) * 1000);
+  if (!(std::fabs(milliseconds) < kLargestSecond * 1000)) return std::nullopt;
+  const double seconds = std::floor(milliseconds / 1000);
+  const auto time = static_cast<std::time_t>(seconds);
+  std::tm parts{};
+  if (gmtime_r(&time, &parts) == nullptr) return std::nullopt;
+  char text[64];
+  std::string iso(text, std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts));
+  const int fraction = static_cast<int>(milliseconds - seconds * 1000);
+  if (fraction != 0) {
+    std::snprintf(text, sizeof text, ".%03d", fraction);
+    iso += text;
+  }
+  return iso + "Z";
+}
+
+std::string base64Text(const Data& data) {
+  constexpr std::string_view kDigits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  std::string text;
+  text.reserve((data.size() + 2) / 3 * 4);
+  for (std::size_t at = 0; at < data.size(); at += 3) {
+    std::uint32_t group = 0;
+    for (std::size_t i = 0; i < 3; ++i) {
+      group = (group << 8) | (at + i < data.size() ? std::to_integer<std::uint32_t>(data[at + i]) : 0U);
+    }
+    for (std::size_t i = 0; i < 4; ++i) {
+      text += at + i <= data.size() ? kDigits[(group >> (18 - 6 * i)) & 0x3fU] : '=';
+    }
+  }
+  return text;
+}
+
+JSON jsonOfDictionary(const Dictionary& dictionary) {
+  JSON object = JSON::object();
+  for (const auto& [key, value] : dictionary) object[key] = jsonOf(value);
+  return object;
+}
+
+JSON jsonOfArray(const Array& values) {
+  JSON array = JSON::array();
+  for (const Value& value : values) array.push_back(jsonOf(value));
+  return array;
+}
+
+void setText(JSON& object, const char* name, const std::string* text) {
+  if (text != nullptr) object[name] = *text;
+}
+
+void setTruth(JSON& object, const char* name, std::optional<bool> truth) {
+  if (truth) object[name] = *truth;
+}
+
+}  // namespace
+
+JSON jsonOf(const Value& value) {
+  switch (value.kind()) {
+    case Value::Kind::boolean:
+      return value.boolValue();
+    case Value::Kind::integer:
+      return value.integerValue();
+    case Value::Kind::real:
+      return value.doubleValue();
+    case Value::Kind::date:
+      return isoText(*value.asDate()).value_or(value.description());
+    case Value::Kind::data:
+      return base64Text(*value.asData());
+    case Value::Kind::array:
+      return jsonOfArray(*value.asArray());
+    case Value::Kind::dictionary:
+      return jsonOfDictionary(*value.asDictionary());
+    case Value::Kind::text:
+    case Value::Kind::url:
+    case Value::Kind::uuid:
+    case Value::Kind::object:
+      break;
+  }
+  return value.description();
+}
+
+JSON jsonOfDrive(const Dictionary& drive) {
+  JSON object = JSON::object();
+  if (const URL* url = drive.url(kDiskURLKey)) {
+    object["url"] = url->absoluteString();
+    object["path"] = url->path();
+  }
+  setText(object, "name", drive.text(kDiskVolumeName));
+  setText(object, "kind", drive.text("DAVolumeKind"));
+  setText(object, "uuid", drive.text(kDiskUUIDKey));
+  setText(object, "bsdName", drive.text("DAMediaBSDName"));
+  setTruth(object, "removable", drive.boolValue(kDiskRemoveableKey));
+  setTruth(object, "mountedBeforeStart", drive.boolValue(kDiskMountedPriorToApplicationInstance));
+  setTruth(object, "network", drive.boolValue(kDiskNetworkKey));
+  if (drive.contains(kDiskAppearanceTimeKey)) object["appeared"] = drive.doubleValue(kDiskAppearanceTimeKey);
+  object["description"] = jsonOfDictionary(drive);
+  return object;
+}
+
+JSON jsonOfHiddenMount(const HiddenMount& mount) {
+  return {{"path", mount.path}, {"kind", mount.kind}, {"rule", mount.rule}};
+}
+
+std::string jsonLine(const JSON& document) {
+  constexpr int kOneLine = -1;
+  return document.dump(kOneLine, ' ', /*ensure_ascii=*/true, JSON::error_handler_t::replace) + "\n";
+}
+
+}  // namespace kmv::tool

@@ -1,0 +1,121 @@
+// SPDX-License-Identifier: MIT
+#include <KMVDriveLibrary/KMVDriveKeys.h>
+#include <KMVDriveLibrary/NotificationCenter.h>
+#include <KMVDriveLibrary/Queue.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "kmvdrive/Command.h"
+#include "kmvdrive/DriveLedger.h"
+#include "kmvdrive/EventText.h"
+#include "kmvdrive/InitialReport.h"
+
+namespace kmv::tool {
+namespace {
+
+struct WatchOptions {
+  bool json = false;
+  std::string seconds;  // empty for no limit; checked when the arguments were read
+};
+
+/// Brings every announcement to the main thread in the order in which the registry made them: what it posts
+/// on another thread goes behind what it handed to the main queue before.
+void onMainQueue(std::function<void()> task) {
+  if (mainQueue().isCurrent()) {
+    task();
+  } else {
+    mainQueue().async(std::move(task));
+  }
+}
+
+/// Feeds `ledger` from the registry's notifications while it lives; tasks under way then come to nothing.
+class Subscription {
+ public:
+  explicit Subscription(std::weak_ptr<DriveLedger> ledger) : ledger_(std::move(ledger)) {
+    observe(kDiskArbiterNewDiskDetectedNotification,
+            [](DriveLedger& book, const Drive& drive, const DictionarySnapshot&) { book.announced(drive); });
+    observe(kDiskArbiterChangedDiskDetectedNotification,
+            [](DriveLedger& book, const Drive& drive, const DictionarySnapshot& contents) {
+              book.changed(drive, contents);
+            });
+    observe(
+        kDiskArbiterRemovedDiskDetectedNotification,
+        [](DriveLedger& book, const Drive&, const DictionarySnapshot& contents) { book.removed(contents); });
+  }
+
+ private:
+  using Drive = DriveLedger::Drive;
+  using Tell = void (*)(DriveLedger&, const Drive&, const DictionarySnapshot& contents);
+
+  void observe(std::string_view name, Tell tell) {
+    const auto observer = [ledger = ledger_, tell](const Notification& notification) {
+      // A live drive may have changed again when the main thread gets to it: take what it holds now.
+      const NotificationObject& object = notification.object;
+      onMainQueue([ledger, tell, drive = object.drive(), contents = object.dictionary()] {
+        if (const auto book = ledger.lock()) tell(*book, drive, contents);
+      });
+    };
+    registrations_.push_back(NotificationCenter::defaultCenter().addObserver(name, observer));
+  }
+
+  std::weak_ptr<DriveLedger> ledger_;
+  std::vector<NotificationCenter::Registration> registrations_;
+};
+
+std::optional<EventLoop::Clock::time_point> deadlineAfter(const std::string& seconds) {
+  if (seconds.empty()) return std::nullopt;
+  constexpr double kLongest = 1e9;  // some thirty years: far from the clock's end
+  const std::chrono::duration<double> length(std::min(parseSeconds(seconds).value_or(0), kLongest));
+  return EventLoop::Clock::now() + std::chrono::ceil<EventLoop::Clock::duration>(length);
+}
+
+ExitCode watch(CommandContext& context, const WatchOptions& options) {
+  bool writable = true;
+  const auto ledger = std::make_shared<DriveLedger>([&](DriveEvent event, const Dictionary& drive) {
+    if (!writable) return;
+    const EventTime now = std::chrono::system_clock::now();
+    writable = context.output.write(options.json ? eventAsJSON(event, now, drive)
+                                                 : eventAsText(event, now, drive, context.style));
+  });
+  const Subscription subscription(ledger);
+  InitialReport report;
+  if (report.run(context.loop)) return ExitCode::ok;
+  if (report.isIncomplete())
+    std::fputs("kmvdrive: some mounted volumes could not be identified in time\n", stderr);
+  ledger->settle();
+
+  const auto deadline = deadlineAfter(options.seconds);
+  while (writable && context.loop.wait(deadline) == Wake::worked) {
+  }
+  return ExitCode::ok;
+}
+
+}  // namespace
+
+void addWatchCommand(CLI::App& app, Action& chosen) {
+  CLI::App* command =
+      app.add_subcommand("watch", "Show the drives, and then what happens to them, until stopped");
+  const auto options = std::make_shared<WatchOptions>();
+  command->add_flag("--json", options->json, "Print one JSON object a line");
+  command
+      ->add_option("--for", options->seconds,
+                   "End this many seconds (fractions allowed) after the drives that are there were shown")
+      ->type_name("SECONDS")
+      ->check([](const std::string& text) {
+        return parseSeconds(text) ? std::string() : "\"" + text + "\" is no number of seconds";
+      });
+  command->callback([options, &chosen] {
+    chosen = [options](CommandContext& context) { return watch(context, *options); };
+  });
+}
+
+}  // namespace kmv::tool

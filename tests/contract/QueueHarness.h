@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <KMVDriveLibrary/Queue.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <ostream>
+#include <string>
+
+namespace kmv::test {
+
+/// One platform's queues, as the contract suite drives them.
+///
+/// Threads: used by one thread, which is the main queue's thread.
+class QueueHarness {
+ public:
+  virtual ~QueueHarness() = default;
+
+  virtual std::shared_ptr<SerialQueue> makeSerialQueue(const std::string& label) = 0;
+  virtual MainQueue& mainQueue() = 0;
+
+  /// Returns when every task that was handed to any queue, delayed ones and the main queue's included, has
+  /// run.
+  virtual void runUntilIdle() = 0;
+};
+
+using MakeQueueHarness = std::unique_ptr<QueueHarness> (*)();
+
+/// What every platform's queues do. Instantiated in one file per platform.
+class QueueContract : public ::testing::TestWithParam<MakeQueueHarness> {
+ protected:
+  std::shared_ptr<SerialQueue> makeQueue(const std::string& label) {
+    return harness_->makeSerialQueue(label);
+  }
+  MainQueue& mainQueue() { return harness_->mainQueue(); }
+  void runUntilIdle() { harness_->runUntilIdle(); }
+
+ private:
+  std::unique_ptr<QueueHarness> harness_ = GetParam()();
+};
+
+}  // namespace kmv::test

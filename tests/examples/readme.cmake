@@ -1,0 +1,17 @@
+# SPDX-License-Identifier: MIT
+# The first C++ block of the README is, byte for byte, the program that is built.
+file(READ "${README}" readme)
+file(READ "${PROGRAM}" program)
+set(opening "```cpp\n")
+string(FIND "${readme}" "${opening}" start)
+if(start EQUAL -1)
+  message(FATAL_ERROR "${README} has no C++ block")
+endif()
+string(LENGTH "${opening}" length)
+math(EXPR start "${start} + ${length}")
+string(SUBSTRING "${readme}" ${start} -1 rest)
+string(FIND "${rest}" "```" length)
+string(SUBSTRING "${rest}" 0 ${length} shown)
+if(NOT "${shown}" STREQUAL "${program}")
+  message(FATAL_ERROR "the program in ${README} is not ${PROGRAM}; copy the file into the block")
+endif()

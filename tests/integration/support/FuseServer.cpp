@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: MIT
+#include "integration/support/FuseServer.h"
+
+#include <signal.h>
+#include <sys/mount.h>
+
+#include <algorithm>
+#include <fstream>
+#include <stdexcept>
+#include <utility>
+
+#include "integration/support/Namespace.h"
+
+namespace kmv::integration {
+namespace {
+
+/// The state letter of a process: the first after the name in parentheses.
+char stateOf(pid_t process) {
+  std::string text;
+  std::getline(std::ifstream("/proc/" + std::to_string(process) + "/stat"), text);
+  const std::size_t name = text.rfind(')');
+  return name == std::string::npos || name + 2 >= text.size() ? '?' : text[name + 2];
+}
+
+bool isMounted(const std::string& point) {
+  const auto table = readMountTable();
+  return std::any_of(table.begin(), table.end(), [&](const MountLine& line) {
+    return line.point == point && line.kind.starts_with("fuse");
+  });
+}
+
+}  // namespace
+
+// The kernel keeps no answers of it: whoever asks anything of it waits when it has stopped.
+FuseServer::FuseServer(std::string point, const std::string& program)
+    : point_(std::move(point)),
+      process_({program, "-f", "-s", "-o", "subtype=kmvhello,fsname=kmvhello,attr_timeout=0,entry_timeout=0",
+                point_}) {
+  if (!eventually([this] { return isMounted(point_); }))
+    throw std::runtime_error("no FUSE mount came at " + point_);
+}
+
+FuseServer::~FuseServer() {
+  process_.signal(SIGKILL);
+  process_.exitCode();
+  if (isMounted(point_)) umount2(point_.c_str(), MNT_DETACH | UMOUNT_NOFOLLOW);
+}
+
+void FuseServer::kill() {
+  process_.signal(SIGKILL);
+  process_.exitCode();
+}
+
+void FuseServer::stop() {
+  process_.signal(SIGSTOP);
+  if (!eventually([this] { return stateOf(process_.id()) == 'T'; }))
+    throw std::runtime_error("the server runs on");
+}
+
+void FuseServer::resume() {
+  process_.signal(SIGCONT);
+}
+
+void FuseServer::terminate() {
+  process_.signal(SIGTERM);
+  process_.exitCode();
+}
+
+}  // namespace kmv::integration

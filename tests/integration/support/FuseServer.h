@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <string>
+
+#include "integration/support/Process.h"
+
+namespace kmv::integration {
+
+/// A small FUSE file system of our own, served by a process of its own: "hello" and an empty folder "folder".
+class FuseServer {
+ public:
+  /// Mounts it at `point` as kind "fuse.kmvhello" and waits until it shows in the mount table.
+  /// Failure: throws std::runtime_error.
+  explicit FuseServer(std::string point, const std::string& program = KMV_HELLO_FILE_SYSTEM);
+  /// Kills the server, stopped or not, and takes the mount away.
+  ~FuseServer();
+  FuseServer(const FuseServer&) = delete;
+  FuseServer& operator=(const FuseServer&) = delete;
+
+  /// Ends the server without a chance to unmount: a dead mount stays.
+  void kill();
+  /// It answers nothing until `resume`. Returns when it has stopped.
+  void stop();
+  void resume();
+  /// It unmounts and ends.
+  void terminate();
+
+ private:
+  std::string point_;
+  Process process_;
+};
+
+}  // namespace kmv::integration

@@ -1,0 +1,234 @@
+// SPDX-License-Identifier: MIT
+// kmvdrive beside real volumes: what it tells, what it asks of the kernel, and that it sleeps when there is
+// nothing to tell.
+#include <KMVDriveLibrary/KMVDriveLibrary.h>
+#include <gtest/gtest.h>
+#include <linux/netlink.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <sstream>
+#include <string>
+#include <thread>
+
+#include "integration/support/Process.h"
+#include "integration/support/Sanitizers.h"
+#include "integration/support/Story.h"
+
+namespace kmv::integration {
+namespace {
+
+using nlohmann::json;
+
+/// `kmvdrive watch --json` and its lines about drives below one folder.
+class Watch {
+ public:
+  Watch(std::string folder, Process::Words words, const Process::Words& environment = {})
+      : folder_(std::move(folder)), process_(std::move(words), environment) {}
+
+  /// The next event about the folder; null when none comes.
+  json next() {
+    while (const auto line = process_.readLine()) {
+      json event = json::parse(*line);
+      if (event.at("drive").at("path").get<std::string>().starts_with(folder_ + "/")) return event;
+    }
+    return nullptr;
+  }
+  /// "added first", or why not.
+  std::string nextInShort() {
+    const json event = next();
+    if (event.is_null()) return "nothing";
+    EXPECT_GE(event.at("time"), lastTime_);
+    lastTime_ = event.at("time");
+    return event.at("event").get<std::string>() + " " +
+           event.at("drive").at("path").get<std::string>().substr(folder_.size() + 1);
+  }
+  Process& process() { return process_; }
+
+ private:
+  std::string folder_;
+  Process process_;
+  double lastTime_ = 1e9;
+};
+
+TEST_F(VolumeStory, WatchTellsTheLifeOfAVolumeAndEndsWhenAsked) {
+  const LoopDevice early = newVolume("ext4", "Early"), card = newVolume("ext4", "Card");
+  mountVolume(early.node(), space().folder("early"), "ext4");
+  Watch watch(space().scratch(), {KMVDRIVE_PROGRAM, "watch", "--json"});
+  const json present = watch.next();
+  EXPECT_EQ(present.value("event", ""), "present");
+  EXPECT_EQ(present.at("drive").at("name"), "Early");
+  EXPECT_EQ(present.at("drive").at("bsdName"), early.name());
+  EXPECT_EQ(present.at("drive").at("mountedBeforeStart"), true);
+
+  const std::string first = space().folder("first"), second = space().folder("second");
+  mountVolume(card.node(), first, "ext4");
+  EXPECT_EQ(watch.nextInShort(), "added first");
+  unmount(first);
+  EXPECT_EQ(watch.nextInShort(), "removed first");
+  mountVolume(card.node(), first, "ext4");
+  EXPECT_EQ(watch.nextInShort(), "added first");
+  moveMount(first, second);
+  EXPECT_EQ(watch.nextInShort(), "removed first");
+  EXPECT_EQ(watch.nextInShort(), "added second");
+  unmount(second);
+  EXPECT_EQ(watch.nextInShort(), "removed second");
+  unmount(space().path("early"));
+  EXPECT_EQ(watch.nextInShort(), "removed early");
+
+  watch.process().signal(SIGTERM);
+  EXPECT_EQ(watch.process().readAll(), "");
+  EXPECT_EQ(watch.process().exitCode(), 0);
+}
+
+// --- What it asks of the kernel ---
+
+/// A traced command: every system call that takes a path, or a descriptor that may stand for one, with
+/// descriptors written as paths. Calls that move data are left out: the mount table itself holds the names of
+/// all mount points.
+Process::Words traced(const std::string& trace, Process::Words command) {
+  Process::Words words{"strace", "-D", "-f",  "-y",
+                       "-qq",    "-o", trace, "-e"};  // -D: the command is the child, not its tracer
+  words.push_back("trace=%file,fstat,fstatfs,fchdir,getdents64,ioctl,fgetxattr,flistxattr");
+  words.insert(words.end(), command.begin(), command.end());
+  return words;
+}
+
+/// The traced calls that name `folder` or something below it.
+std::vector<std::string> callsThatTouch(const std::string& folder, const std::string& trace) {
+  std::vector<std::string> calls;
+  std::ifstream file(trace);
+  for (std::string line; std::getline(file, line);) {
+    if (line.find(folder) != std::string::npos) calls.push_back(line);
+  }
+  return calls;
+}
+
+TEST_F(VolumeStory, WatchAsksNothingOfTheVolumesItWatches) {
+  if (!isInstalled("strace")) GTEST_SKIP() << "needs strace";
+  if (run(traced("/dev/null", {"true"})).exitCode != 0) GTEST_SKIP() << "needs the right to trace processes";
+  const LoopDevice early = newVolume("ext4", "Early"), card = newVolume("ext4", "Card");
+  const std::string volumes = space().folder("volumes");
+  const std::string first = space().folder("volumes/first"), second = space().folder("volumes/second");
+  mountVolume(early.node(), first, "ext4");
+  bindMount(first, space().folder("volumes/bound"));
+
+  const std::string trace = space().path("trace");
+  // The leak sanitizer cannot do its work in a traced process.
+  Watch watch(space().scratch(), traced(trace, {KMVDRIVE_PROGRAM, "watch", "--json"}),
+              {"ASAN_OPTIONS=detect_leaks=0"});
+  EXPECT_EQ(watch.nextInShort(), "present volumes/first");
+  mountVolume(card.node(), second, "ext4");
+  EXPECT_EQ(watch.nextInShort(), "added volumes/second");
+  unmount(first);
+  EXPECT_EQ(watch.nextInShort(), "removed volumes/first");
+  EXPECT_EQ(watch.nextInShort(), "added volumes/bound");
+  unmount(second);
+  EXPECT_EQ(watch.nextInShort(), "removed volumes/second");
+  watch.process().signal(SIGTERM);
+  watch.process().readAll();  // to its end: then the trace is complete as well
+  EXPECT_EQ(watch.process().exitCode(), 0);
+  EXPECT_EQ(callsThatTouch(volumes, trace), std::vector<std::string>());
+  EXPECT_FALSE(callsThatTouch("/proc/self/mountinfo", trace).empty()) << "the trace shows nothing";
+
+  // The same look finds a call on a mount point, and one below it through a descriptor.
+  const std::string other = space().path("other-trace");
+  EXPECT_EQ(run(traced(other, {"stat", volumes + "/bound"})).exitCode, 0);
+  EXPECT_FALSE(callsThatTouch(volumes, other).empty());
+}
+
+// --- Sleep ---
+
+#ifndef KMV_THREAD_SANITIZER
+
+/// What the kernel counted for a process: its threads by name, the times that they were scheduled, and their
+/// time on a CPU.
+struct Effort {
+  std::multiset<std::string> threads;
+  unsigned long long switches = 0;
+  unsigned long long ticks = 0;
+};
+
+Effort effortOf(pid_t process) {
+  Effort effort;
+  const std::string folder = "/proc/" + std::to_string(process);
+  for (const auto& task : std::filesystem::directory_iterator(folder + "/task")) {
+    std::ifstream status(task.path() / "status");
+    for (std::string word, value; status >> word;) {
+      if (word == "Name:" && status >> value) effort.threads.insert(value);
+      if (word.ends_with("voluntary_ctxt_switches:") && status >> value)
+        effort.switches += std::stoull(value);
+    }
+  }
+  std::string line;
+  std::getline(std::ifstream(folder + "/stat"), line);
+  std::istringstream fields(line.substr(line.rfind(')') + 2));
+  std::string field;
+  for (int number = 3; number <= 15 && fields >> field; ++number) {
+    if (number >= 14) effort.ticks += std::stoull(field);
+  }
+  return effort;
+}
+
+/// Hears of the kernel's device events, which no namespace keeps apart: whoever else uses this machine wakes
+/// up what watches it.
+class OtherPeoplesEvents {
+ public:
+  OtherPeoplesEvents()
+      : socket_(socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_KOBJECT_UEVENT)) {
+    sockaddr_nl address{};
+    address.nl_family = AF_NETLINK;
+    address.nl_groups = 1;
+    EXPECT_EQ(bind(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  }
+  ~OtherPeoplesEvents() { close(socket_); }
+  OtherPeoplesEvents(const OtherPeoplesEvents&) = delete;
+  OtherPeoplesEvents& operator=(const OtherPeoplesEvents&) = delete;
+
+  /// True when any came since the last call.
+  bool came() const {
+    char bytes[4096];
+    bool any = false;
+    while (recv(socket_, bytes, sizeof bytes, 0) >= 0 || errno == ENOBUFS) any = true;
+    return any;
+  }
+
+ private:
+  int socket_;
+};
+
+TEST_F(VolumeStory, AWatchWithNothingToTellSleeps) {
+  constexpr std::chrono::seconds kInterval{3};  // the length of what is measured, no wait for anything
+  constexpr int kMostAttempts = 10;
+  const LoopDevice card = newVolume("ext4", "Card");
+  Watch watch(space().scratch(), {KMVDRIVE_PROGRAM, "watch", "--json"});
+  mountVolume(card.node(), space().folder("card"), "ext4");
+  watch.next();
+  const pid_t id = watch.process().id();
+  const std::multiset<std::string> steady{"kmvdrive", "kmv-events"};
+  ASSERT_TRUE(eventually([&] { return effortOf(id).threads == steady; }))
+      << ::testing::PrintToString(effortOf(id).threads);
+
+  const OtherPeoplesEvents others;
+  for (int attempt = 0; attempt < kMostAttempts; ++attempt) {
+    const Effort before = effortOf(id);
+    std::this_thread::sleep_for(kInterval);
+    const Effort after = effortOf(id);
+    if (others.came()) continue;
+    EXPECT_EQ(after.threads, before.threads);
+    EXPECT_EQ(after.switches, before.switches);
+    EXPECT_EQ(after.ticks, before.ticks);
+    return;
+  }
+  FAIL() << "the devices of this machine were never left alone for " << kInterval.count() << " seconds";
+}
+
+#endif
+
+}  // namespace
+}  // namespace kmv::integration

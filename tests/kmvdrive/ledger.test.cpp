@@ -1,0 +1,86 @@
+// SPDX-License-Identifier: MIT
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "kmvdrive/DriveLedger.h"
+
+namespace kmv::tool {
+namespace {
+
+using testing::ElementsAre;
+
+class Ledger : public testing::Test {
+ protected:
+  static DriveLedger::Drive drive(const std::string& path, double appeared) {
+    return std::make_shared<DriveDictionary>(
+        Dictionary{{"DAVolumePath", URL::fileURLWithPath(path, true)}, {"DAAppearanceTime", appeared}});
+  }
+  static void rename(const DriveLedger::Drive& renamed, const std::string& path) {
+    renamed->set("DAVolumePath", URL::fileURLWithPath(path, true));
+  }
+
+  std::vector<std::string> shown;
+  DriveLedger ledger{[this](DriveEvent event, const Dictionary& contents) {
+    constexpr const char* kNames[] = {"present ", "added ", "removed ", "changed "};
+    shown.push_back(kNames[static_cast<int>(event)] + contents.url("DAVolumePath")->path());
+  }};
+};
+
+TEST_F(Ledger, WhatIsThereAtTheStartIsPresentAndWhatComesLaterIsAdded) {
+  const auto root = drive("/", 1), stick = drive("/media/stick", 2);
+  ledger.announced(root);
+  EXPECT_TRUE(shown.empty()) << "nothing before the registry has settled";
+  ledger.settle();
+  ledger.announced(stick);
+  ledger.announced(root);
+  EXPECT_THAT(shown, ElementsAre("present /", "added /media/stick"));
+}
+
+TEST_F(Ledger, ADriveThatLeavesBeforeItWasShownIsNeverShown) {
+  const auto root = drive("/", 1), stick = drive("/media/stick", 2);
+  ledger.announced(stick);
+  ledger.announced(root);
+  ledger.removed(stick->snapshot());
+  ledger.settle();
+  ledger.removed(stick->snapshot());
+  EXPECT_THAT(shown, ElementsAre("present /"));
+}
+
+TEST_F(Ledger, ADriveRenamedBeforeItWasShownIsPresentUnderItsNewPath) {
+  const auto stick = drive("/media/old", 2);
+  ledger.announced(stick);
+  rename(stick, "/media/new");
+  ledger.changed(stick, stick->snapshot());
+  ledger.settle();
+  ledger.removed(stick->snapshot());
+  EXPECT_THAT(shown, ElementsAre("present /media/new", "removed /media/new"));
+}
+
+TEST_F(Ledger, ALateNewsOfARenameDoesNotMixUpTwoDrives) {
+  ledger.settle();
+  const auto first = drive("/media/a", 1), second = drive("/media/b", 2);
+  // The registry has gone on: the second drive came and left, and then the first took its path.
+  rename(first, "/media/b");
+  ledger.announced(first);
+  ledger.announced(second);
+  ledger.removed(second->snapshot());
+  ledger.changed(first, first->snapshot());
+  ledger.removed(first->snapshot());
+  EXPECT_THAT(shown, ElementsAre("added /media/b", "added /media/b", "removed /media/b", "changed /media/b",
+                                 "removed /media/b"));
+}
+
+TEST_F(Ledger, AChangeOrRemovalOfADriveThatWasNeverAnnouncedIsNotShown) {
+  ledger.settle();
+  const auto silent = drive("/media/disc", 3);
+  ledger.changed(silent, silent->snapshot());
+  ledger.removed(silent->snapshot());
+  EXPECT_TRUE(shown.empty());
+}
+
+}  // namespace
+}  // namespace kmv::tool

@@ -1,0 +1,121 @@
+// SPDX-License-Identifier: MIT
+#include "platform/linux/MountInfo.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "platform/linux/MountTableWatcher.h"
+
+namespace kmv {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+
+TEST(MountInfo, ReadsALineOfADesktop) {
+  const auto entry = parseMountLine(
+      "98 29 8:17 / /media/kim/Card rw,nosuid shared:51 master:3 - vfat /dev/sdb1 rw,fmask=0022");
+  ASSERT_TRUE(entry);
+  EXPECT_EQ(entry->id, 98u);
+  EXPECT_EQ(entry->parent, 29u);
+  EXPECT_EQ(entry->device, (DeviceNumber{8, 17}));
+  EXPECT_EQ(entry->point, "/media/kim/Card");
+  EXPECT_EQ(entry->kind, "vfat");
+  EXPECT_EQ(entry->source, "/dev/sdb1");
+  EXPECT_EQ(entry->superOptions, "rw,fmask=0022");
+}
+
+TEST(MountInfo, KeepsFieldsInPlaceWhenTheSourceIsEmpty) {
+  const auto entry = parseMountLine("50 22 0:41 / /mnt rw,relatime - tmpfs  rw,size=4k");
+  ASSERT_TRUE(entry);
+  EXPECT_EQ(entry->source, "");
+  EXPECT_EQ(entry->superOptions, "rw,size=4k");
+}
+
+TEST(MountInfo, DecodesNamesToTheirBytes) {
+  EXPECT_EQ(decodeOctal("a\\040b\\011c\\012d"), "a b\tc\nd");
+  EXPECT_EQ(decodeOctal("literal\\134040"), "literal\\040");
+  EXPECT_EQ(decodeOctal("no\\04 escape\\089 here\\"), "no\\04 escape\\089 here\\");
+  EXPECT_EQ(decodeOctal("k\xff\xfel\"é"), "k\xff\xfel\"é");
+  const auto deleted = parseMountLine("9 2 8:1 /src//deleted /mnt/b\\040d rw - ext4 a\\043b rw");
+  ASSERT_TRUE(deleted);
+  EXPECT_EQ(deleted->root, "/src//deleted");
+  EXPECT_EQ(deleted->point, "/mnt/b d");
+  EXPECT_EQ(deleted->source, "a#b");
+}
+
+TEST(MountInfo, SkipsWhatIsNoRecord) {
+  for (const std::string line :
+       {"", " ", "1 2 3:4 / /a rw", "1 2 3:4 / /a rw shared:1", "1 2 3:4 / /a rw -", "1 2 3:4 / /a rw - ext4",
+        "x 2 3:4 / /a rw - ext4 s rw", "1 2 34 / /a rw - ext4 s rw", "1 2 3:4 / a rw - ext4 s rw"}) {
+    EXPECT_FALSE(parseMountLine(line)) << line;
+  }
+  EXPECT_THAT(
+      parseMountInfo("garbage\n1 0 8:1 / / rw - ext4 s rw\n1 0 8:2 / /twice rw - ext4 s rw\nhalf a li"),
+      SizeIs(1));
+}
+
+TEST(MountInfo, FindsAnOptionByItsWholeName) {
+  EXPECT_EQ(mountOption("rw,notsubvol=x,subvolid=5,subvol=/@", "subvol"), "/@");
+  EXPECT_FALSE(mountOption("rw,subvolid=5", "subvol"));
+}
+
+// How the table differs between two reads.
+
+std::string line(int id, const std::string& point, const std::string& rest = "rw - ext4 /dev/sda1 rw") {
+  return std::to_string(id) + " 1 8:1 / " + point + " " + rest + "\n";
+}
+
+std::vector<std::string> points(const std::vector<MountEntry>& entries) {
+  std::vector<std::string> texts;
+  for (const MountEntry& entry : entries) texts.push_back(entry.point);
+  return texts;
+}
+
+class MountTables : public ::testing::Test {
+ protected:
+  MountDelta next(const std::string& text) {
+    auto newer = parseMountInfo(text);
+    auto delta = diffMountTables(table_, newer);
+    table_ = std::move(newer);
+    for (std::size_t i = 1; i < table_.size(); ++i) EXPECT_LT(table_[i - 1].order, table_[i].order);
+    return delta;
+  }
+  std::vector<MountEntry> table_;
+};
+
+TEST_F(MountTables, TellWhatCameAndWhatWent) {
+  EXPECT_THAT(points(next(line(1, "/") + line(2, "/a") + line(3, "/b")).attached),
+              ElementsAre("/", "/a", "/b"));
+  const MountDelta delta = next(line(1, "/") + line(3, "/b") + line(4, "/c"));
+  EXPECT_THAT(points(delta.detached), ElementsAre("/a"));
+  EXPECT_THAT(points(delta.attached), ElementsAre("/c"));
+}
+
+TEST_F(MountTables, IgnoreARemountButNotAReusedId) {
+  next(line(1, "/") + line(2, "/a"));
+  EXPECT_TRUE(next(line(1, "/") + line(2, "/a", "ro - ext4 /dev/sda1 ro")).empty());
+  const MountDelta delta = next(line(1, "/") + line(2, "/a", "rw - ext4 /dev/sdb1 rw"));
+  EXPECT_THAT(delta.detached, SizeIs(1));
+  EXPECT_THAT(delta.attached, SizeIs(1));
+}
+
+TEST_F(MountTables, KeepTheOrderOfAMountThatMoved) {
+  next(line(1, "/") + line(2, "/a") + line(3, "/b"));
+  const std::uint64_t before = table_[1].order;
+  next(line(1, "/") + line(2, "/moved") + line(3, "/b"));
+  EXPECT_EQ(table_[1].order, before);
+}
+
+TEST_F(MountTables, ReportEachReorderingAsMoves) {
+  next(line(1, "/") + line(2, "/a") + line(3, "/b"));
+  const MountDelta delta = next(line(1, "/") + line(3, "/b") + line(2, "/a"));
+  EXPECT_THAT(points(delta.detached), ElementsAre("/a"));
+  EXPECT_THAT(points(delta.attached), ElementsAre("/a"));
+}
+
+}  // namespace
+}  // namespace kmv

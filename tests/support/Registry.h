@@ -1,0 +1,77 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <KMVDriveLibrary/KMVDriveLibrary.h>
+#include <KMVDriveLibrary/testing/SimulatedPlatform.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace kmv::testing {
+
+/// One announcement as an observer saw it.
+struct Heard {
+  std::string name;   // "new", "removed", "changed"
+  std::string path;   // of the drive at that moment
+  std::string queue;  // the label of the queue it came on; empty: none
+  NotificationObject object;
+};
+
+/// A simulated machine with the shared registry on it, and everything that the registry announces.
+class Registry {
+ public:
+  explicit Registry(std::uint64_t seed = 0) : machine(SimulatedPlatform::install(seed)) {
+    listen(kDiskArbiterNewDiskDetectedNotification, "new");
+    listen(kDiskArbiterRemovedDiskDetectedNotification, "removed");
+    listen(kDiskArbiterChangedDiskDetectedNotification, "changed");
+  }
+
+  KMVDiskArbiter& arbiter() { return KMVDiskArbiter::sharedInstance(); }
+
+  /// Starts the registry and lets everything that is due happen.
+  KMVDiskArbiter& start() {
+    arbiter().startArbiter();
+    machine.runUntilIdle();
+    return arbiter();
+  }
+
+  /// "new /Volumes/A", one per announcement since the last call.
+  std::vector<std::string> news() {
+    std::vector<std::string> lines;
+    for (const Heard& one : std::exchange(fresh_, {})) lines.push_back(one.name + " " + one.path);
+    return lines;
+  }
+
+  /// The live drive mounted at `path`; null when there is none.
+  std::shared_ptr<DriveDictionary> drive(const std::string& path) {
+    const auto table = arbiter().presentDiskDictionaries();
+    return table == nullptr ? nullptr : table->find(URL::fileURLWithPath(path, true));
+  }
+
+  SimulatedPlatform& machine;
+  std::vector<Heard> heard;
+
+ private:
+  void listen(std::string_view name, std::string shortName) {
+    registrations_.push_back(NotificationCenter::defaultCenter().addObserver(name, [this,
+                                                                                    shortName =
+                                                                                        std::move(shortName)](
+                                                                                       const Notification&
+                                                                                           notification) {
+      const auto contents = notification.object.dictionary();
+      const URL* url = contents->url(kDiskURLKey);
+      heard.push_back({shortName, url ? url->path() : "", machine.currentQueueLabel(), notification.object});
+      fresh_.push_back(heard.back());
+    }));
+  }
+
+  std::vector<NotificationCenter::Registration> registrations_;
+  std::vector<Heard> fresh_;
+};
+
+using Lines = std::vector<std::string>;
+
+}  // namespace kmv::testing
