@@ -23,10 +23,12 @@ struct CommandContext {
 
 using Action = std::function<ExitCode(CommandContext&)>;
 
-// One function and one file a command: it adds its subcommand to `app`, which sets `chosen` when the user
+// One function a command: it adds its subcommand to `app`, which sets `chosen` when the user
 // asks for it.
 void addListCommand(CLI::App& app, Action& chosen);
 void addWatchCommand(CLI::App& app, Action& chosen);
 void addWhereCommand(CLI::App& app, Action& chosen);
+void addUnmountCommand(CLI::App& app, Action& chosen);
+void addRenameCommand(CLI::App& app, Action& chosen);
 
 }  // namespace kmv::tool

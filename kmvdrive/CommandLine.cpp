@@ -54,6 +54,8 @@ ExitCode runCommandLine(int argc, const char* const* argv) {
   addListCommand(app, chosen);
   addWatchCommand(app, chosen);
   addWhereCommand(app, chosen);
+  addUnmountCommand(app, chosen);
+  addRenameCommand(app, chosen);
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& helpOrVersion) {

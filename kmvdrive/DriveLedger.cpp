@@ -33,6 +33,10 @@ void DriveLedger::removed(const DictionarySnapshot& contents) {
   if (settled_) show_(DriveEvent::removed, *contents);
 }
 
+void DriveLedger::answered(DriveEvent event, const Dictionary& contents) {
+  if (settled_) show_(event, contents);
+}
+
 void DriveLedger::settle() {
   settled_ = true;
   for (const auto& [key, drive] : drives_) show_(DriveEvent::present, *drive->snapshot());

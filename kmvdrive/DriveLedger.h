@@ -13,7 +13,8 @@
 
 namespace kmv::tool {
 
-enum class DriveEvent { present, added, removed, changed };
+/// The last three are answers to commands that this process gave.
+enum class DriveEvent { present, added, removed, changed, ejectionRejected, renameSucceeded, renameFailed };
 
 /// Keeps book of the drives that the registry announces and tells what to show of it: what is there at the
 /// start as present, later ones as added, no drive both, and every removal and change only of a drive that
@@ -33,6 +34,10 @@ class DriveLedger {
   void changed(const Drive& drive, const DictionarySnapshot& contents);
   /// `contents` is the drive's last content.
   void removed(const DictionarySnapshot& contents);
+
+  /// A command was answered. `contents` has the drive's "DAVolumePath" and, of a refused unmount, "status"
+  /// and "pid".
+  void answered(DriveEvent event, const Dictionary& contents);
 
   /// The registry has announced what exists: shows every drive that is there, by its mount URL. Announcements
   /// from here on are of new drives.

@@ -3,13 +3,16 @@
 
 #include <KMVDriveLibrary/KMVDriveKeys.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 
 #include "kmvdrive/DisplayText.h"
 #include "kmvdrive/DriveJSON.h"
 #include "kmvdrive/DriveSummary.h"
+#include "kmvdrive/RefusalText.h"
 
 namespace kmv::tool {
 namespace {
@@ -29,6 +32,12 @@ EventLook lookOf(DriveEvent event) {
       return {"removed", Style::Look::bad};
     case DriveEvent::changed:
       return {"changed", Style::Look::notice};
+    case DriveEvent::ejectionRejected:
+      return {"ejectionRejected", Style::Look::bad};
+    case DriveEvent::renameSucceeded:
+      return {"renameSucceeded", Style::Look::good};
+    case DriveEvent::renameFailed:
+      return {"renameFailed", Style::Look::bad};
   }
   return {"", Style::Look::plain};
 }
@@ -52,12 +61,28 @@ std::string detailsOf(const DriveSummary& summary) {
   return details;
 }
 
+bool isAnswer(DriveEvent event) {
+  return event == DriveEvent::ejectionRejected || event == DriveEvent::renameSucceeded ||
+         event == DriveEvent::renameFailed;
+}
+
 }  // namespace
 
 std::string eventAsJSON(DriveEvent event, EventTime time, const Dictionary& drive) {
   const std::chrono::duration<double> sinceEpoch = time.time_since_epoch();
-  return jsonLine(
-      {{"event", lookOf(event).name}, {"time", sinceEpoch.count()}, {"drive", jsonOfDrive(drive)}});
+  JSON line = {{"event", lookOf(event).name}, {"time", sinceEpoch.count()}};
+  if (!isAnswer(event)) {
+    line["drive"] = jsonOfDrive(drive);
+    return jsonLine(line);
+  }
+  if (const URL* url = drive.url(kDiskURLKey)) {
+    line["url"] = url->absoluteString();
+    line["path"] = url->path();
+  }
+  for (const char* number : {"status", "pid"}) {
+    if (const Value* value = drive.find(number)) line[number] = jsonOf(*value);
+  }
+  return jsonLine(line);
 }
 
 std::string eventAsText(DriveEvent event, EventTime time, const Dictionary& drive, const Style& style) {
@@ -65,12 +90,13 @@ std::string eventAsText(DriveEvent event, EventTime time, const Dictionary& driv
   const auto [name, look] = lookOf(event);
   const DriveSummary summary = summaryOf(drive);
   std::string line = localTimeText(time) + "  " + style.apply(look, name);
-  line.append(kLongestEvent - std::string_view(name).size() + 2, ' ');
+  line.append(std::max(kLongestEvent, std::strlen(name)) - std::strlen(name) + 2, ' ');
   line += visibleText(summary.mountPoint);
   const URL* oldURL = drive.url(kDiskOldURLKey);
   if (event == DriveEvent::changed && oldURL != nullptr) line += " (was " + visibleText(oldURL->path()) + ")";
   if (!summary.name.empty()) line += "  \"" + visibleText(summary.name) + "\"";
-  const std::string details = detailsOf(summary);
+  std::string details = detailsOf(summary);
+  if (event == DriveEvent::ejectionRejected) details = refusalText(drive);
   if (!details.empty()) line += "  " + visibleText(details);
   return line + "\n";
 }

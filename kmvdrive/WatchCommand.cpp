@@ -50,17 +50,30 @@ class Subscription {
     observe(
         kDiskArbiterRemovedDiskDetectedNotification,
         [](DriveLedger& book, const Drive&, const DictionarySnapshot& contents) { book.removed(contents); });
+    observe(kDiskEjectionRejected, [](DriveLedger& book, const Drive&, const DictionarySnapshot& contents) {
+      Dictionary answer = *contents;
+      if (const Value* volume = contents->find("volName")) answer.set(kDiskURLKey, *volume);
+      book.answered(DriveEvent::ejectionRejected, answer);
+    });
+    observe(kDiskArbiterRenameSucceeded, renamed<DriveEvent::renameSucceeded>);
+    observe(kDiskArbiterRenameFailed, renamed<DriveEvent::renameFailed>);
   }
 
  private:
   using Drive = DriveLedger::Drive;
   using Tell = void (*)(DriveLedger&, const Drive&, const DictionarySnapshot& contents);
 
+  template <DriveEvent event>
+  static void renamed(DriveLedger& book, const Drive&, const DictionarySnapshot& contents) {
+    book.answered(event, *contents);
+  }
+
   void observe(std::string_view name, Tell tell) {
     const auto observer = [ledger = ledger_, tell](const Notification& notification) {
       // A live drive may have changed again when the main thread gets to it: take what it holds now.
       const NotificationObject& object = notification.object;
-      onMainQueue([ledger, tell, drive = object.drive(), contents = object.dictionary()] {
+      auto contents = notification.userInfo == nullptr ? object.dictionary() : notification.userInfo;
+      onMainQueue([ledger, tell, drive = object.drive(), contents = std::move(contents)] {
         if (const auto book = ledger.lock()) tell(*book, drive, contents);
       });
     };

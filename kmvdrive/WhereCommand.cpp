@@ -1,11 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include <KMVDriveLibrary/Exception.h>
 #include <KMVDriveLibrary/KMVDiskArbiter.h>
-#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
-#include <cstdlib>
 #include <memory>
 #include <string>
 
@@ -13,6 +11,7 @@
 #include "kmvdrive/DisplayText.h"
 #include "kmvdrive/DriveJSON.h"
 #include "kmvdrive/DriveSummary.h"
+#include "kmvdrive/Location.h"
 #include "kmvdrive/Table.h"
 
 namespace kmv::tool {
@@ -22,15 +21,6 @@ struct WhereOptions {
   std::string path;
   bool json = false;
 };
-
-/// Paths are the caller's; the library's are absolute. None for an empty path, which names nothing.
-std::optional<URL> locationOf(const std::string& path) {
-  if (path.empty()) return std::nullopt;
-  if (path.front() == '/') return URL::fileURLWithPath(path, /*isDirectory=*/false);
-  const std::unique_ptr<char, void (*)(void*)> folder(::getcwd(nullptr, 0), std::free);
-  if (folder == nullptr || *folder.get() != '/') return std::nullopt;  // the working directory is gone
-  return URL::fileURLWithPath(std::string(folder.get()) + "/" + path, /*isDirectory=*/false);
-}
 
 DictionarySnapshot driveThatHolds(const std::string& path) {
   KMVDiskArbiter& arbiter = KMVDiskArbiter::sharedInstance();

@@ -25,4 +25,8 @@ inline constexpr char kDeviceInternal[] = "DADeviceInternal";  // boolean
 inline constexpr char kDeviceModel[] = "DADeviceModel";        // text
 inline constexpr char kAppearanceTime[] = "DAAppearanceTime";  // real, seconds since 2001-01-01 UTC
 
+// The record in which a refused command says why.
+inline constexpr char kDissenterStatus[] = "DAStatus";        // integer, see DissentStatus.h
+inline constexpr char kDissenterProcessID[] = "DAProcessID";  // integer; absent when no process is known
+
 }  // namespace kmv::key

@@ -5,6 +5,7 @@
 #include <KMVDriveLibrary/Queue.h>
 
 #include <memory>
+#include <string>
 
 namespace kmv {
 
@@ -15,6 +16,11 @@ struct DiskCallbacks {
   void (*disappeared)(Disk* disk, void* context) = nullptr;
   void (*descriptionChanged)(Disk* disk, const ChangedKeys* changedKeys, void* context) = nullptr;
 };
+
+/// How a command's end is told: on the session's queue, once. `dissenter` is null when the command
+/// succeeded, else the record that says who refused and why (keys in DescriptionKeys.h). `disk` has its
+/// description of that moment. Both are borrowed for the length of the call.
+using CommandCompletion = void (*)(Disk* disk, const Dictionary* dissenter, void* context);
 
 /// Watches the platform for disks and volumes; speaks in descriptions (DescriptionKeys.h) and holds no
 /// policy.
@@ -51,6 +57,15 @@ class DiskArbitrationSession {
   /// "DAAppearanceTime" included. Any thread; may wait a moment for the session to catch up with the machine,
   /// and for the disk's own identification, but for no queue.
   virtual std::unique_ptr<Disk> diskFromVolumePath(const URL& volume) = 0;
+
+  /// Unmounts the volume, in good order or not at all; whatever event that brings is queued before the
+  /// completion. Returns at once; any thread. REQUIRES: `disk` is one that this session's
+  /// `diskFromVolumePath` gave, and the queue is set.
+  virtual void unmount(const Disk& disk, CommandCompletion completion, void* context) = 0;
+
+  /// Gives the volume a new name on its medium, whole or not at all. Otherwise as `unmount`.
+  virtual void rename(const Disk& disk, const std::string& newName, CommandCompletion completion,
+                      void* context) = 0;
 };
 
 }  // namespace kmv

@@ -53,6 +53,8 @@ static_assert(exists<Question, &Interpreter::doesDictionaryRepresentAFat32Volume
 static_assert(exists<Question, &Interpreter::doesDictionaryRepresentAnAppleFileSystemVolume>);
 static_assert(exists<Question, &Interpreter::diskDictionaryRepresentsAppleFileSystemContainer>);
 static_assert(exists<Question, &Interpreter::dictionaryContainsExemptedVolumeKind>);
+static_assert(exists<bool (Arbiter::*)(const URL&), &Arbiter::unmountVolumeAtRootURL>);
+static_assert(exists<void (Arbiter::*)(const URL&, std::string_view), &Arbiter::renameDriveWithRootURL>);
 static_assert(exists<void (Arbiter::*)(const Listener&), &Arbiter::addAdditionalInformationListener>);
 static_assert(exists<void (Arbiter::*)(const Listener&), &Arbiter::removeAdditionalInformationListener>);
 
@@ -88,6 +90,10 @@ static_assert(std::is_same_v<decltype(NewDiskAppeared), void(kmv::Disk*, void*)>
 static_assert(std::is_same_v<decltype(DiskDisappeared), void(kmv::Disk*, void*)>);
 static_assert(
     std::is_same_v<decltype(DiskDescriptionChanged), void(kmv::Disk*, const kmv::ChangedKeys*, void*)>);
+
+static_assert(std::is_same_v<decltype(DiskUnmountCallback), void(kmv::Disk*, const kmv::Dictionary*, void*)>);
+static_assert(std::is_same_v<decltype(DiskRenameCallback), decltype(DiskUnmountCallback)>);
+static_assert(kmv::dissent::kBusy == -119930878 && kmv::dissent::kUnsupported == -119930868);
 
 static_assert(exists<URL (*)(const URL&), &kmv::URLByStandardizingPath>);
 static_assert(exists<URL (URL::*)() const, &URL::standardized>);

@@ -3,16 +3,22 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <mutex>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "integration/support/CommandStory.h"
 #include "integration/support/FuseServer.h"
+#include "integration/support/Observer.h"
 #include "integration/support/Story.h"
 
 namespace kmv::integration {
@@ -73,7 +79,7 @@ TEST_F(VolumeStory, ABusyVolumeStaysAndTheProcessThatHoldsItIsNamed) {
   const LoopDevice card = newVolume("ext4", "Card");
   const std::string point = space().folder("card\nwith a line feed");
   mountVolume(card.node(), point, "ext4");
-  const VolumeToUnmount volume = volumeAt(point);
+  const TargetVolume volume = volumeAt(point);
   tellWhoHolds(point);
   EXPECT_EQ(statusOf(unmountVolume({}, volume)), kNotMounted) << "once is enough";
 }
@@ -96,7 +102,7 @@ TEST_F(VolumeStory, AVolumeUnderAnotherIsHeldByNoProcess) {
   const Dissent dissent = unmountAt(point);
   EXPECT_EQ(statusOf(dissent), kBusy);
   ASSERT_TRUE(dissent);
-  EXPECT_FALSE(dissent->contains(dissent::kProcessID)) << "the child holds the inner one";
+  EXPECT_FALSE(dissent->contains(key::kDissenterProcessID)) << "the child holds the inner one";
 }
 
 TEST_F(FuseStory, AProcessOnAServerThatDoesNotAnswerDelaysNoSearchForHolders) {
@@ -142,6 +148,11 @@ TEST_F(FuseStory, APlainUserTakesAnOwnFuseMountAway) {
   if (!isInstalled("fusermount3")) GTEST_SKIP() << "needs fusermount3";
   const std::string point = space().folder("own");
   ASSERT_EQ(chown(point.c_str(), kNobody, kNobody), 0);
+  // Some machines keep FUSE for root; in this namespace everybody has it.
+  const std::string node = space().path("fuse");
+  ASSERT_EQ(mknod(node.c_str(), S_IFCHR, makedev(10, 229)), 0);
+  ASSERT_EQ(chmod(node.c_str(), 0666), 0);
+  ASSERT_EQ(mount(node.c_str(), "/dev/fuse", nullptr, MS_BIND, nullptr), 0);
   const auto story = [&]() -> std::int64_t {
     FuseServer server(point);
     {
@@ -179,6 +190,92 @@ INSTANTIATE_TEST_SUITE_P(, RenameStory,
                          ::testing::Values(std::pair("ext4", 16), std::pair("xfs", 12),
                                            std::pair("btrfs", 255)),
                          [](const auto& story) { return std::string(story.param.first); });
+
+/// What the registry answers, taken on its queue.
+class Answers {
+ public:
+  Answers() {
+    for (const auto name : {kDiskEjectionRejected, kDiskArbiterRenameSucceeded, kDiskArbiterRenameFailed}) {
+      registrations_.push_back(
+          NotificationCenter::defaultCenter().addObserver(name, [this](const auto& answer) {
+            const std::lock_guard lock(mutex_);
+            answers_.push_back(answer);
+          }));
+    }
+  }
+  std::optional<Notification> next(Observer& observer) {
+    const auto one = [this] {
+      const std::lock_guard lock(mutex_);
+      return answers_.empty() ? std::nullopt : std::optional(answers_.front());
+    };
+    if (!observer.waitFor([&] { return one().has_value(); })) return std::nullopt;
+    auto answer = one();
+    const std::lock_guard lock(mutex_);
+    answers_.erase(answers_.begin());
+    return answer;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::vector<Notification> answers_;
+  std::vector<NotificationCenter::Registration> registrations_;
+};
+
+TEST_F(VolumeStory, TheRegistryUnmountsAndRenamesAndTellsWhatCameOfIt) {
+  const LoopDevice card = newVolume("ext4", "Card");
+  const std::string point = space().folder("card");
+  mountVolume(card.node(), point, "ext4");
+  Observer observer(space().scratch());
+  observer.expect({"added card"});
+  Answers answers;
+  KMVDiskArbiter& arbiter = observer.arbiter();
+  const URL root = URL::fileURLWithPath(point, true);
+  {
+    const Child holder([&] { return chdir(point.c_str()) == 0; });
+    EXPECT_TRUE(arbiter.unmountVolumeAtRootURL(root));
+    const auto refused = answers.next(observer);
+    ASSERT_TRUE(refused);
+    EXPECT_EQ(*refused->object.dictionary(),
+              (Dictionary{{"pid", holder.id()}, {"status", kBusy}, {"volName", root}}));
+    observer.expect({});
+  }
+  arbiter.renameDriveWithRootURL(root, "Reel");
+  const auto renamed = answers.next(observer);
+  ASSERT_TRUE(renamed);
+  EXPECT_EQ(renamed->name, "kDiskArbiterRenameSucceeded");
+  EXPECT_EQ(*renamed->userInfo, (Dictionary{{"DAVolumePath", root}}));
+  EXPECT_EQ(*arbiter.forceReadDetailsOfDriveMountedAtPath(point)->text("DAVolumeName"), "Reel")
+      << "the platform knows the new name when it answers";
+  arbiter.renameDriveWithRootURL(root, "a name far too long for ext4");
+  EXPECT_EQ(answers.next(observer)->name, "kDiskArbiterRenameFailed");
+  EXPECT_EQ(blkidValue(card.node(), "LABEL"), "Reel");
+
+  EXPECT_TRUE(arbiter.unmountVolumeAtRootURL(root));
+  observer.expect({"removed card"});
+  EXPECT_FALSE(arbiter.unmountVolumeAtRootURL(root));
+  EXPECT_TRUE(observer.unmounted(card.name()));
+}
+
+TEST_F(VolumeStory, TheLibraryInFullUseKeepsNoVolumeBusy) {
+  const LoopDevice card = newVolume("ext4", "Card");
+  const std::string point = space().folder("card");
+  mountVolume(card.node(), point, "ext4");
+  std::ofstream(point + "/.OrvaneProductsUUID.orv") << "ABC";
+  Observer observer(space().scratch());
+  observer.expect({"added card"});
+  KMVDiskArbiter& arbiter = observer.arbiter();
+  const URL file = URL::fileURLWithPath(point + "/clips/1.mov", false),
+            root = URL::fileURLWithPath(point, true);
+  EXPECT_EQ(arbiter.uuidFromOrvaneFileForDriveRepresentedByURL(file), "ABC");
+  EXPECT_NE(arbiter.findRootMountDictionaryForURL(file), nullptr);
+  EXPECT_TRUE(arbiter.rootVolumeURLStillExists(root));
+  EXPECT_NE(arbiter.forceReadDetailsOfDriveMountedAtPath(point), nullptr);
+  Answers answers;
+  arbiter.renameDriveWithRootURL(root, "Reel");
+  ASSERT_TRUE(answers.next(observer));
+  EXPECT_EQ(run({"umount", point}).exitCode, 0);
+  observer.expect({"removed card"});
+}
 
 }  // namespace
 }  // namespace kmv::integration

@@ -2,6 +2,8 @@
 // kmvdrive beside real volumes: what it tells, what it asks of the kernel, and that it sleeps when there is
 // nothing to tell.
 #include <KMVDriveLibrary/KMVDriveLibrary.h>
+#include <fcntl.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <linux/netlink.h>
 #include <signal.h>
@@ -19,6 +21,7 @@
 #include "integration/support/Process.h"
 #include "integration/support/Sanitizers.h"
 #include "integration/support/Story.h"
+#include "kmvdrive/CommandLine.h"
 
 namespace kmv::integration {
 namespace {
@@ -84,6 +87,95 @@ TEST_F(VolumeStory, WatchTellsTheLifeOfAVolumeAndEndsWhenAsked) {
   watch.process().signal(SIGTERM);
   EXPECT_EQ(watch.process().readAll(), "");
   EXPECT_EQ(watch.process().exitCode(), 0);
+}
+
+// --- Commands ---
+
+TEST_F(VolumeStory, AnUnmountAndARenameEndWithACodeThatTellsScriptsHow) {
+  const LoopDevice card = newVolume("ext4", "Card");
+  const std::string point = space().folder("card");
+  mountVolume(card.node(), point, "ext4");
+  const auto command = [](const Process::Words& words) {
+    const Ran ran = run({"sh", "-c", "exec \"$@\" 2>&1", "sh", KMVDRIVE_PROGRAM, words[0], words[1],
+                         words.size() > 2 ? words[2] : "--"});
+    return std::to_string(ran.exitCode.value_or(-1)) + " " + ran.output;
+  };
+  EXPECT_EQ(command({"rename", point, "Reel"}), "0 renamed \"" + point + "\" to \"Reel\"\n");
+  EXPECT_EQ(blkidValue(card.node(), "LABEL"), "Reel");
+  EXPECT_THAT(command({"rename", point, "a name far too long"}),
+              ::testing::StartsWith("4 kmvdrive: cannot rename"));
+  EXPECT_THAT(command({"unmount", point + "/lost+found"}),
+              ::testing::StartsWith("3 kmvdrive: no drive is mounted at"));
+  {
+    Process holder({"sh", "-c", "cd \"$1\" && echo in && exec sleep 100", "sh", point});
+    ASSERT_EQ(holder.readLine(), "in");
+    EXPECT_EQ(command({"unmount", point}), "4 kmvdrive: cannot unmount \"" + point +
+                                               "\": something on it is in use (status 0xF8DA0002, process " +
+                                               std::to_string(holder.id()) + ")\n");
+  }
+  EXPECT_EQ(command({"unmount", point + "/"}), "0 unmounted \"" + point + "\"\n");
+  EXPECT_THAT(command({"unmount", point}), ::testing::StartsWith("3 "));
+}
+
+/// What this process prints while it runs `kmvdrive`, line by line as it comes.
+class OwnOutput {
+ public:
+  OwnOutput() : before_(dup(STDOUT_FILENO)) {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) return;
+    dup2(ends[1], STDOUT_FILENO);
+    close(ends[1]);
+    lines_ = fdopen(ends[0], "r");
+  }
+  ~OwnOutput() {
+    dup2(before_, STDOUT_FILENO);
+    close(before_);
+    fclose(lines_);
+  }
+  json next() {
+    char line[8192];
+    return std::fgets(line, sizeof line, lines_) == nullptr ? json() : json::parse(line);
+  }
+
+ private:
+  int before_;
+  FILE* lines_ = nullptr;
+};
+
+TEST_F(VolumeStory, AWatchShowsTheAnswersToCommandsOfItsProcess) {
+  const LoopDevice card = newVolume("ext4", "Card");
+  const std::string point = space().folder("card");
+  mountVolume(card.node(), point, "ext4");
+  const URL root = URL::fileURLWithPath(point, true);
+  std::vector<json> answers;
+  std::thread host([&, output = std::make_unique<OwnOutput>()] {
+    json line = output->next();
+    while (line["drive"]["path"] != point) line = output->next();
+    KMVDiskArbiter& arbiter = KMVDiskArbiter::sharedInstance();
+    const int held = open(point.c_str(), O_RDONLY | O_CLOEXEC);
+    arbiter.unmountVolumeAtRootURL(root);
+    answers.push_back(output->next());
+    close(held);
+    arbiter.renameDriveWithRootURL(root, "Reel");
+    answers.push_back(output->next());
+    arbiter.renameDriveWithRootURL(root, "a name far too long");
+    answers.push_back(output->next());
+    kill(getpid(), SIGTERM);
+  });
+  const char* const words[] = {"kmvdrive", "watch", "--json"};
+  EXPECT_EQ(tool::runCommandLine(3, words), tool::ExitCode::ok);
+  host.join();
+  ASSERT_EQ(answers.size(), 3u);
+  for (json& answer : answers) {
+    EXPECT_EQ(answer["path"], point);
+    EXPECT_EQ(answer["url"], root.absoluteString());
+    EXPECT_TRUE(answer["time"].is_number());
+  }
+  EXPECT_EQ(answers[0]["event"], "ejectionRejected");
+  EXPECT_EQ(answers[0]["status"], dissent::kBusy);
+  EXPECT_EQ(answers[0]["pid"], getpid());
+  EXPECT_EQ(answers[1]["event"], "renameSucceeded");
+  EXPECT_EQ(answers[2]["event"], "renameFailed");
 }
 
 // --- What it asks of the kernel ---

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <KMVDriveLibrary/DissentStatus.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -9,6 +10,7 @@
 
 #include "kmvdrive/DisplayText.h"
 #include "kmvdrive/EventText.h"
+#include "kmvdrive/RefusalText.h"
 #include "kmvdrive/Table.h"
 
 namespace kmv::tool {
@@ -70,6 +72,18 @@ TEST(EventText, ARenameTellsBothPathsOnOneLine) {
   const std::string line = eventAsText(DriveEvent::changed, std::chrono::system_clock::now(), drive, kPlain);
   EXPECT_EQ(line.substr(8),
             "  changed  /media/new\\x0a (was /media/old)  \"new\"  exfat, 32 GB, removable\n");
+}
+
+TEST(EventText, ARefusalIsASentenceWithItsNumbers) {
+  const Dictionary refusal{
+      {"DAVolumePath", URL::fileURLWithPath("/media/card", true)}, {"status", dissent::kBusy}, {"pid", 4711}};
+  const std::string line =
+      eventAsText(DriveEvent::ejectionRejected, std::chrono::system_clock::now(), refusal, kPlain);
+  EXPECT_EQ(line.substr(8),
+            "  ejectionRejected  /media/card  something on it is in use (status 0xF8DA0002, process "
+            "4711)\n");
+  EXPECT_EQ(refusalText({{"status", 12}, {"pid", 0}}),
+            "the system refused without a reason that is known here (status 12)");
 }
 
 TEST(Arguments, SecondsAreDecimalNumbersThatAreNotNegative) {

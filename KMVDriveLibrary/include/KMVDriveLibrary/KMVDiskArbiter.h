@@ -155,6 +155,20 @@ class KMV_EXPORT KMVDiskArbiter : public kmv::Object {
   /// forceReadDetailsOfDriveMountedAtPath:
   kmv::DictionarySnapshot forceReadDetailsOfDriveMountedAtPath(std::string_view path) const;
 
+  // --- Commands: asked for here, carried out by the platform, answered later on the arbiter queue. ---
+
+  /// Asks the platform to unmount the volume mounted exactly at `url`, in good order or not at all. True when
+  /// that was asked for; false when there is no such volume. A volume that went is announced as removed, a
+  /// refusal with `kDiskEjectionRejected` (see `DiskUnmountCallback`). Thread: any; returns without waiting
+  /// for the volume. Selector: unmountVolumeAtRootURL:
+  bool unmountVolumeAtRootURL(const kmv::URL& url);
+
+  /// Asks the platform to give the volume mounted exactly at `url` a new name. The answer is
+  /// `kDiskArbiterRenameSucceeded` or `kDiskArbiterRenameFailed` (see `DiskRenameCallback`); where there is
+  /// no such volume, nothing happens and nothing is announced. What becomes of the drive's mount point is
+  /// announced like any other change. Thread: as above. Selector: renameDriveWithRootURL:withNewName:
+  void renameDriveWithRootURL(const kmv::URL& url, std::string_view withNewName);
+
   // --- Listeners ---
 
   /// Adds a listener; one that is there already stays once. Waits for the arbiter queue.

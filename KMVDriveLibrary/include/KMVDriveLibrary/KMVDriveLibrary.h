@@ -5,6 +5,7 @@
 // <KMVDriveLibrary/testing/SimulatedPlatform.h>.
 #include <KMVDriveLibrary/Disk.h>
 #include <KMVDriveLibrary/DiskCallbacks.h>
+#include <KMVDriveLibrary/DissentStatus.h>
 #include <KMVDriveLibrary/DriveDictionary.h>
 #include <KMVDriveLibrary/Exception.h>
 #include <KMVDriveLibrary/HiddenMounts.h>

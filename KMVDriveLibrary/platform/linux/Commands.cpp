@@ -14,6 +14,7 @@
 #include <cstring>
 #include <utility>
 
+#include "platform/DescriptionKeys.h"
 #include "platform/linux/FileDescriptor.h"
 #include "platform/linux/Files.h"
 #include "platform/linux/FuseHelper.h"
@@ -73,8 +74,8 @@ namespace {
 
 Dissent refusal(std::int32_t status, std::optional<pid_t> holder = std::nullopt) {
   if (status == dissent::kDone) return std::nullopt;
-  Dictionary record{{dissent::kStatus, status}};
-  if (holder) record.set(dissent::kProcessID, *holder);
+  Dictionary record{{key::kDissenterStatus, status}};
+  if (holder) record.set(key::kDissenterProcessID, *holder);
   return record;
 }
 
@@ -87,7 +88,7 @@ struct Look {
 
 /// Whether the volume still is what its mount point leads to. Asks the mount table only: no server is waited
 /// for.
-Look lookFor(const LinuxOptions& options, const VolumeToUnmount& volume) {
+Look lookFor(const LinuxOptions& options, const TargetVolume& volume) {
   Look look;
   const auto table = parseMountInfo(readFile(options.procRoot + "/self/mountinfo").value_or(std::string()));
   for (const MountEntry& entry : table) {
@@ -106,7 +107,7 @@ bool isOwnFuseMount(const MountEntry& entry) {
 }
 
 /// UDisks knows devices; a server's mount is none of its business.
-bool isForUDisks(const VolumeToUnmount& volume) {
+bool isForUDisks(const TargetVolume& volume) {
   return !volume.deviceNode.empty() && !isNetworkKind(volume.kind);
 }
 
@@ -124,7 +125,7 @@ std::int32_t statusOf(const UDisksReply& reply) {
   return dissent::ofErrorName(reply.error);
 }
 
-std::int32_t unmountDirectly(const LinuxOptions& options, const VolumeToUnmount& volume) {
+std::int32_t unmountDirectly(const LinuxOptions& options, const TargetVolume& volume) {
   // The kernel takes this for the root alone as a wish to make the file system read-only.
   if (volume.mountPoint == "/") return dissent::kBusy;
   const std::string path = options.viewRoot + volume.mountPoint;
@@ -132,7 +133,7 @@ std::int32_t unmountDirectly(const LinuxOptions& options, const VolumeToUnmount&
 }
 
 /// For a process that has not the right itself.
-std::int32_t unmountWithHelp(const LinuxOptions& options, const VolumeToUnmount& volume,
+std::int32_t unmountWithHelp(const LinuxOptions& options, const TargetVolume& volume,
                              const MountEntry& entry) {
   if (isOwnFuseMount(entry)) return unmountOwnFuse(options.viewRoot + volume.mountPoint);
   if (isForUDisks(volume)) return statusOf(unmountWithUDisks(volume.deviceNode, volume.mountPoint));
@@ -172,7 +173,7 @@ bool isRootOf(int fd, std::uint64_t mountId) {
 
 /// REQUIRES: `name` fits the kind, which the kernel itself can name: a local file system, so that opening its
 /// root waits for no server.
-std::int32_t renameByKernel(const LinuxOptions& options, const VolumeToUnmount& volume,
+std::int32_t renameByKernel(const LinuxOptions& options, const TargetVolume& volume,
                             const std::string& name) {
   const std::string path = options.viewRoot + volume.mountPoint;
   const FileDescriptor root(
@@ -193,7 +194,7 @@ bool mayUDisksDoIt(std::int32_t status) {
 
 }  // namespace
 
-Dissent unmountVolume(const LinuxOptions& options, const VolumeToUnmount& volume) {
+Dissent unmountVolume(const LinuxOptions& options, const TargetVolume& volume) {
   const Look before = lookFor(options, volume);
   if (before.place == Place::gone) return refusal(dissent::kNotMounted);
   if (before.place == Place::covered) return refusal(dissent::kBusy);
@@ -207,7 +208,7 @@ Dissent unmountVolume(const LinuxOptions& options, const VolumeToUnmount& volume
   return refusal(status, findHolder(options, volume));
 }
 
-Dissent renameVolume(const LinuxOptions& options, const VolumeToUnmount& volume, const std::string& newName) {
+Dissent renameVolume(const LinuxOptions& options, const TargetVolume& volume, const std::string& newName) {
   const NameRule* const rule = nameRuleOf(volume.kind);
   const bool tooLong = rule != nullptr && newName.size() > rule->mostBytes;
   if (tooLong || newName.find('\0') != std::string::npos) return refusal(dissent::kBadArgument);

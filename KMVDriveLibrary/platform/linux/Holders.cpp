@@ -65,7 +65,7 @@ bool isStuck(const std::string& folder) {
 
 class Scan {
  public:
-  Scan(const LinuxOptions& options, const VolumeToUnmount& volume)
+  Scan(const LinuxOptions& options, const TargetVolume& volume)
       : proc_(options.procRoot),
         mountId_(volume.mountId),
         point_(options.viewRoot + volume.mountPoint),
@@ -149,7 +149,7 @@ class Scan {
 
 }  // namespace
 
-std::optional<pid_t> findHolder(const LinuxOptions& options, const VolumeToUnmount& volume) {
+std::optional<pid_t> findHolder(const LinuxOptions& options, const TargetVolume& volume) {
   const Scan scan(options, volume);
   const std::vector<pid_t> ids = listProcesses(options.procRoot);
   const auto open = std::find_if(ids.begin(), ids.end(), [&](pid_t id) { return scan.usesOpenly(id); });

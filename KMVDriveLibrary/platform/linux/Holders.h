@@ -16,6 +16,6 @@ namespace kmv {
 ///
 /// Reads /proc only and waits for no file system: what other processes use is compared as text first, and
 /// nothing but this volume's own files is touched. Cost: some 0.1 ms per process.
-std::optional<pid_t> findHolder(const LinuxOptions& options, const VolumeToUnmount& volume);
+std::optional<pid_t> findHolder(const LinuxOptions& options, const TargetVolume& volume);
 
 }  // namespace kmv

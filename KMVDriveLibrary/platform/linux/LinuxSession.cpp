@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "base/Fatal.h"
+#include "platform/DescriptionKeys.h"
 #include "platform/linux/AppearanceClock.h"
 #include "platform/linux/Description.h"
 #include "platform/linux/PointType.h"
@@ -29,6 +30,22 @@ class DescribedDisk final : public Disk {
  private:
   Dictionary description_;
 };
+
+/// A disk that a host asked for. It remembers its mount, by which a command finds the volume.
+class MountedVolume final : public Disk {
+ public:
+  explicit MountedVolume(DiskModel::MountedDisk disk) : disk_(std::move(disk)) {}
+  std::optional<Dictionary> copyDescription() const override { return disk_.description; }
+  const DiskModel::MountedDisk& disk() const { return disk_; }
+
+ private:
+  DiskModel::MountedDisk disk_;
+};
+
+TargetVolume targetOf(const MountEntry& mount) {
+  const bool hasNode = isBlockBacked(mount) && mount.source.starts_with("/dev/");
+  return {mount.point, mount.kind, hasNode ? mount.source : std::string(), mount.id, mount.device};
+}
 
 void tell(DiskEvent& event, const DiskCallbacks& callbacks, void* context) {
   DescribedDisk disk(std::move(event.description));
@@ -109,14 +126,49 @@ void LinuxSession::registerCallbacks(const DiskCallbacks& callbacks, void* conte
 std::unique_ptr<Disk> LinuxSession::diskFromVolumePath(const URL& volume) {
   if (!volume.isFileURL()) return nullptr;
   MountedDisk mounted = mountedDiskAt(volume.path());
-  return mounted ? std::make_unique<DescribedDisk>(std::move(mounted->description)) : nullptr;
+  return mounted ? std::make_unique<MountedVolume>(std::move(*mounted)) : nullptr;
 }
 
-LinuxSession::MountedDisk LinuxSession::mountedDiskAt(const std::string& point) {
+void LinuxSession::unmount(const Disk& disk, CommandCompletion completion, void* context) {
+  start(disk, {unmountVolume, completion, context, /*changesMedium=*/false});
+}
+
+void LinuxSession::rename(const Disk& disk, const std::string& newName, CommandCompletion completion,
+                          void* context) {
+  const auto carryOut = [newName](const LinuxOptions& options, const TargetVolume& volume) {
+    return renameVolume(options, volume, newName);
+  };
+  start(disk, {carryOut, completion, context, /*changesMedium=*/true});
+}
+
+void LinuxSession::start(const Disk& disk, Command command) {
+  const auto* const volume = dynamic_cast<const MountedVolume*>(&disk);
+  if (volume == nullptr) fatal("a command needs a disk that diskFromVolumePath gave");
+  if (!queue_) fatal("a disk arbitration session needs a queue before a command");
+  const bool started = commands_.start([this, before = volume->disk(), command] {
+    finish(before, command.carryOut(options_, targetOf(before.mount)), command);
+  });
+  if (!started) finish(volume->disk(), Dictionary{{key::kDissenterStatus, dissent::kNoResources}}, command);
+}
+
+/// What the command did is looked at before its end is told, so that the events it brings are queued first.
+void LinuxSession::finish(const DiskModel::MountedDisk& before, Dissent dissent, const Command& command) {
+  const MountedDisk after = mountedDiskAt(before.mount.point, command.changesMedium && !dissent);
+  Dictionary description = after ? after->description : before.description;
+  if (!after) description.remove(key::kVolumePath);
+  queue_->async(
+      [description = std::move(description), dissent = std::move(dissent), command, stopped = stopped_] {
+        if (*stopped) return;
+        DescribedDisk disk(description);
+        command.completion(&disk, dissent ? &*dissent : nullptr, command.context);
+      });
+}
+
+LinuxSession::MountedDisk LinuxSession::mountedDiskAt(const std::string& point, bool readAnew) {
   std::future<MountedDisk> answer;
   {
     std::lock_guard lock(questionsMutex_);
-    if (listens_) answer = questions_.emplace_back(Question{point, {}}).answer.get_future();
+    if (listens_) answer = questions_.emplace_back(Question{point, readAnew, {}}).answer.get_future();
   }
   if (!answer.valid()) return describeWithoutListening(point);
   ::eventfd_write(wake_.get(), 1);
@@ -142,9 +194,22 @@ LinuxSession::MountedDisk LinuxSession::describeWithoutListening(const std::stri
 }
 
 void LinuxSession::takeQuestions() {
-  std::lock_guard lock(questionsMutex_);
-  for (Question& question : questions_) open_.push_back(std::move(question));
-  questions_.clear();
+  const std::size_t known = open_.size();
+  {
+    std::lock_guard lock(questionsMutex_);
+    for (Question& question : questions_) open_.push_back(std::move(question));
+    questions_.clear();
+  }
+  for (std::size_t i = known; i < open_.size(); ++i) {
+    if (open_[i].readAnew) readAnew(open_[i].point);
+  }
+}
+
+/// The kernel does not announce what is written to a mounted medium.
+void LinuxSession::readAnew(const std::string& point) {
+  const DiskModel::MountedDisk* const disk = model_->diskAt(point);
+  if (disk == nullptr || !isBlockBacked(disk->mount)) return;
+  if (auto device = devices_.readBehind(disk->mount)) model_->deviceSeen(std::move(*device));
 }
 
 /// After the model told what is. A volume whose device is still being identified is waited for; the model
@@ -152,7 +217,7 @@ void LinuxSession::takeQuestions() {
 void LinuxSession::answerQuestions() {
   std::erase_if(open_, [this](Question& question) {
     const DiskModel::MountedDisk* disk = model_->diskAt(question.point);
-    if (disk == nullptr && model_->isAwaitedAt(question.point)) return false;
+    if ((disk == nullptr || question.readAnew) && model_->isAwaitedAt(question.point)) return false;
     question.answer.set_value(disk == nullptr ? MountedDisk() : MountedDisk(*disk));
     return true;
   });

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 #include <future>
 #include <memory>
 #include <mutex>
@@ -12,6 +13,8 @@
 
 #include "platform/DiskArbitrationSession.h"
 #include "platform/linux/BlockDevices.h"
+#include "platform/linux/CommandThreads.h"
+#include "platform/linux/Commands.h"
 #include "platform/linux/DeviceMonitor.h"
 #include "platform/linux/DiskModel.h"
 #include "platform/linux/FileDescriptor.h"
@@ -27,12 +30,16 @@ namespace kmv {
 class LinuxSession final : public DiskArbitrationSession {
  public:
   explicit LinuxSession(LinuxOptions options);
-  /// Stops the thread. Callbacks that wait on the queue are dropped; one that runs is not waited for.
+  /// Stops the thread. Callbacks that wait on the queue are dropped; one that runs is not waited for, but
+  /// commands that run are.
   ~LinuxSession() override;
 
   void setQueue(std::shared_ptr<SerialQueue> queue) override;
   void registerCallbacks(const DiskCallbacks& callbacks, void* context) override;
   std::unique_ptr<Disk> diskFromVolumePath(const URL& volume) override;
+  void unmount(const Disk& disk, CommandCompletion completion, void* context) override;
+  void rename(const Disk& disk, const std::string& newName, CommandCompletion completion,
+              void* context) override;
 
  private:
   using MountedDisk = std::optional<DiskModel::MountedDisk>;
@@ -40,11 +47,22 @@ class LinuxSession final : public DiskArbitrationSession {
   /// once more.
   struct Question {
     std::string point;
+    bool readAnew = false;  // the medium was written to: what it says of itself is to be read again first
     std::promise<MountedDisk> answer;
   };
-  MountedDisk mountedDiskAt(const std::string& point);
+  MountedDisk mountedDiskAt(const std::string& point, bool readAnew = false);
   MountedDisk describeWithoutListening(const std::string& point) const;
+  /// A function that carries a command out, and whom to tell.
+  struct Command {
+    std::function<Dissent(const LinuxOptions&, const TargetVolume&)> carryOut;
+    CommandCompletion completion = nullptr;
+    void* context = nullptr;
+    bool changesMedium = false;
+  };
+  void start(const Disk& disk, Command command);
+  void finish(const DiskModel::MountedDisk& before, Dissent dissent, const Command& command);
   void takeQuestions();
+  void readAnew(const std::string& point);
   void answerQuestions();
 
   void run();
@@ -78,6 +96,7 @@ class LinuxSession final : public DiskArbitrationSession {
   bool listens_ = false;  // guarded by the mutex: the event thread runs and answers
 
   std::thread thread_;
+  CommandThreads commands_;  // the last member: commands that run use the others
 };
 
 }  // namespace kmv

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "platform/simulated/Machine.h"
 
+#include <KMVDriveLibrary/DissentStatus.h>
+
 #include <algorithm>
 #include <utility>
 
@@ -147,19 +149,45 @@ void Machine::changeDescription(DiskId disk, const testing::DescriptionChanges& 
 
 std::unique_ptr<DiskArbitrationSession> Machine::makeSession() {
   scheduler_.requireOwnThread();
-  auto state = bus_.openSession();
-  return std::make_unique<SimulatedSession>(
-      state, [machine = shared_from_this(), state] { machine->bus_.begin(state, machine->disks_); },
-      [machine = shared_from_this()](const std::string& path) { return machine->mountedAt(path); });
+  return std::make_unique<SimulatedSession>(bus_.openSession(), shared_from_this());
 }
 
-const Dictionary* Machine::mountedAt(const std::string& path) const {
+std::optional<DiskId> Machine::diskMountedAt(const std::string& path) const {
   scheduler_.requireOwnThread();
   for (const auto& [disk, description] : disks_) {
     const std::string* point = fileSystem_.mountPoint(disk);
-    if (point != nullptr && *point == path) return &description;
+    if (point != nullptr && *point == path) return disk;
   }
-  return nullptr;
+  return std::nullopt;
+}
+
+std::optional<Dictionary> Machine::presentDescription(DiskId disk) const {
+  scheduler_.requireOwnThread();
+  const auto found = disks_.find(disk);
+  return found == disks_.end() ? std::nullopt : std::optional(found->second);
+}
+
+std::optional<Dictionary> Machine::requestUnmount(DiskId disk) {
+  return carryOut(disk, unmountRefusals_, [&] { unmount(disk); });
+}
+
+std::optional<Dictionary> Machine::requestRename(DiskId disk, const std::string& newName) {
+  return carryOut(disk, renameRefusals_, [&] { rename(disk, newName); });
+}
+
+/// A disk that went away, or was unmounted, since the library asked for it refuses by itself.
+std::optional<Dictionary> Machine::carryOut(DiskId disk, std::deque<Dictionary>& refusals,
+                                            const std::function<void()>& command) {
+  scheduler_.requireOwnThread();
+  if (!refusals.empty()) {
+    Dictionary dissenter = std::move(refusals.front());
+    refusals.pop_front();
+    return dissenter;
+  }
+  if (!exists(disk) || fileSystem_.mountPoint(disk) == nullptr)
+    return Dictionary{{key::kDissenterStatus, dissent::kNotMounted}};
+  command();
+  return std::nullopt;
 }
 
 }  // namespace kmv::simulated

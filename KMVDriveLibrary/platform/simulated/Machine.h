@@ -4,9 +4,13 @@
 #include <KMVDriveLibrary/testing/SimulatedPlatform.h>
 
 #include <cstdint>
+#include <deque>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
+#include <utility>
 
 #include "platform/Platform.h"
 #include "platform/simulated/EventBus.h"
@@ -17,7 +21,7 @@
 namespace kmv::simulated {
 
 /// The machine's disks, and what their verbs mean in descriptions and events.
-class Machine : public std::enable_shared_from_this<Machine> {
+class Machine : public SessionMachine, public std::enable_shared_from_this<Machine> {
  public:
   explicit Machine(std::uint64_t seed);
   Machine(const Machine&) = delete;
@@ -33,11 +37,19 @@ class Machine : public std::enable_shared_from_this<Machine> {
   void changeDescription(testing::DiskId disk, const testing::DescriptionChanges& changes);
   const Dictionary& description(testing::DiskId disk);
   bool exists(testing::DiskId disk) const { return disks_.find(disk) != disks_.end(); }
-  /// The description of what is mounted exactly at this path; null when nothing is.
-  const Dictionary* mountedAt(const std::string& path) const;
   void rescan() { bus_.rescan(disks_); }
 
   std::unique_ptr<DiskArbitrationSession> makeSession();
+
+  /// The next command of its kind is refused with this record.
+  void refuseNextUnmount(Dictionary dissenter) { unmountRefusals_.push_back(std::move(dissenter)); }
+  void refuseNextRename(Dictionary dissenter) { renameRefusals_.push_back(std::move(dissenter)); }
+
+  void begin(const std::shared_ptr<SessionState>& session) override { bus_.begin(session, disks_); }
+  std::optional<testing::DiskId> diskMountedAt(const std::string& path) const override;
+  std::optional<Dictionary> presentDescription(testing::DiskId disk) const override;
+  std::optional<Dictionary> requestUnmount(testing::DiskId disk) override;
+  std::optional<Dictionary> requestRename(testing::DiskId disk, const std::string& newName) override;
 
   Scheduler& scheduler() { return scheduler_; }
   SimulatedFileSystem& fileSystem() { return fileSystem_; }
@@ -52,6 +64,8 @@ class Machine : public std::enable_shared_from_this<Machine> {
   std::string freeBSDName() const;
   testing::DiskId add(testing::DiskId disk, Dictionary description);
   void followPath(testing::DiskId disk, const Dictionary& description);
+  std::optional<Dictionary> carryOut(testing::DiskId disk, std::deque<Dictionary>& refusals,
+                                     const std::function<void()>& command);
 
   Scheduler scheduler_;
   SimulatedFileSystem fileSystem_;
@@ -60,6 +74,8 @@ class Machine : public std::enable_shared_from_this<Machine> {
   EventBus bus_;
   DiskTable disks_;
   std::set<testing::DiskId> pathVolumes_;
+  std::deque<Dictionary> unmountRefusals_;
+  std::deque<Dictionary> renameRefusals_;
   std::uint64_t nextDisk_ = 1;
   double lastAppearanceTime_ = 0;
 };

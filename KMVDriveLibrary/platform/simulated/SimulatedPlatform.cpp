@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "base/Fatal.h"
+#include "platform/DescriptionKeys.h"
 #include "platform/simulated/Machine.h"
 
 namespace kmv {
@@ -24,6 +25,13 @@ class PlatformOfMachine : public Platform {
  private:
   std::shared_ptr<simulated::Machine> machine_;
 };
+
+Dictionary dissenterOf(std::optional<std::int64_t> status, std::optional<std::int64_t> processID) {
+  Dictionary dissenter;
+  if (status) dissenter.set(key::kDissenterStatus, *status);
+  if (processID) dissenter.set(key::kDissenterProcessID, *processID);
+  return dissenter;
+}
 
 }  // namespace
 
@@ -113,6 +121,14 @@ void SimulatedPlatform::dropKeyFromNextDescription(const std::string& key) {
 }
 void SimulatedPlatform::vanishWhileDescribed(DiskId disk) {
   machine_->bus().vanishWhileDescribed(disk);
+}
+void SimulatedPlatform::refuseNextUnmount(std::optional<std::int64_t> status,
+                                          std::optional<std::int64_t> processID) {
+  machine_->refuseNextUnmount(dissenterOf(status, processID));
+}
+void SimulatedPlatform::refuseNextRename(std::optional<std::int64_t> status,
+                                         std::optional<std::int64_t> processID) {
+  machine_->refuseNextRename(dissenterOf(status, processID));
 }
 void SimulatedPlatform::failNextMountedVolumeList() {
   machine_->fileSystem().failNextMountedVolumeList();

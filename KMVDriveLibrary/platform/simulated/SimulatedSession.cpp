@@ -28,14 +28,24 @@ class EventDisk : public Disk {
   const std::function<void(testing::DiskId)>& vanish_;
 };
 
-class MountedDisk : public Disk {
+/// A disk that the library asked for: described as it is at the moment of each question.
+class PresentDisk : public Disk {
  public:
-  explicit MountedDisk(Dictionary description) : description_(std::move(description)) {}
-  std::optional<Dictionary> copyDescription() const override { return description_; }
+  PresentDisk(testing::DiskId disk, const SessionMachine& machine) : disk_(disk), machine_(machine) {}
+
+  std::optional<Dictionary> copyDescription() const override { return machine_.presentDescription(disk_); }
+  testing::DiskId id() const { return disk_; }
 
  private:
-  Dictionary description_;
+  testing::DiskId disk_;
+  const SessionMachine& machine_;
 };
+
+testing::DiskId idOf(const Disk& disk) {
+  const auto* const ours = dynamic_cast<const PresentDisk*>(&disk);
+  if (ours == nullptr) fatal("a command needs a disk that diskFromVolumePath gave");
+  return ours->id();
+}
 
 bool contains(const ChangedKeys& keys, const char* key) {
   return std::find(keys.begin(), keys.end(), key) != keys.end();
@@ -149,6 +159,16 @@ void SessionState::call(const Event& event, const std::function<void(testing::Di
   }
 }
 
+void SessionState::complete(testing::DiskId disk, std::optional<Dictionary> dissenter,
+                            const CommandRequest& request) {
+  if (!queue_) fatal("a command was given before setQueue");
+  queue_->async([self = shared_from_this(), disk, dissenter = std::move(dissenter), request] {
+    if (self->closed_) return;
+    PresentDisk present(disk, *request.machine);
+    request.completion(&present, dissenter ? &*dissenter : nullptr, request.context);
+  });
+}
+
 std::vector<Event> SessionState::differences(const DiskTable& present) const {
   std::vector<Event> disappeared;
   std::vector<Event> changed;
@@ -177,9 +197,9 @@ std::vector<Event> SessionState::differences(const DiskTable& present) const {
   return all;
 }
 
-SimulatedSession::SimulatedSession(std::shared_ptr<SessionState> state, std::function<void()> begin,
-                                   MountedAt mountedAt)
-    : state_(std::move(state)), begin_(std::move(begin)), mountedAt_(std::move(mountedAt)) {}
+SimulatedSession::SimulatedSession(std::shared_ptr<SessionState> state,
+                                   std::shared_ptr<SessionMachine> machine)
+    : state_(std::move(state)), machine_(std::move(machine)) {}
 
 SimulatedSession::~SimulatedSession() {
   state_->close();
@@ -191,12 +211,23 @@ void SimulatedSession::setQueue(std::shared_ptr<SerialQueue> queue) {
 
 void SimulatedSession::registerCallbacks(const DiskCallbacks& callbacks, void* context) {
   state_->registerCallbacks(callbacks, context);
-  begin_();
+  machine_->begin(state_);
 }
 
 std::unique_ptr<Disk> SimulatedSession::diskFromVolumePath(const URL& volume) {
-  const Dictionary* description = volume.isFileURL() ? mountedAt_(volume.path()) : nullptr;
-  return description == nullptr ? nullptr : std::make_unique<MountedDisk>(*description);
+  const auto disk = volume.isFileURL() ? machine_->diskMountedAt(volume.path()) : std::nullopt;
+  return disk ? std::make_unique<PresentDisk>(*disk, *machine_) : nullptr;
+}
+
+void SimulatedSession::unmount(const Disk& disk, CommandCompletion completion, void* context) {
+  const testing::DiskId id = idOf(disk);
+  state_->complete(id, machine_->requestUnmount(id), {machine_, completion, context});
+}
+
+void SimulatedSession::rename(const Disk& disk, const std::string& newName, CommandCompletion completion,
+                              void* context) {
+  const testing::DiskId id = idOf(disk);
+  state_->complete(id, machine_->requestRename(id, newName), {machine_, completion, context});
 }
 
 }  // namespace kmv::simulated

@@ -32,6 +32,29 @@ struct Event {
 /// Every disk that is, in the order in which they were plugged in.
 using DiskTable = std::map<testing::DiskId, Dictionary>;
 
+class SessionState;
+
+/// What a session asks of the machine.
+class SessionMachine {
+ public:
+  virtual ~SessionMachine() = default;
+  /// The session's callbacks are registered: it is to hear of every disk.
+  virtual void begin(const std::shared_ptr<SessionState>& session) = 0;
+  virtual std::optional<testing::DiskId> diskMountedAt(const std::string& path) const = 0;
+  /// None when the disk is gone.
+  virtual std::optional<Dictionary> presentDescription(testing::DiskId disk) const = 0;
+  // Commands: carried out at once. The result is the dissenter's record, or none.
+  virtual std::optional<Dictionary> requestUnmount(testing::DiskId disk) = 0;
+  virtual std::optional<Dictionary> requestRename(testing::DiskId disk, const std::string& newName) = 0;
+};
+
+/// Whom to tell of a command's end.
+struct CommandRequest {
+  std::shared_ptr<const SessionMachine> machine;
+  CommandCompletion completion;
+  void* context;
+};
+
 /// What one session has to remember. The handle that the library owns may go while events are still on their
 /// way.
 class SessionState : public std::enable_shared_from_this<SessionState> {
@@ -46,6 +69,9 @@ class SessionState : public std::enable_shared_from_this<SessionState> {
   /// Hands the event to the session's queue. `vanish` is called when a disk is to go while it is being
   /// described.
   void deliver(Event event, const std::function<void(testing::DiskId)>& vanish);
+
+  /// Tells a command's end on the session's queue.
+  void complete(testing::DiskId disk, std::optional<Dictionary> dissenter, const CommandRequest& request);
 
   /// The events that lead from what was delivered to what is.
   std::vector<Event> differences(const DiskTable& present) const;
@@ -73,10 +99,7 @@ class SessionState : public std::enable_shared_from_this<SessionState> {
 /// The library's handle.
 class SimulatedSession : public DiskArbitrationSession {
  public:
-  using MountedAt = std::function<const Dictionary*(const std::string& path)>;
-
-  /// `begin` is called once the callbacks are registered; `mountedAt` tells what is mounted at a path.
-  SimulatedSession(std::shared_ptr<SessionState> state, std::function<void()> begin, MountedAt mountedAt);
+  SimulatedSession(std::shared_ptr<SessionState> state, std::shared_ptr<SessionMachine> machine);
   ~SimulatedSession() override;
   SimulatedSession(const SimulatedSession&) = delete;
   SimulatedSession& operator=(const SimulatedSession&) = delete;
@@ -84,11 +107,13 @@ class SimulatedSession : public DiskArbitrationSession {
   void setQueue(std::shared_ptr<SerialQueue> queue) override;
   void registerCallbacks(const DiskCallbacks& callbacks, void* context) override;
   std::unique_ptr<Disk> diskFromVolumePath(const URL& volume) override;
+  void unmount(const Disk& disk, CommandCompletion completion, void* context) override;
+  void rename(const Disk& disk, const std::string& newName, CommandCompletion completion,
+              void* context) override;
 
  private:
   std::shared_ptr<SessionState> state_;
-  std::function<void()> begin_;
-  MountedAt mountedAt_;
+  std::shared_ptr<SessionMachine> machine_;
 };
 
 }  // namespace kmv::simulated

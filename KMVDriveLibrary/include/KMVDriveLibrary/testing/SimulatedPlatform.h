@@ -134,6 +134,10 @@ class SimulatedPlatform {
   /// When the library asks the disk of this disk's next event for its description, there is none: it was just
   /// unplugged.
   void vanishWhileDescribed(DiskId disk);
+  /// The next unmount (rename) that the library asks for is refused; what is left out is missing in the
+  /// platform's record of who refused and why. Statuses: DissentStatus.h.
+  void refuseNextUnmount(std::optional<std::int64_t> status, std::optional<std::int64_t> processID = {});
+  void refuseNextRename(std::optional<std::int64_t> status, std::optional<std::int64_t> processID = {});
   /// The file system answers the next question for the mounted volumes with none.
   void failNextMountedVolumeList();
 
