@@ -40,15 +40,15 @@ KMVDiskArbiter& KMVDiskArbiter::sharedInstance() {
 KMVDiskArbiter::KMVDiskArbiter() : properties_(std::make_unique<Properties>()) {
   auto& platform = kmv::Platform::current();
   Properties& fields = *properties_;
-  fields.unmountedDiskDictionaries = std::make_shared<kmv::UnmountedDiskList>();
-  fields.disksAlreadyMountedAtInit = std::make_shared<kmv::LiveArray<kmv::URL>>();
-  fields.informationProtcolClasses = std::make_shared<kmv::LiveSet<Listener>>();
-  fields.volumeURLsCurrentlyMounted = std::make_shared<kmv::LiveSet<kmv::URL>>();
-  fields.readerWriterSemaphore = std::make_shared<kmv::Semaphore>(kmv::kWriterUnits);
-  fields.arbiterQueue = platform.queues().makeSerialQueue(kArbiterQueueLabel);
-  fields.assetMutexQueue = platform.queues().makeSerialQueue(kAssetQueueLabel);
-  fields.diskArbitrationSession = keptForEver(platform.makeDiskArbitrationSession());
-  fields.diskArbitrationSession->setQueue(fields.arbiterQueue);
+  fields.unmountedDiskDictionaries.set(std::make_shared<kmv::UnmountedDiskList>());
+  fields.disksAlreadyMountedAtInit.set(std::make_shared<kmv::LiveArray<kmv::URL>>());
+  fields.informationProtcolClasses.set(std::make_shared<kmv::LiveSet<Listener>>());
+  fields.volumeURLsCurrentlyMounted.set(std::make_shared<kmv::LiveSet<kmv::URL>>());
+  fields.readerWriterSemaphore.set(std::make_shared<kmv::Semaphore>(kmv::kWriterUnits));
+  fields.arbiterQueue.set(platform.queues().makeSerialQueue(kArbiterQueueLabel));
+  fields.assetMutexQueue.set(platform.queues().makeSerialQueue(kAssetQueueLabel));
+  fields.diskArbitrationSession.set(keptForEver(platform.makeDiskArbitrationSession()));
+  diskArbitrationSession()->setQueue(arbiterQueue());
   // The topology's wrapper manager joins here, as the first listener.
 }
 
@@ -98,12 +98,12 @@ void KMVDiskArbiter::removeAdditionalInformationListener(const Listener& listene
 }
 
 // Plain accessors; what each holds is said in the header.
-#define KMV_PROPERTY(type, getter, setter)                   \
-  type KMVDiskArbiter::getter() const {                      \
-    return properties_->get(&Properties::getter);            \
-  }                                                          \
-  void KMVDiskArbiter::setter(type value) {                  \
-    properties_->set(&Properties::getter, std::move(value)); \
+#define KMV_PROPERTY(type, getter, setter)     \
+  type KMVDiskArbiter::getter() const {        \
+    return properties_->getter.get();          \
+  }                                            \
+  void KMVDiskArbiter::setter(type value) {    \
+    properties_->getter.set(std::move(value)); \
   }
 
 KMV_PROPERTY(kmv::DiskArbitrationSession*, diskArbitrationSession, setDiskArbitrationSession)

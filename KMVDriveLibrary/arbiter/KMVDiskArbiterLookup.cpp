@@ -8,6 +8,7 @@
 #include <string>
 #include <utility>
 
+#include "arbiter/KMVDiskArbiterProperties.h"
 #include "arbiter/WriterLock.h"
 #include "platform/DescriptionKeys.h"
 #include "platform/Platform.h"
@@ -35,10 +36,11 @@ constexpr std::size_t kLargestMarkerInBytes = 64 * 1024;
 URL volumeOf(const std::optional<URL>& url) {
   if (!url) raiseInvalidURL(url);
   auto& fileSystem = kmv::Platform::current().fileSystem();
+  if (auto volume = fileSystem.volumeURL(*url)) return *std::move(volume);
   URL place = *url;
-  for (int attempt = 0; attempt < kMostAttempts; ++attempt) {
-    if (auto volume = fileSystem.volumeURL(place)) return *volume;
+  for (int attempt = 1; attempt < kMostAttempts; ++attempt) {
     place = place.deletingLastPathComponent();
+    if (auto volume = fileSystem.volumeURL(place)) return *std::move(volume);
   }
   raiseInvalidURL(url);
 }
@@ -103,11 +105,11 @@ std::optional<URL> KMVDiskArbiter::findRootDriveURLForPathURL(const std::optiona
 }
 
 KMVDiskArbiter::Drive KMVDiskArbiter::findRootMountDictionaryForRootURL(const URL& rootURL) const {
-  const auto present = presentDiskDictionaries();
+  const auto& present = properties_->presentDiskDictionaries.get();
   if (present == nullptr) return nullptr;
   const URL key = kmv::URLByStandardizingPath(rootURL);
   Drive drive;
-  assetMutexQueue()->sync([&] { drive = present->find(key); });
+  properties_->assetMutexQueue.get()->sync([&] { drive = present->find(key); });
   return drive;
 }
 

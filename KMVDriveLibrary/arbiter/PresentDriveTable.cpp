@@ -66,8 +66,8 @@ class PresentDriveTable::Core : public DriveDictionary::Watcher, public std::ena
 
   Drive find(const URL& key) const {
     std::lock_guard lock(mutex_);
-    const auto it = slots_.find(key);
-    return it == slots_.end() ? nullptr : it->second.drive;
+    const auto it = byKey_.find(key);
+    return it == byKey_.end() ? nullptr : it->second->second.drive;
   }
 
   bool remove(const URL& key) {
@@ -78,6 +78,7 @@ class PresentDriveTable::Core : public DriveDictionary::Watcher, public std::ena
     unindex(it->first, it->second.fields);
     forget(it->second.drive.get(), key);
     last = std::move(it->second.drive);
+    byKey_.erase(key);
     slots_.erase(it);
     return true;
   }
@@ -91,7 +92,8 @@ class PresentDriveTable::Core : public DriveDictionary::Watcher, public std::ena
     Fields fields(*drive->snapshot());
     index(key, fields);
     keysOfDrive_.emplace(drive.get(), key);
-    slots_.insert_or_assign(key, Slot{std::move(drive), std::move(fields)});
+    const auto slot = slots_.insert_or_assign(key, Slot{std::move(drive), std::move(fields)}).first;
+    byKey_.insert_or_assign(slot->first, slot);
   }
 
   std::size_t count() const {
@@ -177,7 +179,8 @@ class PresentDriveTable::Core : public DriveDictionary::Watcher, public std::ena
   }
 
   mutable std::mutex mutex_;
-  std::map<URL, Slot> slots_;
+  std::map<URL, Slot> slots_;                                     // in the order of enumeration
+  std::unordered_map<URL, std::map<URL, Slot>::iterator> byKey_;  // the way to a slot that look-ups take
   std::unordered_multimap<const DriveDictionary*, URL> keysOfDrive_;
   std::vector<const DriveDictionary*> changed_;
   Index<std::string> byDriveUUID_;

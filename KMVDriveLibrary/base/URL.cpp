@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <KMVDriveLibrary/URL.h>
 
+#include <algorithm>
 #include <array>
 
 #include "base/Percent.h"
@@ -12,6 +13,7 @@ constexpr std::string_view kFileScheme = "file://";
 
 /// Where the path begins in the text of a URL: after the scheme and the authority, if there are any.
 std::size_t pathStart(std::string_view text) {
+  if (text.starts_with("file:///")) return kFileScheme.size();  // nearly all
   const std::size_t colon = text.find_first_of(":/?#");
   if (colon == std::string_view::npos || text[colon] != ':') return 0;
   std::size_t start = colon + 1;
@@ -36,6 +38,8 @@ constexpr std::array<bool, 256> unescapedPathBytes() {
   return plain;
 }
 
+constexpr auto kUnescaped = unescapedPathBytes();
+
 }  // namespace
 
 int hexDigitValue(char digit) {
@@ -46,13 +50,12 @@ int hexDigitValue(char digit) {
 }
 
 std::string percentEncodedPath(std::string_view path) {
-  static constexpr auto kPlain = unescapedPathBytes();
   static constexpr char kDigits[] = "0123456789ABCDEF";
   std::string text;
   text.reserve(path.size());
   for (const char c : path) {
     const auto byte = static_cast<unsigned char>(c);
-    if (kPlain[byte]) {
+    if (kUnescaped[byte]) {
       text += c;
     } else {
       text += '%';
@@ -63,7 +66,31 @@ std::string percentEncodedPath(std::string_view path) {
   return text;
 }
 
+bool isCanonicalFilePath(std::string_view encodedPath) {
+  if (encodedPath.empty() || encodedPath.front() != '/') return false;
+  for (std::size_t i = 0; i < encodedPath.size(); ++i) {
+    const char c = encodedPath[i];
+    if (c == '%') {
+      // Only what must be escaped is, and in capital digits.
+      if (i + 2 >= encodedPath.size()) return false;
+      const std::string_view escape = encodedPath.substr(i, 3);
+      if (percentEncodedPath(percentDecoded(escape)) != escape) return false;
+      i += 2;
+    } else if (!kUnescaped[static_cast<unsigned char>(c)]) {
+      return false;
+    } else if (c == '/') {
+      // What follows is no empty component, "." or "..".
+      const std::string_view rest = encodedPath.substr(i + 1);
+      if (rest.starts_with('/') || rest == "." || rest == ".." || rest.starts_with("./") ||
+          rest.starts_with("../"))
+        return false;
+    }
+  }
+  return true;
+}
+
 std::string percentDecoded(std::string_view text) {
+  if (text.find('%') == std::string_view::npos) return std::string(text);
   std::string bytes;
   bytes.reserve(text.size());
   for (std::size_t i = 0; i < text.size(); ++i) {
@@ -101,7 +128,9 @@ std::optional<URL> URL::fromString(std::string_view text) {
 std::string_view URL::encodedPath() const {
   const std::string_view text = rep_->text;
   const std::size_t start = pathStart(text);
-  return text.substr(start, text.find_first_of("?#", start) - start);
+  const auto endsPath = [](char c) { return c == '?' || c == '#'; };
+  const auto* const end = std::find_if(text.begin() + start, text.end(), endsPath);
+  return text.substr(start, static_cast<std::size_t>(end - text.begin()) - start);
 }
 
 URL URL::withEncodedPath(std::string_view encodedPath) const {

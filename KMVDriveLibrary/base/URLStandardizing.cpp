@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "base/PathStandardizing.h"
+#include "base/Percent.h"
 #include "platform/Platform.h"
 
 namespace kmv {
@@ -88,6 +89,17 @@ bool isProtected(std::string_view path) {
                      [&](std::string_view place) { return isAtOrBelow(path, place); });
 }
 
+/// True for a URL that standardising would give back letter by letter, as it does for nearly every mount URL.
+bool isStandardAlready(std::string_view text, FileSystem& fileSystem) {
+  constexpr std::string_view kScheme = "file://";
+  if (!text.starts_with(kScheme)) return false;
+  const std::string_view path = text.substr(kScheme.size());
+  const auto& prefixes = fileSystem.pathAliasPrefixes();
+  return isCanonicalFilePath(path) && std::none_of(prefixes.begin(), prefixes.end(), [&](const auto& prefix) {
+           return isAtOrBelow(path, prefix);
+         });
+}
+
 std::string withoutAliasPrefix(std::string path, FileSystem& fileSystem) {
   for (const std::string& prefix : fileSystem.pathAliasPrefixes()) {
     if (!isAtOrBelow(path, prefix) || path.size() == prefix.size()) continue;
@@ -120,11 +132,12 @@ URL URL::standardized() const {
 }
 
 URL URLByStandardizingPath(const URL& url) {
+  FileSystem& fileSystem = Platform::current().fileSystem();
+  if (isStandardAlready(url.absoluteString(), fileSystem)) return url;
   if (!url.isFileURL()) return url;
   const std::string path = url.path();
   if (path.empty() || path.front() != '/') return url;
-  return URL::fileURLWithPath(standardizedPath(path, Platform::current().fileSystem()),
-                              url.hasDirectoryPath());
+  return URL::fileURLWithPath(standardizedPath(path, fileSystem), url.hasDirectoryPath());
 }
 
 }  // namespace kmv

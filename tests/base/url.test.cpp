@@ -6,6 +6,7 @@
 #include <set>
 
 #include "base/PathStandardizing.h"
+#include "base/Percent.h"
 #include "platform/FileSystem.h"
 
 namespace kmv {
@@ -103,6 +104,14 @@ TEST(PathStandardizing, WorksOnTheTextWhileNothingElseIsNeeded) {
   EXPECT_EQ(standardizedPath("/media/...", files), "/media/...");
   EXPECT_EQ(standardizedPath("/privateer/x", files), "/privateer/x");
   EXPECT_EQ(files.questions, 0) << "a plain mount path must never reach the file system";
+}
+
+TEST(PathStandardizing, IsSparedOnlyWhereItWouldChangeNothing) {
+  for (const char* text : {"/", "/a/b/", "/a%20b/..c/.d", "/%C3%BC", "/..."})
+    EXPECT_TRUE(isCanonicalFilePath(text)) << text;
+  for (const char* text : {"", "a", "//", "/a//b", "/a/./b", "/.", "/a/..", "/../a", "/%2E%2E/a", "/a%2Fb",
+                           "/%c3%bc", "/a%4", "/a%zz", "/a b", "/a?b"})
+    EXPECT_FALSE(isCanonicalFilePath(text)) << text;
 }
 
 TEST(PathStandardizing, ResolvesParentsThroughTheFileSystemWhereItCan) {

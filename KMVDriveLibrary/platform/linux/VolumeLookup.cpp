@@ -5,6 +5,7 @@
 #include <poll.h>
 #include <sys/stat.h>
 
+#include <atomic>
 #include <cerrno>
 
 #include "platform/linux/PointType.h"
@@ -26,7 +27,7 @@ struct Answer {
 /// Asks for nothing but the mount, which the kernel knows by itself: another user's or a stopped server is
 /// not asked about the mount's root. Automounts stay as they are.
 Answer askForMount(const std::string& path) {
-  struct statx status {};
+  struct statx status;  // filled by the call; clearing it would cost a tenth of what the rest here does
   if (::statx(AT_FDCWD, path.c_str(), AT_NO_AUTOMOUNT | AT_STATX_DONT_SYNC, 0, &status) != 0)
     return {errno, 0};
   if ((status.stx_mask & kStatxMountId) == 0) return {ENOSYS, 0};
@@ -40,43 +41,81 @@ Answer askForMount(const std::string& path) {
 }  // namespace
 
 VolumeLookup::VolumeLookup(const LinuxOptions& options)
-    : watcher_(makeMountInfoWatcher(options.procRoot)),
-      tree_([view = options.viewRoot](const MountEntry& mount) { return pointIsDirectory(view, mount); }) {}
+    : mountTable_(options.procRoot + "/self/mountinfo"), table_(options) {}
 
 VolumeLookup::~VolumeLookup() = default;
 
 std::optional<URL> VolumeLookup::volumeHolding(const std::string& path) {
   for (int look = 0;; ++look) {
     const Answer answer = askForMount(path);
-    const bool isDenied = answer.error == EACCES || answer.error == EPERM || answer.error == ENOSYS;
-    if (answer.error != 0 && !isDenied) return std::nullopt;
-    std::lock_guard lock(mutex_);
-    const Table table = followTable();
-    if (isDenied) {  // the text is all there is to go by
-      const MountEntry* mount = tree_.mountAbove(path);
-      return mount == nullptr ? std::nullopt : volumeOfMount(mount->id);
-    }
-    if (table == Table::unchanged || look == kMostLooks) return volumeOfMount(answer.mountId);
+    if (answer.error == EACCES || answer.error == EPERM || answer.error == ENOSYS)
+      return table_.rootAbove(path);
+    if (answer.error != 0) return std::nullopt;
+    bool isCertain = false;
+    auto root = rootIfCertain(cacheOfThisThread(), answer.mountId, isCertain);
+    if (isCertain || look == kMostLooks) return root;
   }
 }
 
-VolumeLookup::Table VolumeLookup::followTable() {
-  pollfd table{watcher_->descriptor(), POLLPRI, 0};
-  const bool reported = ::poll(&table, 1, 0) > 0;
-  if (!reported && isRead_) return Table::unchanged;
-  isRead_ = true;
-  const MountDelta delta = watcher_->refresh(reported);
-  if (delta.empty()) return Table::changed;  // it may have changed and changed back since the path was asked
-  tree_.apply(delta);
-  roots_.clear();
-  return Table::changed;
+/// Certain is what was found without a change of the table since before the path was asked.
+std::optional<URL> VolumeLookup::rootIfCertain(Cache& cache, std::uint64_t mountId, bool& isCertain) {
+  const std::lock_guard lock(cache.mutex);
+  isCertain = !cache.isOutdated(mountTable_);
+  const auto known = cache.roots.find(mountId);
+  if (known != cache.roots.end()) return known->second;
+  auto root = table_.rootOfMount(mountId);
+  isCertain = isCertain && !cache.isOutdated(mountTable_);
+  if (root && isCertain) cache.roots.emplace(mountId, *root);
+  return root;
 }
 
-std::optional<URL> VolumeLookup::volumeOfMount(std::uint64_t mountId) {
-  if (const auto known = roots_.find(mountId); known != roots_.end()) return known->second;
+VolumeLookup::Cache& VolumeLookup::cacheOfThisThread() {
+  static std::atomic<std::size_t> threads{0};
+  static thread_local const std::size_t number = threads.fetch_add(1, std::memory_order_relaxed);
+  return caches_[number % kCaches];
+}
+
+bool VolumeLookup::Cache::isOutdated(const std::string& mountTable) {
+  if (!isOpened) {
+    isOpened = true;
+    file = FileDescriptor(::open(mountTable.c_str(), O_RDONLY | O_CLOEXEC));
+    return true;
+  }
+  pollfd table{file.get(), POLLPRI, 0};
+  if (::poll(&table, 1, 0) <= 0) return false;
+  roots.clear();
+  return true;
+}
+
+VolumeLookup::Table::Table(const LinuxOptions& options)
+    : watcher_(makeMountInfoWatcher(options.procRoot)),
+      tree_([view = options.viewRoot](const MountEntry& mount) { return pointIsDirectory(view, mount); }) {}
+
+std::optional<URL> VolumeLookup::Table::rootOfMount(std::uint64_t mountId) {
+  const std::lock_guard lock(mutex_);
+  follow();
+  return rootOf(mountId);
+}
+
+std::optional<URL> VolumeLookup::Table::rootAbove(const std::string& path) {
+  const std::lock_guard lock(mutex_);
+  follow();
+  const MountEntry* mount = tree_.mountAbove(path);
+  return mount == nullptr ? std::nullopt : rootOf(mount->id);
+}
+
+void VolumeLookup::Table::follow() {
+  pollfd table{watcher_->descriptor(), POLLPRI, 0};
+  const bool reported = ::poll(&table, 1, 0) > 0;
+  if (!reported && isRead_) return;
+  isRead_ = true;
+  tree_.apply(watcher_->refresh(reported));
+}
+
+std::optional<URL> VolumeLookup::Table::rootOf(std::uint64_t mountId) const {
   const MountEntry* volume = tree_.volumeOf(mountId);
   if (volume == nullptr) return std::nullopt;  // mounted elsewhere, or no longer
-  return roots_.emplace(mountId, URL::fileURLWithPath(volume->point, /*isDirectory=*/true)).first->second;
+  return URL::fileURLWithPath(volume->point, /*isDirectory=*/true);
 }
 
 }  // namespace kmv

@@ -3,6 +3,8 @@
 
 #include <KMVDriveLibrary/URL.h>
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -10,6 +12,7 @@
 #include <string>
 #include <unordered_map>
 
+#include "platform/linux/FileDescriptor.h"
 #include "platform/linux/LinuxOptions.h"
 #include "platform/linux/MountTableWatcher.h"
 #include "platform/linux/MountTree.h"
@@ -20,8 +23,8 @@ namespace kmv {
 ///
 /// The kernel gives mount ids again, so an id counts only when the table did not change between the last look
 /// at it and the answer; asking whether it did is a poll of its descriptor. The table is read again only
-/// after a change. Threads: any. The path is asked outside the lock, so a look-up that waits for a dead
-/// server delays no other.
+/// after a change. Threads: any. The path is asked outside the locks, so a look-up that waits for a dead
+/// server delays no other, and threads keep what they found apart, so that they do not wait for each other.
 class VolumeLookup {
  public:
   explicit VolumeLookup(const LinuxOptions& options);
@@ -31,15 +34,43 @@ class VolumeLookup {
   std::optional<URL> volumeHolding(const std::string& path);
 
  private:
-  enum class Table { unchanged, changed };
-  Table followTable();
-  std::optional<URL> volumeOfMount(std::uint64_t mountId);
+  /// The kept table.
+  class Table {
+   public:
+    explicit Table(const LinuxOptions& options);
+    std::optional<URL> rootOfMount(std::uint64_t mountId);
+    /// By the text of the path, which is all there is to go by where the path may not be asked.
+    std::optional<URL> rootAbove(const std::string& path);
 
-  std::mutex mutex_;
-  std::unique_ptr<MountTableWatcher> watcher_;
-  MountTree tree_;
-  std::unordered_map<std::uint64_t, URL> roots_;  // by mount id; emptied by every change
-  bool isRead_ = false;
+   private:
+    void follow();
+    std::optional<URL> rootOf(std::uint64_t mountId) const;
+
+    std::mutex mutex_;
+    std::unique_ptr<MountTableWatcher> watcher_;
+    MountTree tree_;
+    bool isRead_ = false;
+  };
+
+  /// Roots that some threads found since the table last changed, by mount id. A line of the processor's cache
+  /// to itself, like what the kernel keeps of its descriptor.
+  struct alignas(64) Cache {
+    /// True once after each change of the table, and at first.
+    bool isOutdated(const std::string& mountTable);
+
+    std::mutex mutex;
+    FileDescriptor file;
+    bool isOpened = false;
+    std::unordered_map<std::uint64_t, URL> roots;
+  };
+  static constexpr std::size_t kCaches = 8;
+
+  Cache& cacheOfThisThread();
+  std::optional<URL> rootIfCertain(Cache& cache, std::uint64_t mountId, bool& isCertain);
+
+  const std::string mountTable_;
+  Table table_;
+  std::array<Cache, kCaches> caches_;
 };
 
 }  // namespace kmv
