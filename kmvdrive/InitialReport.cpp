@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdio>
 
 namespace kmv::tool {
 namespace {
@@ -53,6 +54,10 @@ InitialReport::InitialReport()
 
 InitialReport::~InitialReport() {
   listener_->retire();
+}
+
+void InitialReport::warnWhenIncomplete() const {
+  if (incomplete_) std::fputs("kmvdrive: some mounted volumes could not be identified in time\n", stderr);
 }
 
 /// Comes back behind everything that the two queues hold now, without waiting for either.

@@ -28,8 +28,8 @@ class InitialReport {
   /// ended before.
   std::optional<Wake> run(EventLoop& loop);
 
-  /// True when the limit came first: some volume that is mounted was not registered.
-  bool isIncomplete() const { return incomplete_; }
+  /// Says on stderr when the limit came first: some volume that is mounted was not registered.
+  void warnWhenIncomplete() const;
 
  private:
   class Listener;

@@ -3,7 +3,6 @@
 #include <KMVDriveLibrary/KMVDiskArbiter.h>
 
 #include <CLI/CLI.hpp>
-#include <cstdio>
 #include <memory>
 #include <string>
 #include <vector>
@@ -71,8 +70,7 @@ std::string hiddenAsTable(const Listing& listing, const Style& style) {
 ExitCode list(CommandContext& context, const ListOptions& options) {
   InitialReport report;
   if (report.run(context.loop)) return ExitCode::ok;
-  if (report.isIncomplete())
-    std::fputs("kmvdrive: some mounted volumes could not be identified in time\n", stderr);
+  report.warnWhenIncomplete();
 
   const KMVDiskArbiter& arbiter = KMVDiskArbiter::sharedInstance();
   Listing listing{arbiter.mountedDictionaries(), arbiter.unmountedDictionaries(), {}};

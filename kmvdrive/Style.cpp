@@ -19,6 +19,8 @@ const char* sequence(Style::Look look) {
       return "";
     case Style::Look::heading:
       return "\x1b[1m";
+    case Style::Look::dim:
+      return "\x1b[2m";
     case Style::Look::good:
       return "\x1b[32m";
     case Style::Look::bad:

@@ -9,7 +9,7 @@ namespace kmv::tool {
 /// How text for people looks: with colour on a terminal that wants it, else plain.
 class Style {
  public:
-  enum class Look { plain, heading, good, bad, notice };
+  enum class Look { plain, heading, dim, good, bad, notice };
 
   explicit Style(bool coloured) : coloured_(coloured) {}
   /// Coloured when `fileDescriptor` is a terminal, unless NO_COLOR is set or TERM is "dumb" or unset.

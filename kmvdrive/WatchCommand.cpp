@@ -102,8 +102,7 @@ ExitCode watch(CommandContext& context, const WatchOptions& options) {
   const Subscription subscription(ledger);
   InitialReport report;
   if (report.run(context.loop)) return ExitCode::ok;
-  if (report.isIncomplete())
-    std::fputs("kmvdrive: some mounted volumes could not be identified in time\n", stderr);
+  report.warnWhenIncomplete();
   ledger->settle();
 
   const auto deadline = deadlineAfter(options.seconds);

@@ -4,6 +4,7 @@
 #include <KMVDriveLibrary/DiskCallbacks.h>
 #include <KMVDriveLibrary/KMVDiskArbiter.h>
 #include <KMVDriveLibrary/KMVDriveKeys.h>
+#include <KMVDriveLibrary/KMVDriveWrapperManager.h>
 
 #include <utility>
 
@@ -49,7 +50,7 @@ KMVDiskArbiter::KMVDiskArbiter() : properties_(std::make_unique<Properties>()) {
   fields.assetMutexQueue.set(platform.queues().makeSerialQueue(kAssetQueueLabel));
   fields.diskArbitrationSession.set(keptForEver(platform.makeDiskArbitrationSession()));
   diskArbitrationSession()->setQueue(arbiterQueue());
-  // The topology's wrapper manager joins here, as the first listener.
+  addAdditionalInformationListener(KMVDriveWrapperManager::shared());  // the first of the listeners
 }
 
 KMVDiskArbiter::~KMVDiskArbiter() = default;

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <KMVDriveLibrary/StorageDevices.h>
+
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -19,6 +22,10 @@ class IORegistry {
 
   /// The services that match a BSD name ("disk3", "sda1"), in the platform's order. Touches no device.
   virtual std::vector<IOService> servicesMatchingBSDName(const std::string& name) = 0;
+
+  /// The whole disk of a BSD name, and the physical disks below it: see StorageDevices.h.
+  virtual std::optional<StorageDevice> wholeDisk(const std::string& name) = 0;
+  virtual std::vector<StorageDevice> physicalDisks(const std::string& name) = 0;
 };
 
 }  // namespace kmv

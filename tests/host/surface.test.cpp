@@ -53,6 +53,9 @@ static_assert(exists<Question, &Interpreter::doesDictionaryRepresentAFat32Volume
 static_assert(exists<Question, &Interpreter::doesDictionaryRepresentAnAppleFileSystemVolume>);
 static_assert(exists<Question, &Interpreter::diskDictionaryRepresentsAppleFileSystemContainer>);
 static_assert(exists<Question, &Interpreter::dictionaryContainsExemptedVolumeKind>);
+static_assert(exists<void (Arbiter::*)(const std::function<void(const IOVolume&, bool&)>&) const,
+                     &Arbiter::enumerateIOVolumes>);
+static_assert(exists<std::optional<IOVolume> (Arbiter::*)(const URL&), &Arbiter::rootVolume>);
 static_assert(exists<bool (Arbiter::*)(const URL&), &Arbiter::unmountVolumeAtRootURL>);
 static_assert(exists<void (Arbiter::*)(const URL&, std::string_view), &Arbiter::renameDriveWithRootURL>);
 static_assert(exists<void (Arbiter::*)(const Listener&), &Arbiter::addAdditionalInformationListener>);
@@ -80,6 +83,30 @@ static_assert(
     isProperty<std::shared_ptr<kmv::SerialQueue>, &Arbiter::assetMutexQueue, &Arbiter::setAssetMutexQueue>);
 static_assert(isProperty<std::shared_ptr<kmv::LiveSet<Listener>>, &Arbiter::informationProtcolClasses,
                          &Arbiter::setInformationProtcolClasses>);
+
+using Manager = KMVDriveWrapperManager;
+using Root = KMVRootDiskWrapper;
+using Container = KMVAPFSContainerWrapper;
+using MaybeView = std::optional<std::string_view>;
+static_assert(exists<const std::shared_ptr<Manager>& (*)(), &Manager::shared>);
+static_assert(exists<Manager& (*)(), &Manager::sharedInstance>);
+static_assert(exists<Manager::VolumeWrappers (Manager::*)() const, &Manager::volumeWrappers>);
+static_assert(exists<Manager::VolumeWrappers (Manager::*)() const, &Manager::allVolumeWrappers>);
+static_assert(exists<Root::Wrapper (Root::*)(const DictionarySnapshot&),
+                     &Root::addPartitionRepresentationWithArbiterDict>);
+static_assert(
+    exists<Root::Wrapper (Root::*)(const DictionarySnapshot&), &Root::createWrapperWithArbiterDict>);
+static_assert(exists<Root::Wrapper (Root::*)(MaybeView) const, &Root::findExistingWrapperForBSDName>);
+static_assert(exists<std::string (Root::*)(std::string_view) const,
+                     &Root::determineAPFSContainerBSDNameForAPFSVolumeBSDName>);
+static_assert(exists<Container::Volume (Container::*)(const DictionarySnapshot&),
+                     &Container::addAPFSVolumeRepresentationWithArbiterDict>);
+static_assert(
+    exists<Container::Volume (Container::*)(MaybeView) const, &Container::apfsVolumeWrapperForBSDName>);
+static_assert(exists<void (KMVDiskBSDBaseWrapper::*)(const DictionarySnapshot&),
+                     &KMVDiskBSDBaseWrapper::updateWithArbiterDict>);
+static_assert(std::is_base_of_v<KMVVolumePartitionWrapper, Container>);
+static_assert(!std::is_base_of_v<KMVDiskBSDBaseWrapper, Root>);
 
 using Protocol = KMVDiskAdditionalInformationProtocol;
 static_assert(exists<bool (Protocol::*)(const Drive&), &Protocol::addInformationAboutDiskDictionary>);

@@ -89,6 +89,52 @@ TEST_F(VolumeStory, WatchTellsTheLifeOfAVolumeAndEndsWhenAsked) {
   EXPECT_EQ(watch.process().exitCode(), 0);
 }
 
+// --- The tree ---
+
+/// The disk of this name in `kmvdrive tree --json`; null when it is not there.
+json diskInTree(const std::string& name) {
+  const json document = json::parse(run({KMVDRIVE_PROGRAM, "tree", "--json"}).output);
+  for (const json& disk : document.at("disks")) {
+    if (disk.at("name") == name) return disk;
+  }
+  return nullptr;
+}
+
+TEST_F(VolumeStory, TheTreeShowsADiskWithItsPartitionsUntilItIsDetached) {
+  constexpr long long kMegabyte = 1 << 20;
+  const std::string image = space().path("disk.img"), point = space().folder("card");
+  std::ofstream(image).close();
+  std::filesystem::resize_file(image, 80 * kMegabyte);
+  LoopDevice disk(image);
+  for (const char* number : {"1", "2"}) {
+    const int place = *number - '0';
+    if (!disk.addPartition(place, (32 * place - 31) * kMegabyte, 32 * kMegabyte))
+      GTEST_SKIP() << "needs a kernel with partitions on loop devices";
+    ASSERT_TRUE(eventually([&] { return access((disk.node() + "p" + number).c_str(), R_OK) == 0; }));
+    ASSERT_EQ(
+        run({"mkfs.ext4", "-q", "-L", std::string("Part") + number, disk.node() + "p" + number}).exitCode, 0);
+  }
+  mountVolume(disk.node() + "p1", point, "ext4");
+  const json tree = diskInTree(disk.name());
+  ASSERT_FALSE(tree.is_null());
+  EXPECT_EQ(tree["size"], 80 * kMegabyte);
+  EXPECT_EQ(tree["containers"], json::array());
+  ASSERT_EQ(tree["partitions"].size(), 2u);
+  const json& first = tree["partitions"][0];
+  EXPECT_EQ(first["name"], disk.name() + "p1");
+  EXPECT_EQ(first["volumeName"], "Part1");
+  EXPECT_EQ(first["mountPoints"], json::array({point}));
+  EXPECT_EQ(tree["partitions"][1]["volumeName"], "Part2");
+  EXPECT_EQ(tree["partitions"][1]["mountPoints"], json::array());
+  EXPECT_THAT(run({KMVDRIVE_PROGRAM, "tree"}).output,
+              ::testing::AllOf(
+                  ::testing::HasSubstr("├─ " + disk.name() + "p1  34 MB  ext4  \"Part1\"  " + point + "\n"),
+                  ::testing::HasSubstr("└─ " + disk.name() + "p2  34 MB  ext4  \"Part2\"  not mounted\n")));
+  unmount(point);
+  disk.detach();
+  EXPECT_TRUE(diskInTree(disk.name()).is_null());
+}
+
 // --- Commands ---
 
 TEST_F(VolumeStory, AnUnmountAndARenameEndWithACodeThatTellsScriptsHow) {

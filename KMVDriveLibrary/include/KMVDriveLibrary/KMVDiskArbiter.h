@@ -12,7 +12,9 @@
 #include <KMVDriveLibrary/URL.h>
 #include <KMVDriveLibrary/UnmountedDiskList.h>
 #include <KMVDriveLibrary/Value.h>
+#include <KMVDriveLibrary/host/OrvaneDataIO.h>
 
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -154,6 +156,17 @@ class KMV_EXPORT KMVDiskArbiter : public kmv::Object {
   /// lists stay as they are. May wait a moment for the platform. Selector:
   /// forceReadDetailsOfDriveMountedAtPath:
   kmv::DictionarySnapshot forceReadDetailsOfDriveMountedAtPath(std::string_view path) const;
+
+  // --- The drives as volume records of the maker's data framework ---
+
+  /// Calls `didFindVolume` once for each present drive, in ascending order of their URLs, on the calling
+  /// thread and outside every lock. The walk ends when it sets `stop`. Selector:
+  /// enumerateIOVolumes(didFindVolume:)
+  void enumerateIOVolumes(const std::function<void(const IOVolume& volume, bool& stop)>& didFindVolume) const;
+
+  /// The record of the volume that holds the item at `forUrl`; none when there is no such item or no drive.
+  /// Thread: as `findRootMountDictionaryForURL`, but nothing is thrown. Selector: rootVolume(forUrl:)
+  std::optional<IOVolume> rootVolume(const kmv::URL& forUrl);
 
   // --- Commands: asked for here, carried out by the platform, answered later on the arbiter queue. ---
 

@@ -10,7 +10,15 @@
 namespace kmv {
 
 LinuxIORegistry::LinuxIORegistry(const LinuxOptions& options)
-    : blockFolder_(options.sysRoot + "/class/block/") {}
+    : blockFolder_(options.sysRoot + "/class/block/"), below_(options) {}
+
+std::optional<StorageDevice> LinuxIORegistry::wholeDisk(const std::string& name) {
+  return below_.wholeDiskOf(name);
+}
+
+std::vector<StorageDevice> LinuxIORegistry::physicalDisks(const std::string& name) {
+  return below_.below(name);
+}
 
 std::vector<IOService> LinuxIORegistry::servicesMatchingBSDName(const std::string& name) {
   if (name.empty() || name.find('/') != std::string::npos) return {};

@@ -4,6 +4,7 @@
 #include "platform/IORegistry.h"
 #include "platform/SystemInformation.h"
 #include "platform/linux/LinuxOptions.h"
+#include "platform/linux/PhysicalDisks.h"
 
 namespace kmv {
 
@@ -12,9 +13,12 @@ class LinuxIORegistry final : public IORegistry {
  public:
   explicit LinuxIORegistry(const LinuxOptions& options);
   std::vector<IOService> servicesMatchingBSDName(const std::string& name) override;
+  std::optional<StorageDevice> wholeDisk(const std::string& name) override;
+  std::vector<StorageDevice> physicalDisks(const std::string& name) override;
 
  private:
   std::string blockFolder_;
+  PhysicalDisks below_;
 };
 
 /// The kernel's version. Immutable: any thread.

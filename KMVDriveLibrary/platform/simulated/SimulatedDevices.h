@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <map>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -20,6 +21,20 @@ class SimulatedIORegistry final : public IORegistry {
     return services[name];
   }
 
+  std::optional<StorageDevice> wholeDisk(const std::string& name) override {
+    const auto known = disks.find(name);
+    return known == disks.end() ? std::nullopt : std::optional(known->second.whole);
+  }
+  std::vector<StorageDevice> physicalDisks(const std::string& name) override {
+    const auto known = disks.find(name);
+    return known == disks.end() ? std::vector<StorageDevice>() : known->second.physical;
+  }
+
+  struct Disks {
+    StorageDevice whole;
+    std::vector<StorageDevice> physical;
+  };
+  std::map<std::string, Disks> disks;
   std::map<std::string, std::vector<IOService>> services;
   std::size_t questions = 0;
 };

@@ -157,6 +157,10 @@ void SimulatedPlatform::addIOService(const std::string& foundUnder, const std::s
                                      const std::vector<std::string>& childNames) {
   machine_->ioRegistry().services[foundUnder].push_back({bsdName, childNames});
 }
+void SimulatedPlatform::setStorageDevices(const std::string& bsdName, const StorageDevice& whole,
+                                          const std::vector<StorageDevice>& physical) {
+  machine_->ioRegistry().disks[bsdName] = {whole, physical};
+}
 std::size_t SimulatedPlatform::ioRegistryQuestions() const {
   return machine_->ioRegistry().questions;
 }

@@ -2,6 +2,7 @@
 #include "integration/support/Volume.h"
 
 #include <fcntl.h>
+#include <linux/blkpg.h>
 #include <linux/loop.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -42,7 +43,25 @@ LoopDevice::LoopDevice(const std::string& backingFile) {
 }
 
 LoopDevice::LoopDevice(LoopDevice&& other) noexcept
-    : name_(std::move(other.name_)), descriptor_(std::exchange(other.descriptor_, -1)) {}
+    : name_(std::move(other.name_)),
+      descriptor_(std::exchange(other.descriptor_, -1)),
+      partitions_(std::move(other.partitions_)) {}
+
+bool LoopDevice::changePartition(int operation, int number, long long start, long long length) {
+  blkpg_partition partition{};
+  partition.pno = number;
+  partition.start = start;
+  partition.length = length;
+  blkpg_ioctl_arg request{operation, 0, sizeof partition, &partition};
+  return ioctl(descriptor_, BLKPG, &request) == 0;
+}
+
+bool LoopDevice::addPartition(int number, long long start, long long length) {
+  changePartition(BLKPG_DEL_PARTITION, number, 0, 0);  // one that somebody left behind on this device
+  if (!changePartition(BLKPG_ADD_PARTITION, number, start, length)) return false;
+  partitions_.push_back(number);
+  return true;
+}
 
 bool LoopDevice::attach(int number, int file) {
   name_ = "loop" + std::to_string(number);
@@ -60,6 +79,8 @@ bool LoopDevice::attach(int number, int file) {
 
 void LoopDevice::detach() {
   if (descriptor_ < 0) return;
+  for (const int number : partitions_)
+    changePartition(BLKPG_DEL_PARTITION, number, 0, 0);  // it would leave them behind
   ioctl(descriptor_, LOOP_CLR_FD, 0);
   close(std::exchange(descriptor_, -1));
 }

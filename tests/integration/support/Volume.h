@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace kmv::integration {
 
@@ -18,14 +19,19 @@ class LoopDevice {
 
   const std::string& name() const { return name_; }  ///< "loop3"
   std::string node() const { return "/dev/" + name_; }
+  /// Makes partition `number` ("loop3p1") of the bytes from `start` on; it goes when the device is detached.
+  /// False when the kernel has no partitions on loop devices.
+  bool addPartition(int number, long long start, long long length);
   /// Detaches now.
   void detach();
 
  private:
+  bool changePartition(int operation, int number, long long start, long long length);
   bool attach(int number, int file);
 
   std::string name_;
   int descriptor_ = -1;
+  std::vector<int> partitions_;
 };
 
 /// A new image file at `path` with a file system of `kind` ("ext4", "xfs", "btrfs") and name `label`, and a

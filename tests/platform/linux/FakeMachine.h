@@ -50,6 +50,14 @@ class FakeMachine {
   void bus(const std::string& folder, const std::string& name) {
     link("sys/devices/" + folder + "/subsystem", "../bus/" + name);
   }
+  /// The device `upper` stands on `lower`.
+  void below(const std::string& upper, const std::string& lower) {
+    link("sys/devices/virtual/block/" + upper + "/slaves/" + lower, "../../" + lower);
+  }
+  /// A device of a btrfs file system.
+  void member(const std::string& system, const std::string& device) {
+    link("sys/fs/btrfs/" + system + "/devices/" + device, "../../../../class/block/" + device);
+  }
   void udev(const std::string& number, const std::string& text) { write("udev/data/b" + number, text); }
   void mounts(const std::string& text) { write("proc/self/mountinfo", text); }
   /// What stands at a mount point, for those who must ask.

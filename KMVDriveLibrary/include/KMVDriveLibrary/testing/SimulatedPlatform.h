@@ -2,6 +2,7 @@
 #pragma once
 
 #include <KMVDriveLibrary/HiddenMounts.h>
+#include <KMVDriveLibrary/StorageDevices.h>
 #include <KMVDriveLibrary/UUID.h>
 #include <KMVDriveLibrary/Value.h>
 
@@ -162,6 +163,9 @@ class SimulatedPlatform {
   /// empty.
   void addIOService(const std::string& foundUnder, const std::string& bsdName,
                     const std::vector<std::string>& childNames);
+  /// What `wholeDiskOf` and `physicalDisksBelow` answer for a BSD name; nothing at first.
+  void setStorageDevices(const std::string& bsdName, const StorageDevice& whole,
+                         const std::vector<StorageDevice>& physical);
   /// How often the I/O registry was asked.
   std::size_t ioRegistryQuestions() const;
 

@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <KMVDriveLibrary/Export.h>
+#include <KMVDriveLibrary/KMVAPFSVolumeWrapper.h>
+#include <KMVDriveLibrary/KMVVolumePartitionWrapper.h>
+#include <KMVDriveLibrary/WeakTable.h>
+
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+/// An APFS container disk, with the volumes in it.
+class KMV_EXPORT KMVAPFSContainerWrapper : public KMVVolumePartitionWrapper {
+ public:
+  using Volume = std::shared_ptr<KMVAPFSVolumeWrapper>;
+  using Volumes = kmv::WeakTable<KMVAPFSVolumeWrapper>;
+
+  /// Selector: initWithDictionary:withRootVolumeWrapper:
+  KMVAPFSContainerWrapper(const kmv::DictionarySnapshot& dictionary,
+                          std::shared_ptr<KMVRootDiskWrapper> withRootVolumeWrapper);
+  /// A container that is known from its volumes alone; it has no backing dictionary until its own one comes.
+  /// Selector: initWithRootVolumeWrapper:withBSDNameToReserve:withBSDUnitToRepresent:
+  KMVAPFSContainerWrapper(std::shared_ptr<KMVRootDiskWrapper> rootVolumeWrapper,
+                          std::optional<kmv::Value> withBSDNameToReserve,
+                          std::optional<kmv::Value> withBSDUnitToRepresent);
+  ~KMVAPFSContainerWrapper() override;
+
+  /// The wrapper of this volume: the one of its name, brought up to date, or a new one.
+  /// Selector: addAPFSVolumeRepresentationWithArbiterDict:
+  Volume addAPFSVolumeRepresentationWithArbiterDict(const kmv::DictionarySnapshot& dictionary);
+
+  /// The first volume of this name; null without one, and for no name. Selector: apfsVolumeWrapperForBSDName:
+  Volume apfsVolumeWrapperForBSDName(std::optional<std::string_view> name) const;
+
+  /// The volumes that are alive, in the order in which they came. Selector: allChildAPFSVolumes
+  std::vector<Volume> allChildAPFSVolumes() const;
+  /// The same without those that bear the name of `excludingChildVolume`; all for null.
+  /// Selector: allChildAPFSVolumesExcludingChildVolume:
+  std::vector<Volume> allChildAPFSVolumes(const Volume& excludingChildVolume) const;
+
+  /// The volumes, held weakly.
+  std::shared_ptr<Volumes> tableOfChildAPFSVolumes() const { return tableOfChildAPFSVolumes_.get(); }
+  void setTableOfChildAPFSVolumes(std::shared_ptr<Volumes> table) {
+    tableOfChildAPFSVolumes_.set(std::move(table));
+  }
+
+ private:
+  kmv::AtomicProperty<std::shared_ptr<Volumes>> tableOfChildAPFSVolumes_{std::make_shared<Volumes>()};
+};
