@@ -15,4 +15,7 @@ void mountInfo(std::string_view input);
 /// A message about a device, a record of udev's database, or an encoded name.
 void deviceMessage(std::string_view input);
 
+/// /proc/diskstats, or a device's stat file: never more records than lines.
+void diskStatistics(std::string_view input);
+
 }  // namespace kmv::fuzz

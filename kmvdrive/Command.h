@@ -27,6 +27,7 @@ using Action = std::function<ExitCode(CommandContext&)>;
 // asks for it.
 void addListCommand(CLI::App& app, Action& chosen);
 void addWatchCommand(CLI::App& app, Action& chosen);
+void addTopCommand(CLI::App& app, Action& chosen);
 void addTreeCommand(CLI::App& app, Action& chosen);
 void addWhereCommand(CLI::App& app, Action& chosen);
 void addUnmountCommand(CLI::App& app, Action& chosen);

@@ -53,6 +53,7 @@ ExitCode runCommandLine(int argc, const char* const* argv) {
   Action chosen;
   addListCommand(app, chosen);
   addWatchCommand(app, chosen);
+  addTopCommand(app, chosen);
   addTreeCommand(app, chosen);
   addWhereCommand(app, chosen);
   addUnmountCommand(app, chosen);

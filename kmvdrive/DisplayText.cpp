@@ -103,6 +103,16 @@ std::size_t displayWidth(std::string_view text) {
   return width;
 }
 
+std::string_view clippedText(std::string_view text, std::size_t columns) {
+  std::size_t end = 0;
+  while (end < text.size()) {
+    const std::size_t next = end + firstCharacter(text.substr(end)).length;
+    if (displayWidth(text.substr(0, next)) > columns) break;
+    end = next;
+  }
+  return text.substr(0, end);
+}
+
 std::string sizeText(std::int64_t bytes) {
   constexpr const char* kUnits[] = {"B", "kB", "MB", "GB", "TB", "PB", "EB"};
   auto amount = static_cast<double>(bytes);

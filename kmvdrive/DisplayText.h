@@ -18,6 +18,9 @@ std::string visibleText(std::string_view text);
 /// Independent of the locale.
 std::size_t displayWidth(std::string_view text);
 
+/// The longest beginning of `text` that takes at most this many columns.
+std::string_view clippedText(std::string_view text, std::size_t columns);
+
 /// A number of bytes for people, in powers of 1000 as drives are sold: "512 B", "1.5 GB", "16 TB".
 std::string sizeText(std::int64_t bytes);
 

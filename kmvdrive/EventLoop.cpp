@@ -39,7 +39,7 @@ Wake EventLoop::wait(std::optional<Clock::time_point> deadline) {
       mainQueue().drain();
     }
     if (hasPassed(deadline)) return Wake::deadline;
-    if (ready > 0) return Wake::worked;
+    if (ready != 0) return Wake::worked;
   }
 }
 

@@ -8,8 +8,8 @@ namespace kmv::tool {
 
 /// Why a wait came to its end.
 enum class Wake {
-  worked,         ///< the main queue had tasks, and they have run
-  deadline,       ///< the time is over; due tasks have run
+  worked,    ///< the main queue had tasks, and they have run; or a signal that is no request to stop came
+  deadline,  ///< the time is over; due tasks have run
   stopRequested,  ///< a signal asks for a clean end
   outputClosed,   ///< nobody can read the output any more
 };

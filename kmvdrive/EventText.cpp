@@ -4,8 +4,6 @@
 #include <KMVDriveLibrary/KMVDriveKeys.h>
 
 #include <algorithm>
-#include <cmath>
-#include <cstdlib>
 #include <cstring>
 #include <ctime>
 
@@ -85,6 +83,13 @@ std::string eventAsJSON(DriveEvent event, EventTime time, const Dictionary& driv
   return jsonLine(line);
 }
 
+std::string activityAsJSON(EventTime time, const ActivityBoard::Activities& activities) {
+  const std::chrono::duration<double> sinceEpoch = time.time_since_epoch();
+  JSON drives = jsonOfActivities(activities);
+  if (drives.empty()) return {};
+  return jsonLine({{"event", "activity"}, {"time", sinceEpoch.count()}, {"drives", std::move(drives)}});
+}
+
 std::string eventAsText(DriveEvent event, EventTime time, const Dictionary& drive, const Style& style) {
   constexpr std::size_t kLongestEvent = sizeof "present" - 1;
   const auto [name, look] = lookOf(event);
@@ -99,17 +104,6 @@ std::string eventAsText(DriveEvent event, EventTime time, const Dictionary& driv
   if (event == DriveEvent::ejectionRejected) details = refusalText(drive);
   if (!details.empty()) line += "  " + visibleText(details);
   return line + "\n";
-}
-
-std::optional<double> parseSeconds(std::string_view text) {
-  if (text.empty() || text.find_first_not_of("0123456789.eE+-") != std::string_view::npos)
-    return std::nullopt;
-  const std::string terminated(text);
-  char* end = nullptr;
-  const double seconds = std::strtod(terminated.c_str(), &end);
-  const bool isNumber = end == terminated.c_str() + terminated.size();
-  if (!isNumber || !std::isfinite(seconds) || std::signbit(seconds)) return std::nullopt;
-  return seconds;
 }
 
 }  // namespace kmv::tool

@@ -4,10 +4,9 @@
 #include <KMVDriveLibrary/Value.h>
 
 #include <chrono>
-#include <optional>
 #include <string>
-#include <string_view>
 
+#include "kmvdrive/ActivityBoard.h"
 #include "kmvdrive/DriveLedger.h"
 #include "kmvdrive/Style.h"
 
@@ -19,10 +18,10 @@ using EventTime = std::chrono::system_clock::time_point;
 /// One line of JSON lines: the event, its time in seconds since 1970 with fraction, the drive.
 std::string eventAsJSON(DriveEvent event, EventTime time, const Dictionary& drive);
 
+/// One line of JSON lines for what drives moved in a cycle; empty when there is nothing to tell.
+std::string activityAsJSON(EventTime time, const ActivityBoard::Activities& activities);
+
 /// One line for people, with the local time.
 std::string eventAsText(DriveEvent event, EventTime time, const Dictionary& drive, const Style& style);
-
-/// A number of seconds, with or without a fraction; none for what is negative, infinite or no decimal number.
-std::optional<double> parseSeconds(std::string_view text);
 
 }  // namespace kmv::tool

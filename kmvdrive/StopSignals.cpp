@@ -22,16 +22,15 @@ void wakeLoop(int) {
   errno = savedErrno;
 }
 
-/// Without SA_RESTART, so that a write that waits for a slow reader is interrupted.
-void handle(int signal, void (*handler)(int), int flags) {
+}  // namespace
+
+void handleSignal(int signal, void (*handler)(int), int flags) {
   struct sigaction action {};
   action.sa_handler = handler;
   action.sa_flags = flags;
   sigemptyset(&action.sa_mask);
   sigaction(signal, &action, nullptr);
 }
-
-}  // namespace
 
 StopSignals::StopSignals() {
   int ends[2];
@@ -43,13 +42,14 @@ StopSignals::StopSignals() {
     fcntl(end, F_SETFL, O_NONBLOCK);
   }
   signalledPipe.store(writeEnd_);
-  handle(SIGINT, wakeLoop, static_cast<int>(SA_RESETHAND));
-  handle(SIGTERM, wakeLoop, static_cast<int>(SA_RESETHAND));
+  // Without SA_RESTART, so that a write that waits for a slow reader is interrupted.
+  handleSignal(SIGINT, wakeLoop, static_cast<int>(SA_RESETHAND));
+  handleSignal(SIGTERM, wakeLoop, static_cast<int>(SA_RESETHAND));
 }
 
 StopSignals::~StopSignals() {
-  handle(SIGINT, SIG_DFL, 0);
-  handle(SIGTERM, SIG_DFL, 0);
+  handleSignal(SIGINT, SIG_DFL, 0);
+  handleSignal(SIGTERM, SIG_DFL, 0);
   signalledPipe.store(-1);
   close(readEnd_);
   close(writeEnd_);

@@ -3,6 +3,9 @@
 
 namespace kmv::tool {
 
+/// Calls `handler`, with `flags` of sigaction(2), when the signal comes.
+void handleSignal(int signal, void (*handler)(int), int flags);
+
 /// Turns SIGINT and SIGTERM into a descriptor that polls readable, for one poll loop over everything. The
 /// first signal asks for a clean end; the second one of its kind has its usual effect, should the clean end
 /// take too long. REQUIRES: one at a time in a process.

@@ -14,10 +14,12 @@
 #include <utility>
 #include <vector>
 
+#include "kmvdrive/ActivityFeed.h"
 #include "kmvdrive/Command.h"
 #include "kmvdrive/DriveLedger.h"
 #include "kmvdrive/EventText.h"
 #include "kmvdrive/InitialReport.h"
+#include "kmvdrive/SecondsOption.h"
 
 namespace kmv::tool {
 namespace {
@@ -84,13 +86,6 @@ class Subscription {
   std::vector<NotificationCenter::Registration> registrations_;
 };
 
-std::optional<EventLoop::Clock::time_point> deadlineAfter(const std::string& seconds) {
-  if (seconds.empty()) return std::nullopt;
-  constexpr double kLongest = 1e9;  // some thirty years: far from the clock's end
-  const std::chrono::duration<double> length(std::min(parseSeconds(seconds).value_or(0), kLongest));
-  return EventLoop::Clock::now() + std::chrono::ceil<EventLoop::Clock::duration>(length);
-}
-
 ExitCode watch(CommandContext& context, const WatchOptions& options) {
   bool writable = true;
   const auto ledger = std::make_shared<DriveLedger>([&](DriveEvent event, const Dictionary& drive) {
@@ -104,8 +99,15 @@ ExitCode watch(CommandContext& context, const WatchOptions& options) {
   if (report.run(context.loop)) return ExitCode::ok;
   report.warnWhenIncomplete();
   ledger->settle();
-
-  const auto deadline = deadlineAfter(options.seconds);
+  std::optional<ActivityFeed>
+      feed;  // the monitor measures every second; who only looks is not made to wait for that
+  if (options.json) {
+    feed.emplace([&](const ActivityBoard::Activities& activities) {
+      if (writable)
+        writable = context.output.write(activityAsJSON(std::chrono::system_clock::now(), activities));
+    });
+  }
+  const auto deadline = deadlineAfterSeconds(options.seconds);
   while (writable && context.loop.wait(deadline) == Wake::worked) {
   }
   return ExitCode::ok;
@@ -118,13 +120,7 @@ void addWatchCommand(CLI::App& app, Action& chosen) {
       app.add_subcommand("watch", "Show the drives, and then what happens to them, until stopped");
   const auto options = std::make_shared<WatchOptions>();
   command->add_flag("--json", options->json, "Print one JSON object a line");
-  command
-      ->add_option("--for", options->seconds,
-                   "End this many seconds (fractions allowed) after the drives that are there were shown")
-      ->type_name("SECONDS")
-      ->check([](const std::string& text) {
-        return parseSeconds(text) ? std::string() : "\"" + text + "\" is no number of seconds";
-      });
+  addSecondsOption(*command, options->seconds);
   command->callback([options, &chosen] {
     chosen = [options](CommandContext& context) { return watch(context, *options); };
   });

@@ -11,6 +11,7 @@
 #include "arbiter/KMVDiskArbiterProperties.h"
 #include "arbiter/WriterLock.h"
 #include "base/Fatal.h"
+#include "base/KeptForEver.h"
 #include "platform/DescriptionKeys.h"
 #include "platform/Platform.h"
 
@@ -18,14 +19,6 @@ namespace {
 
 constexpr char kArbiterQueueLabel[] = "com.orvane.drive.diskarbiter";
 constexpr char kAssetQueueLabel[] = "com.orvane.drive.diskarbiter.assetmutex";
-
-/// Sessions are never released: the platform may call back as long as the process lives.
-kmv::DiskArbitrationSession* keptForEver(std::unique_ptr<kmv::DiskArbitrationSession> session) {
-  static std::mutex mutex;
-  static auto* sessions = new std::vector<std::unique_ptr<kmv::DiskArbitrationSession>>;
-  std::lock_guard lock(mutex);
-  return sessions->emplace_back(std::move(session)).get();
-}
 
 }  // namespace
 
@@ -48,7 +41,8 @@ KMVDiskArbiter::KMVDiskArbiter() : properties_(std::make_unique<Properties>()) {
   fields.readerWriterSemaphore.set(std::make_shared<kmv::Semaphore>(kmv::kWriterUnits));
   fields.arbiterQueue.set(platform.queues().makeSerialQueue(kArbiterQueueLabel));
   fields.assetMutexQueue.set(platform.queues().makeSerialQueue(kAssetQueueLabel));
-  fields.diskArbitrationSession.set(keptForEver(platform.makeDiskArbitrationSession()));
+  // The platform may call back as long as the process lives.
+  fields.diskArbitrationSession.set(kmv::keptForEver(platform.makeDiskArbitrationSession()));
   diskArbitrationSession()->setQueue(arbiterQueue());
   addAdditionalInformationListener(KMVDriveWrapperManager::shared());  // the first of the listeners
 }

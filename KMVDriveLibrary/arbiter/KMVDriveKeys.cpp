@@ -10,6 +10,8 @@ constinit const std::string_view kDiskArbiterChangedDiskDetectedNotification =
 constinit const std::string_view kDiskEjectionRejected = "kDiskEjectionRejected";
 constinit const std::string_view kDiskArbiterRenameSucceeded = "kDiskArbiterRenameSucceeded";
 constinit const std::string_view kDiskArbiterRenameFailed = "kDiskArbiterRenameFailed";
+constinit const std::string_view kDiskArbiterDriveActivityDidUpdateNotification =
+    "kDiskArbiterDriveActivityDidUpdateNotification";
 
 constinit const std::string_view kDiskLTOArbiterTapeKey = "DiskLTOArbiterTapeKey";
 constinit const std::string_view kDiskVolumeName = "DAVolumeName";

@@ -3,9 +3,12 @@
 
 #include <KMVDriveLibrary/StorageDevices.h>
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "platform/DriveStatistics.h"
 
 namespace kmv {
 
@@ -26,6 +29,8 @@ class IORegistry {
   /// The whole disk of a BSD name, and the physical disks below it: see StorageDevices.h.
   virtual std::optional<StorageDevice> wholeDisk(const std::string& name) = 0;
   virtual std::vector<StorageDevice> physicalDisks(const std::string& name) = 0;
+
+  virtual std::unique_ptr<DriveStatisticsReader> makeStatisticsReader() = 0;
 };
 
 }  // namespace kmv

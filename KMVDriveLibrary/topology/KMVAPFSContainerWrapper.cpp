@@ -55,8 +55,7 @@ std::vector<KMVAPFSContainerWrapper::Volume> KMVAPFSContainerWrapper::allChildAP
   if (excludingChildVolume == nullptr) return volumes;
   // By name, not by identity: every volume that bears it is left out.
   const auto name = excludingChildVolume->bsdName();
-  std::erase_if(volumes, [&](const Volume& volume) {
-    return volume == excludingChildVolume || bearsName(*volume, kmv::topology::textOf(name));
-  });
+  std::erase_if(volumes,
+                [&](const Volume& volume) { return bearsName(*volume, kmv::topology::textOf(name)); });
   return volumes;
 }

@@ -108,6 +108,26 @@ static_assert(exists<void (KMVDiskBSDBaseWrapper::*)(const DictionarySnapshot&),
 static_assert(std::is_base_of_v<KMVVolumePartitionWrapper, Container>);
 static_assert(!std::is_base_of_v<KMVDiskBSDBaseWrapper, Root>);
 
+using Monitor = KMVDriveActivityMonitor;
+using Tracker = KMVDriveIOActivityTracker;
+using Bytes = std::uint64_t;
+using ReportOfSide = void (Monitor::*)(Bytes, const URL&, std::string_view);
+using Report = void (Monitor::*)(Bytes, const URL&, std::string_view, bool);
+static_assert(exists<Monitor& (*)(), &Monitor::defaultMonitor>);
+static_assert(exists<void (Monitor::*)(), &Monitor::runDriveAnalysis>);
+static_assert(exists<bool (Monitor::*)(const URL&) const, &Monitor::ioServicesIsTrackingDrive>);
+static_assert(exists<Report, &Monitor::appBytesWereUpdatedOnDrive>);
+static_assert(exists<Report, &Monitor::appBytesWereUpdatedOnFile>);
+static_assert(exists<ReportOfSide, &Monitor::appBytesWereReadOnDrive>);
+static_assert(exists<ReportOfSide, &Monitor::appBytesWereReadOnFile>);
+static_assert(exists<ReportOfSide, &Monitor::appBytesWereWrittenOnDrive>);
+static_assert(exists<ReportOfSide, &Monitor::appBytesWereWrittenOnFile>);
+static_assert(
+    exists<void (Monitor::*)(std::string_view), &Monitor::stopMonitoringAppDriveIOUpdatesFromSender>);
+static_assert(exists<void (Monitor::*)(), &Monitor::listenForApplicationDriveSpeedUpdates>);
+static_assert(exists<void (Tracker::*)(const Tracker::Sample&, const URL&), &Tracker::updateStats>);
+static_assert(exists<std::optional<double> (*)(const KMVDriveActivityDelta&), &kmv::bytesPerSecond>);
+
 using Protocol = KMVDiskAdditionalInformationProtocol;
 static_assert(exists<bool (Protocol::*)(const Drive&), &Protocol::addInformationAboutDiskDictionary>);
 static_assert(
@@ -172,6 +192,7 @@ TEST(SurfaceTest, TextsOfTheConstantsAreWhatHostsCompareWith) {
       {kDiskEjectionRejected, "kDiskEjectionRejected"},
       {kDiskArbiterRenameSucceeded, "kDiskArbiterRenameSucceeded"},
       {kDiskArbiterRenameFailed, "kDiskArbiterRenameFailed"},
+      {kDiskArbiterDriveActivityDidUpdateNotification, "kDiskArbiterDriveActivityDidUpdateNotification"},
       {kDiskLTOArbiterTapeKey, "DiskLTOArbiterTapeKey"},
       {kDiskVolumeName, "DAVolumeName"},
       {kDiskURLKey, "DAVolumePath"},

@@ -11,6 +11,7 @@
 #include "kmvdrive/DisplayText.h"
 #include "kmvdrive/EventText.h"
 #include "kmvdrive/RefusalText.h"
+#include "kmvdrive/SecondsOption.h"
 #include "kmvdrive/Table.h"
 
 namespace kmv::tool {

@@ -64,6 +64,14 @@ class Rejections : public ::testing::Test {
   Lines lines;
 };
 
+TEST_F(Rejections, TheCopyThatAWrapperIsMadeFromIsKeptByNobody) {
+  const auto drive =
+      std::make_shared<DriveDictionary>(Dictionary{{"DAMediaBSDName", "disk4"}, {"DAMediaBSDUnit", 4}});
+  const DictionarySnapshot before = drive->snapshot();  // whoever holds the drive's content
+  EXPECT_TRUE(manager.addInformationAboutDiskDictionary(drive));
+  EXPECT_EQ(wrapperOf(*drive->snapshot())->backingDictionary(), nullptr);
+}
+
 TEST_F(Rejections, ADriveWithoutANameOrANumberIsLoggedAndLeftAsItIs) {
   const Dictionary nameless{{"DAMediaBSDUnit", 4}, {"DAVolumeName", "A"}};
   const auto drive = std::make_shared<DriveDictionary>(nameless);

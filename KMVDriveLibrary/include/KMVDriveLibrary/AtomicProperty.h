@@ -17,8 +17,12 @@ class AtomicProperty {
     return value_;
   }
   void set(T value) {
-    const std::lock_guard lock(mutex_);
-    std::swap(value_, value);
+    T old;
+    {
+      const std::lock_guard lock(mutex_);
+      old = std::move(value_);
+      value_ = std::move(value);
+    }
   }
 
  private:

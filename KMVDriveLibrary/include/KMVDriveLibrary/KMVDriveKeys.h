@@ -20,6 +20,8 @@ extern KMV_EXPORT const std::string_view
 extern KMV_EXPORT const std::string_view kDiskEjectionRejected;        ///< "kDiskEjectionRejected"
 extern KMV_EXPORT const std::string_view kDiskArbiterRenameSucceeded;  ///< "kDiskArbiterRenameSucceeded"
 extern KMV_EXPORT const std::string_view kDiskArbiterRenameFailed;     ///< "kDiskArbiterRenameFailed"
+/// "kDiskArbiterDriveActivityDidUpdateNotification", posted by the activity monitor.
+extern KMV_EXPORT const std::string_view kDiskArbiterDriveActivityDidUpdateNotification;
 
 // Keys of drive dictionaries. Some are the platform's own description keys on purpose: a drive dictionary is
 // the description with additions.

@@ -9,9 +9,11 @@
 #include <KMVDriveLibrary/DriveDictionary.h>
 #include <KMVDriveLibrary/Exception.h>
 #include <KMVDriveLibrary/HiddenMounts.h>
+#include <KMVDriveLibrary/IOMeter.h>
 #include <KMVDriveLibrary/KMVAPFSContainerWrapper.h>
 #include <KMVDriveLibrary/KMVDiskAdditionalInformationProtocol.h>
 #include <KMVDriveLibrary/KMVDiskArbiter.h>
+#include <KMVDriveLibrary/KMVDriveActivityMonitor.h>
 #include <KMVDriveLibrary/KMVDriveDictionaryInterpreter.h>
 #include <KMVDriveLibrary/KMVDriveKeys.h>
 #include <KMVDriveLibrary/KMVDriveLibraryVersion.h>

@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace kmv {
@@ -76,6 +79,55 @@ class LiveSet : private LiveArray<T, Hash> {
     Base::insert(std::move(value));
     return true;
   }
+};
+
+/// A growing dictionary that threads share. Enumeration order: ascending keys.
+/// Threads: every member may be called from any thread; what it hands out never shows half a change.
+template <typename Key, typename T, typename Hash = std::hash<Key>>
+class LiveDictionary {
+ public:
+  using Entry = std::pair<Key, T>;
+
+  std::optional<T> find(const Key& key) const {
+    const std::lock_guard lock(mutex_);
+    const auto found = entries_.find(key);
+    return found == entries_.end() ? std::nullopt : std::optional<T>(found->second);
+  }
+  bool contains(const Key& key) const { return find(key).has_value(); }
+  /// Sets an entry and returns what it replaced.
+  std::optional<T> set(const Key& key, T value) {
+    const std::lock_guard lock(mutex_);
+    const auto [entry, isNew] = entries_.try_emplace(key, value);
+    if (isNew) return std::nullopt;
+    std::swap(entry->second, value);
+    return value;
+  }
+  /// False when there was no such entry.
+  bool remove(const Key& key) {
+    const std::lock_guard lock(mutex_);
+    return entries_.erase(key) != 0;
+  }
+  void removeAll() {
+    const std::lock_guard lock(mutex_);
+    entries_.clear();
+  }
+  std::size_t count() const {
+    const std::lock_guard lock(mutex_);
+    return entries_.size();
+  }
+  std::vector<Entry> snapshot() const {
+    std::vector<Entry> all;
+    {
+      const std::lock_guard lock(mutex_);
+      all.assign(entries_.begin(), entries_.end());
+    }
+    std::sort(all.begin(), all.end(), [](const Entry& a, const Entry& b) { return a.first < b.first; });
+    return all;
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  std::unordered_map<Key, T, Hash> entries_;
 };
 
 }  // namespace kmv

@@ -95,8 +95,8 @@ std::optional<BlockDevice> BlockDevices::readFolder(const std::string& folder) c
 
   const UdevProperties properties = readUdev(device.number, device.inDatabase);
   device.facts = factsOf(properties);
-  const bool keptBack =
-      property(properties, "SYSTEMD_READY") == "0" || property(properties, "UDISKS_IGNORE") == "1";
+  device.hiddenFromUsers = property(properties, "UDISKS_IGNORE") == "1";
+  const bool keptBack = property(properties, "SYSTEMD_READY") == "0" || device.hiddenFromUsers;
   // An empty optical drive has a size all the same; only udev knows whether there is a disc.
   const bool noDisc = device.name.starts_with("sr") && property(properties, "ID_CDROM_MEDIA") != "1";
   const bool hidden = readAttribute(folder + "/hidden") == "1";

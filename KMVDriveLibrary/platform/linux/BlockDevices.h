@@ -40,9 +40,10 @@ struct BlockDevice {
   bool internal = true;
   std::string model;
   SignatureFacts facts;
-  bool inDatabase = false;      ///< udev has a record, from which `facts` is
-  bool reportUnmounted = true;  ///< false for what the system keeps to itself: a disk only while mounted
-  std::uint64_t readAt = 0;     ///< the kernel's event count just before this was read; 0 when unknown
+  bool inDatabase = false;       ///< udev has a record, from which `facts` is
+  bool reportUnmounted = true;   ///< false for what the system keeps to itself: a disk only while mounted
+  bool hiddenFromUsers = false;  ///< udev says that it is the system's own
+  std::uint64_t readAt = 0;      ///< the kernel's event count just before this was read; 0 when unknown
 };
 
 /// Reads block devices from sysfs and udev's database. Touches no device node. Immutable: any thread.

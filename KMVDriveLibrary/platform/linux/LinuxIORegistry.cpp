@@ -3,14 +3,16 @@
 
 #include <sys/utsname.h>
 
+#include <chrono>
 #include <cstdio>
 
 #include "platform/linux/Files.h"
+#include "platform/linux/LinuxDriveStatistics.h"
 
 namespace kmv {
 
 LinuxIORegistry::LinuxIORegistry(const LinuxOptions& options)
-    : blockFolder_(options.sysRoot + "/class/block/"), below_(options) {}
+    : options_(options), blockFolder_(options.sysRoot + "/class/block/"), below_(options) {}
 
 std::optional<StorageDevice> LinuxIORegistry::wholeDisk(const std::string& name) {
   return below_.wholeDiskOf(name);
@@ -29,6 +31,16 @@ std::vector<IOService> LinuxIORegistry::servicesMatchingBSDName(const std::strin
     if (!readAttribute(folder + "/" + child + "/partition").empty()) service.childNames.push_back(child);
   }
   return {service};
+}
+
+std::unique_ptr<DriveStatisticsReader> LinuxIORegistry::makeStatisticsReader() {
+  return std::make_unique<LinuxDriveStatistics>(options_);
+}
+
+Date LinuxClock::now() {
+  constexpr double kReferenceDate = 978307200;  // 2001-01-01 in seconds since 1970
+  const std::chrono::duration<double> sinceEpoch = std::chrono::system_clock::now().time_since_epoch();
+  return {sinceEpoch.count() - kReferenceDate};
 }
 
 OperatingSystemVersion LinuxSystemInformation::operatingSystemVersion() {

@@ -26,6 +26,14 @@ SystemInformation& LinuxPlatform::systemInformation() {
   return systemInformation_;
 }
 
+Clock& LinuxPlatform::clock() {
+  return clock_;
+}
+
+std::unique_ptr<NetServiceBrowser> LinuxPlatform::makeServiceBrowser() {
+  return std::make_unique<NoServiceBrowser>();
+}
+
 std::unique_ptr<DiskArbitrationSession> LinuxPlatform::makeDiskArbitrationSession() {
   return std::make_unique<LinuxSession>(options_);
 }

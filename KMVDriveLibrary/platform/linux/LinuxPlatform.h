@@ -18,6 +18,8 @@ class LinuxPlatform final : public Platform {
   FileSystem& fileSystem() override;
   IORegistry& ioRegistry() override;
   SystemInformation& systemInformation() override;
+  Clock& clock() override;
+  std::unique_ptr<NetServiceBrowser> makeServiceBrowser() override;
   std::unique_ptr<DiskArbitrationSession> makeDiskArbitrationSession() override;
 
  private:
@@ -26,6 +28,7 @@ class LinuxPlatform final : public Platform {
   LinuxFileSystem fileSystem_;
   LinuxIORegistry ioRegistry_;
   LinuxSystemInformation systemInformation_;
+  LinuxClock clock_;
 };
 
 }  // namespace kmv

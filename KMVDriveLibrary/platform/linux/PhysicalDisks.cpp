@@ -20,7 +20,6 @@ constexpr std::string_view kDeleted =
 
 PhysicalDisks::PhysicalDisks(const LinuxOptions& options) : options_(options), devices_(options) {}
 
-/// The device's folder below /sys/devices; empty when there is none.
 std::string PhysicalDisks::folderOf(const std::string& name) const {
   if (name.empty() || name.find('/') != std::string::npos) return {};
   const std::string links = options_.sysRoot + "/class/block";
@@ -66,14 +65,19 @@ std::vector<StorageDevice> PhysicalDisks::below(const std::string& name) const {
   return disks;
 }
 
-/// The devices of the file system that spans this one and others.
-std::vector<std::string> PhysicalDisks::membersBeside(const std::string& name) const {
+std::optional<SpanningSystem> PhysicalDisks::systemOver(const std::string& name) const {
   const std::string systems = options_.sysRoot + "/fs/btrfs";
-  for (const std::string& system : listFolder(systems)) {
-    std::vector<std::string> members = listFolder(systems + "/" + system + "/devices");
-    if (std::find(members.begin(), members.end(), name) != members.end()) return members;
+  for (const std::string& id : listFolder(systems)) {
+    std::vector<std::string> devices = listFolder(systems + "/" + id + "/devices");
+    if (std::find(devices.begin(), devices.end(), name) != devices.end())
+      return SpanningSystem{id, std::move(devices)};
   }
-  return {};
+  return std::nullopt;
+}
+
+std::vector<std::string> PhysicalDisks::membersBeside(const std::string& name) const {
+  auto system = systemOver(name);
+  return system ? std::move(system->devices) : std::vector<std::string>();
 }
 
 /// The devices right below a whole disk; none when it is a physical one.

@@ -262,6 +262,24 @@ void LinuxSerialQueue::giveTurn(Waiter& waiter) {
   waiter.turn.notify_one();  // under the lock: the waiter dies as soon as it gets it
 }
 
+/// Each task is work of its own for the pool.
+class LinuxConcurrentQueue final : public ConcurrentQueue {
+ public:
+  explicit LinuxConcurrentQueue(std::string label) : label_(std::move(label)) {}
+  const std::string& label() const override { return label_; }
+  void async(SerialQueue::Task task) override {
+    struct TaskAsWork final : Work {
+      explicit TaskAsWork(SerialQueue::Task&& t) : task(std::move(t)) {}
+      void runOnWorker() override { task(); }
+      SerialQueue::Task task;
+    };
+    WorkerPool::shared().submit(std::make_shared<TaskAsWork>(std::move(task)));
+  }
+
+ private:
+  const std::string label_;
+};
+
 }  // namespace
 
 LinuxQueueFactory::LinuxQueueFactory() : mainQueue_(std::make_shared<LinuxMainQueue>()) {}
@@ -270,6 +288,10 @@ LinuxQueueFactory::~LinuxQueueFactory() = default;
 
 std::shared_ptr<SerialQueue> LinuxQueueFactory::makeSerialQueue(std::string label) {
   return std::make_shared<LinuxSerialQueue>(std::move(label));
+}
+
+std::shared_ptr<ConcurrentQueue> LinuxQueueFactory::makeConcurrentQueue(std::string label) {
+  return std::make_shared<LinuxConcurrentQueue>(std::move(label));
 }
 
 MainQueue& LinuxQueueFactory::mainQueue() {

@@ -23,6 +23,7 @@ class LinuxQueueFactory : public QueueFactory {
   ~LinuxQueueFactory() override;
 
   std::shared_ptr<SerialQueue> makeSerialQueue(std::string label) override;
+  std::shared_ptr<ConcurrentQueue> makeConcurrentQueue(std::string label) override;
 
   /// `sync` on it waits until the main thread comes to it; on a thread that would have to run the queue
   /// itself, but is not inside one of its tasks, that is for ever.

@@ -16,8 +16,6 @@ namespace {
 using testing::DiskId;
 using Kind = testing::PendingEvent::Kind;
 
-/// The wall clock when the machine was made: 2026-01-01 00:00 UTC, in seconds since 2001-01-01.
-constexpr double kWallClockAtStart = 788'918'400;
 /// Between two disks that appear in one instant; a double of this size still tells it.
 constexpr double kShortestTimeBetweenAppearances = 1e-6;
 
@@ -48,8 +46,8 @@ const std::string& Machine::mountPointOf(DiskId disk) {
 }
 
 double Machine::nextAppearanceTime() {
-  const double now = kWallClockAtStart + std::chrono::duration<double>(scheduler_.now()).count();
-  lastAppearanceTime_ = std::max(now, lastAppearanceTime_ + kShortestTimeBetweenAppearances);
+  lastAppearanceTime_ =
+      std::max(clock_.now().secondsSinceReferenceDate, lastAppearanceTime_ + kShortestTimeBetweenAppearances);
   return lastAppearanceTime_;
 }
 

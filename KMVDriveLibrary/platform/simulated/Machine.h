@@ -11,6 +11,7 @@
 #include <set>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "platform/Platform.h"
 #include "platform/simulated/EventBus.h"
@@ -54,6 +55,9 @@ class Machine : public SessionMachine, public std::enable_shared_from_this<Machi
   Scheduler& scheduler() { return scheduler_; }
   SimulatedFileSystem& fileSystem() { return fileSystem_; }
   SimulatedIORegistry& ioRegistry() { return ioRegistry_; }
+  SimulatedStatistics& statistics() { return statistics_; }
+  SimulatedClock& clock() { return clock_; }
+  std::vector<std::string>& serviceSearches() { return serviceSearches_; }
   SimulatedSystemInformation& systemInformation() { return systemInformation_; }
   EventBus& bus() { return bus_; }
 
@@ -69,7 +73,10 @@ class Machine : public SessionMachine, public std::enable_shared_from_this<Machi
 
   Scheduler scheduler_;
   SimulatedFileSystem fileSystem_;
-  SimulatedIORegistry ioRegistry_;
+  SimulatedStatistics statistics_{fileSystem_};
+  SimulatedIORegistry ioRegistry_{statistics_};
+  SimulatedClock clock_{scheduler_};
+  std::vector<std::string> serviceSearches_;
   SimulatedSystemInformation systemInformation_;
   EventBus bus_;
   DiskTable disks_;

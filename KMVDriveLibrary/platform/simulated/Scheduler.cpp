@@ -25,6 +25,19 @@ class Queue : public SerialQueue {
   QueueStatePointer state_;
 };
 
+/// Each task is on a queue of its own, so that the seed picks the order.
+class ConcurrentTasks : public ConcurrentQueue {
+ public:
+  ConcurrentTasks(Scheduler& scheduler, std::string label)
+      : scheduler_(scheduler), label_(std::move(label)) {}
+  const std::string& label() const override { return label_; }
+  void async(SerialQueue::Task task) override { scheduler_.makeSerialQueue(label_)->async(std::move(task)); }
+
+ private:
+  Scheduler& scheduler_;
+  std::string label_;
+};
+
 constexpr auto kForEver = std::chrono::nanoseconds::max();
 
 std::chrono::nanoseconds sumWithoutOverflow(std::chrono::nanoseconds time, std::chrono::nanoseconds delay) {
@@ -86,6 +99,11 @@ QueueStatePointer Scheduler::makeState(std::string label) {
 std::shared_ptr<SerialQueue> Scheduler::makeSerialQueue(std::string label) {
   requireOwnThread();
   return std::make_shared<Queue>(*this, makeState(std::move(label)));
+}
+
+std::shared_ptr<ConcurrentQueue> Scheduler::makeConcurrentQueue(std::string label) {
+  requireOwnThread();
+  return std::make_shared<ConcurrentTasks>(*this, std::move(label));
 }
 
 MainQueue& Scheduler::mainQueue() {

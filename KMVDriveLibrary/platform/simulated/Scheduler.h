@@ -36,6 +36,7 @@ class Scheduler : public QueueFactory {
   ~Scheduler() override;
 
   std::shared_ptr<SerialQueue> makeSerialQueue(std::string label) override;
+  std::shared_ptr<ConcurrentQueue> makeConcurrentQueue(std::string label) override;
   MainQueue& mainQueue() override;
 
   std::size_t runUntilIdle();

@@ -3,6 +3,7 @@
 
 #include <KMVDriveLibrary/testing/SimulatedPlatform.h>
 
+#include <functional>
 #include <map>
 #include <optional>
 #include <set>
@@ -33,6 +34,11 @@ class SimulatedFileSystem : public FileSystem {
   void unmount(testing::DiskId volume);
   /// The mount point of the volume; null when it is not mounted.
   const std::string* mountPoint(testing::DiskId volume) const;
+
+  /// Every mounted volume, in the order of the mounts.
+  void forEachVolume(const std::function<void(testing::DiskId, const URL&)>& visit) const {
+    for (const Mount& mount : mounts_) visit(mount.volume, mount.url);
+  }
 
   void createItem(const std::string& path);
   void writeFile(const std::string& path, std::string bytes);

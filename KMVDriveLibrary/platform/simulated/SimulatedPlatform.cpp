@@ -18,6 +18,10 @@ class PlatformOfMachine : public Platform {
   FileSystem& fileSystem() override { return machine_->fileSystem(); }
   IORegistry& ioRegistry() override { return machine_->ioRegistry(); }
   SystemInformation& systemInformation() override { return machine_->systemInformation(); }
+  Clock& clock() override { return machine_->clock(); }
+  std::unique_ptr<NetServiceBrowser> makeServiceBrowser() override {
+    return std::make_unique<simulated::SimulatedServiceBrowser>(machine_->serviceSearches());
+  }
   std::unique_ptr<DiskArbitrationSession> makeDiskArbitrationSession() override {
     return machine_->makeSession();
   }
@@ -163,6 +167,29 @@ void SimulatedPlatform::setStorageDevices(const std::string& bsdName, const Stor
 }
 std::size_t SimulatedPlatform::ioRegistryQuestions() const {
   return machine_->ioRegistry().questions;
+}
+
+void SimulatedPlatform::setBlockStorageDriver(const std::string& path,
+                                              std::optional<SimulatedCounters> counters) {
+  machine_->statistics().drivers[path] =
+      counters ? std::optional(DriverCounters{counters->bytesRead, counters->bytesWritten,
+                                              counters->readLatency, counters->writeLatency})
+               : std::nullopt;
+}
+void SimulatedPlatform::removeBlockStorageDriver(const std::string& path) {
+  machine_->statistics().drivers.erase(path);
+}
+void SimulatedPlatform::failNextDriverLookup() {
+  ++machine_->statistics().lookupsToFail;
+}
+void SimulatedPlatform::setMediaPath(DiskId disk, const std::string& path) {
+  machine_->statistics().mediaPaths[disk] = path;
+}
+void SimulatedPlatform::hideFromUsers(DiskId disk) {
+  machine_->statistics().hidden.insert(disk);
+}
+std::vector<std::string> SimulatedPlatform::serviceSearches() const {
+  return machine_->serviceSearches();
 }
 
 std::size_t SimulatedPlatform::runUntilIdle() {

@@ -30,4 +30,8 @@ TEST(FuzzCorpus, DeviceMessages) {
   EXPECT_GT(runAll("device_message", kmv::fuzz::deviceMessage), 0);
 }
 
+TEST(FuzzCorpus, DiskStatistics) {
+  EXPECT_GT(runAll("disk_statistics", kmv::fuzz::diskStatistics), 0);
+}
+
 }  // namespace

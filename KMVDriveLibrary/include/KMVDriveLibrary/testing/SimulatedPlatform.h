@@ -59,6 +59,14 @@ struct SimulatedPathVolume {
   DescriptionChanges description = {};   ///< the last word on any entry
 };
 
+/// What a block-storage driver has counted so far; latencies in nanoseconds.
+struct SimulatedCounters {
+  std::uint64_t bytesRead = 0;
+  std::uint64_t bytesWritten = 0;
+  std::uint64_t readLatency = 0;
+  std::uint64_t writeLatency = 0;
+};
+
 /// An event that is held back.
 struct PendingEvent {
   enum class Kind { appeared, disappeared, descriptionChanged };
@@ -168,6 +176,19 @@ class SimulatedPlatform {
                          const std::vector<StorageDevice>& physical);
   /// How often the I/O registry was asked.
   std::size_t ioRegistryQuestions() const;
+
+  /// A block-storage driver at a path of the I/O registry, new or as it counts from now on; without counters
+  /// it publishes no statistics.
+  void setBlockStorageDriver(const std::string& path, std::optional<SimulatedCounters> counters);
+  void removeBlockStorageDriver(const std::string& path);
+  /// The next look-up of the drivers fails.
+  void failNextDriverLookup();
+  /// Where the medium of a disk stands in the I/O registry; nowhere at first.
+  void setMediaPath(DiskId disk, const std::string& path);
+  /// Leaves the volume out of the list of those that users see.
+  void hideFromUsers(DiskId disk);
+  /// What network service browsers were to look for: TYPE in "DOMAIN", " and among peers".
+  std::vector<std::string> serviceSearches() const;
 
   // --- Time and queues. ---
 

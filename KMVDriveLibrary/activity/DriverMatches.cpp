@@ -1,0 +1,70 @@
+// SPDX-License-Identifier: MIT
+#include "activity/DriverMatches.h"
+
+#include <algorithm>
+#include <string_view>
+
+namespace kmv::activity {
+namespace {
+
+constexpr std::size_t kNone = static_cast<std::size_t>(-1);
+
+std::string folded(std::string_view text) {
+  std::string small(text);
+  std::transform(small.begin(), small.end(), small.begin(),
+                 [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+  return small;
+}
+
+struct Prefix {
+  std::string text;       // folded
+  std::string_view path;  // as it stands
+  std::size_t driver;
+  std::size_t shorter = kNone;  // the next one that this one begins with
+};
+
+/// The drivers in ascending order of their folded paths, each linked to the longest that begins it.
+std::vector<Prefix> prefixesOf(const DriveStatistics& statistics) {
+  std::vector<Prefix> prefixes;
+  prefixes.reserve(statistics.drivers.size());
+  for (const auto& driver : statistics.drivers)
+    prefixes.push_back({folded(driver.path), driver.path, prefixes.size()});
+  std::sort(prefixes.begin(), prefixes.end(), [](const auto& a, const auto& b) { return a.text < b.text; });
+  for (std::size_t i = 1; i < prefixes.size(); ++i) {
+    std::size_t above = i - 1;
+    while (above != kNone && !prefixes[i].text.starts_with(prefixes[above].text))
+      above = prefixes[above].shorter;
+    prefixes[i].shorter = above;
+  }
+  return prefixes;
+}
+
+}  // namespace
+
+std::vector<DriverMatches::Match> DriverMatches::build(const DriveStatistics& statistics) {
+  const std::vector<Prefix> prefixes = prefixesOf(statistics);
+  std::vector<Match> matches;
+  std::vector<const Prefix*> ofVolume;
+  for (std::size_t volume = 0; volume < statistics.volumes.size(); ++volume) {
+    const std::string& path = statistics.volumes[volume].mediaPath;
+    if (path.empty()) continue;
+    const std::string media = folded(path);
+    const auto after =
+        std::upper_bound(prefixes.begin(), prefixes.end(), media,
+                         [](const std::string& text, const Prefix& prefix) { return text < prefix.text; });
+    // Whatever begins the medium's path begins its neighbour in this order too, so all of them are on one
+    // chain.
+    std::size_t at =
+        after == prefixes.begin() ? kNone : static_cast<std::size_t>(after - prefixes.begin()) - 1;
+    ofVolume.clear();
+    for (; at != kNone; at = prefixes[at].shorter) {
+      if (media.starts_with(prefixes[at].text)) ofVolume.push_back(&prefixes[at]);
+    }
+    std::sort(ofVolume.begin(), ofVolume.end(),
+              [](const auto* a, const auto* b) { return a->path < b->path; });
+    for (const Prefix* prefix : ofVolume) matches.push_back({volume, prefix->driver});
+  }
+  return matches;
+}
+
+}  // namespace kmv::activity

@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <KMVDriveLibrary/AtomicProperty.h>
+#include <KMVDriveLibrary/Export.h>
+#include <KMVDriveLibrary/Value.h>
+
+#include <atomic>
+#include <cstdint>
+#include <optional>
+
+/// One sample of a drive's counters, all of them sums since some beginning. Threads: properties on any
+/// thread.
+class KMV_EXPORT DeviceIOStatistics : public kmv::Object {
+ public:
+  /// From what the platform publishes of a block-storage driver: "Bytes (Read)", "Bytes (Write)", "Latency
+  /// Time (Read)", "Latency Time (Write)", each as a signed number, 0 without one; the time is now. Selector:
+  /// initWithStatisticsDictionary:
+  explicit DeviceIOStatistics(const kmv::Dictionary& statisticsDictionary);
+  /// Without latencies; the time is now. Selector: initWithBytesRead:bytesWritten:
+  DeviceIOStatistics(std::uint64_t bytesRead, std::uint64_t bytesWritten);
+  ~DeviceIOStatistics() override;
+
+  std::uint64_t bytesRead() const { return bytesRead_; }
+  void setBytesRead(std::uint64_t bytes) { bytesRead_ = bytes; }
+  std::uint64_t bytesWritten() const { return bytesWritten_; }
+  void setBytesWritten(std::uint64_t bytes) { bytesWritten_ = bytes; }
+  /// As the platform reports it: nanoseconds; 0 for a sample made of byte counts.
+  std::uint64_t readLatency() const { return readLatency_; }
+  void setReadLatency(std::uint64_t latency) { readLatency_ = latency; }
+  std::uint64_t writeLatency() const { return writeLatency_; }
+  void setWriteLatency(std::uint64_t latency) { writeLatency_ = latency; }
+  /// When the sample was taken, on the wall clock.
+  std::optional<kmv::Date> timeStamp() const { return timeStamp_.get(); }
+  void setTimeStamp(std::optional<kmv::Date> time) { timeStamp_.set(time); }
+
+ private:
+  std::atomic<std::uint64_t> bytesRead_{0};
+  std::atomic<std::uint64_t> bytesWritten_{0};
+  std::atomic<std::uint64_t> readLatency_{0};
+  std::atomic<std::uint64_t> writeLatency_{0};
+  kmv::AtomicProperty<std::optional<kmv::Date>> timeStamp_;
+};

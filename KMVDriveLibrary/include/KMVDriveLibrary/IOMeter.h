@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <KMVDriveLibrary/Export.h>
+#include <KMVDriveLibrary/URL.h>
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace kmv {
+
+/// Reports what a copy loop moves to the activity monitor, for a drive that the platform cannot measure:
+///
+///   kmv::IOMeter meter(destination, "com.example.copier");
+///   while (copyABlock()) meter.wrote(blockSize);
+///
+/// Cheap in a loop: it asks for the file's drive once, when it is made, and reports a few times a second and
+/// at its end. Threads: one at a time.
+class KMV_EXPORT IOMeter {
+ public:
+  /// For the drive that holds `file`, which need not exist yet; a meter of a place on no drive counts
+  /// nothing. Waits for the registry like `findRootDriveURLForPathURL`.
+  IOMeter(const URL& file, std::string sender);
+  ~IOMeter();
+  IOMeter(const IOMeter&) = delete;
+  IOMeter& operator=(const IOMeter&) = delete;
+
+  void read(std::uint64_t bytes);
+  void wrote(std::uint64_t bytes);
+  /// Reports now what was counted since the last report.
+  void report();
+
+ private:
+  void reportNowAndThen();
+
+  std::optional<URL> drive_;
+  std::string sender_;
+  std::uint64_t bytesRead_ = 0;
+  std::uint64_t bytesWritten_ = 0;
+  std::chrono::steady_clock::time_point lastReport_ = std::chrono::steady_clock::now();
+};
+
+}  // namespace kmv

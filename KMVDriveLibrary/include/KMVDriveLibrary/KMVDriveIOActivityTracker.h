@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <KMVDriveLibrary/AtomicProperty.h>
+#include <KMVDriveLibrary/DeviceIOStatistics.h>
+#include <KMVDriveLibrary/Export.h>
+#include <KMVDriveLibrary/KMVDriveIOActivity.h>
+#include <KMVDriveLibrary/LiveCollections.h>
+#include <KMVDriveLibrary/URL.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+
+/// Turns samples of counters into what moved since the last one, drive by drive.
+///
+/// Threads: driven by one queue, the monitor's; the dictionaries may be read on any thread meanwhile.
+class KMV_EXPORT KMVDriveIOActivityTracker : public kmv::Object {
+ public:
+  using Sample = std::shared_ptr<DeviceIOStatistics>;
+  using Samples = kmv::LiveDictionary<kmv::URL, Sample>;
+  using Activities = kmv::LiveDictionary<kmv::URL, std::shared_ptr<KMVDriveIOActivity>>;
+
+  /// Selector: init
+  KMVDriveIOActivityTracker();
+  ~KMVDriveIOActivityTracker() override;
+
+  /// As below without an identifier. Selector: updateStats:forDrive:
+  void updateStats(const Sample& stats, const kmv::URL& forDrive);
+
+  /// Compares `stats` with the drive's last sample, notes what moved in `activityLookup`, and keeps `stats`
+  /// as the last one. Nothing is compared when there was none, when `trackingId` is given and differs from
+  /// the last one given for any drive (one for the whole tracker, on purpose), or when no time passed. No
+  /// sample at all changes nothing. Selector: updateStats:forDrive:trackingId:
+  void updateStats(const Sample& stats, const kmv::URL& forDrive,
+                   const std::optional<std::string>& trackingId);
+
+  /// The last sample of every drive ever seen, by the URL as it was given; entries are never taken out.
+  std::shared_ptr<Samples> cachedIOStatistics() const { return cachedIOStatistics_.get(); }
+  void setCachedIOStatistics(std::shared_ptr<Samples> samples) {
+    cachedIOStatistics_.set(std::move(samples));
+  }
+
+  /// What moved since the owner last emptied it, by the drive's standardised URL (`URL::standardized`):
+  /// another key than the one above, on purpose.
+  std::shared_ptr<Activities> activityLookup() const { return activityLookup_.get(); }
+  void setActivityLookup(std::shared_ptr<Activities> activities) {
+    activityLookup_.set(std::move(activities));
+  }
+
+  /// The identifier given last; none when the last update gave none.
+  std::optional<std::string> trackingId() const { return trackingId_.get(); }
+  void setTrackingId(std::optional<std::string> id) { trackingId_.set(std::move(id)); }
+
+ private:
+  kmv::AtomicProperty<std::shared_ptr<Samples>> cachedIOStatistics_{std::make_shared<Samples>()};
+  kmv::AtomicProperty<std::shared_ptr<Activities>> activityLookup_{std::make_shared<Activities>()};
+  kmv::AtomicProperty<std::optional<std::string>> trackingId_;
+};

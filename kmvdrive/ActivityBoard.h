@@ -1,0 +1,82 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <KMVDriveLibrary/KMVDriveActivityMonitor.h>
+#include <KMVDriveLibrary/PresentDriveTable.h>
+
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "kmvdrive/DriveJSON.h"
+#include "kmvdrive/Style.h"
+
+namespace kmv::tool {
+
+/// One side of one drive in one cycle. A step back of the counters is left out everywhere.
+struct Flow {
+  std::uint64_t bytes = 0;
+  double seconds = 0;
+  double rate() const { return seconds > 0 ? static_cast<double>(bytes) / seconds : 0; }
+};
+
+/// How a drive's figures come about.
+enum class Measure { byPlatform, byReports, notAtAll };
+
+/// One drive, as a line of the board.
+struct BoardLine {
+  std::string url;
+  std::string mountPoint;
+  std::string name;
+  std::string kind;
+  std::shared_ptr<Object> disk;  ///< its whole disk, which volumes share; null without one
+  Measure measure = Measure::notAtAll;
+  std::optional<Flow> read = {};
+  std::optional<Flow> written = {};
+  std::deque<double> history = {};  ///< bytes a second, both sides, oldest first
+};
+
+/// How busy the drives are: the latest figures of each, and those of a short while before.
+class ActivityBoard {
+ public:
+  using Activities = std::map<URL, std::shared_ptr<KMVDriveIOActivity>>;
+
+  /// How many figures a history has.
+  static constexpr std::size_t kHistory = 16;
+
+  /// A cycle is over: these drives are there, and these moved something. `measureOf` tells how a drive's
+  /// figures come about.
+  void update(const MountedDictionaries& drives, const Activities& activities,
+              const std::function<Measure(const URL& standardized)>& measureOf);
+
+  /// In ascending order of the URLs.
+  const std::vector<BoardLine>& lines() const { return lines_; }
+
+  /// Bytes a second of all drives, each disk counted once: its volumes share its counters.
+  double totalRead() const { return total(&BoardLine::read); }
+  double totalWritten() const { return total(&BoardLine::written); }
+
+  /// One object of JSON lines.
+  JSON asJSON(double secondsSince1970) const;
+  /// A table for people, in lines of at most `columns`; `blocks` says whether the terminal shows block
+  /// characters.
+  std::vector<std::string> asText(const Style& style, std::size_t columns, bool blocks) const;
+
+ private:
+  double total(std::optional<Flow> BoardLine::*side) const;
+
+  std::vector<BoardLine> lines_;
+};
+
+/// What moved, as `{"URL": {"read": {"bytes": N, "seconds": S}, "written": {...}}}`; sides that did not move,
+/// and steps back of a counter, are left out.
+JSON jsonOfActivities(const ActivityBoard::Activities& activities);
+
+}  // namespace kmv::tool

@@ -1,0 +1,114 @@
+// SPDX-License-Identifier: MIT
+#include "kmvdrive/Screen.h"
+
+#include <signal.h>
+#include <sys/ioctl.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cstdlib>
+#include <string_view>
+
+#include "kmvdrive/StopSignals.h"
+
+namespace kmv::tool {
+namespace {
+
+constexpr std::string_view kEnter = "\x1b[?1049h\x1b[?25l";  // the second screen, no cursor
+constexpr std::string_view kLeave = "\x1b[?25h\x1b[?1049l";
+/// What ends the process, or stops it, without a clean end of the program.
+constexpr std::array<int, 9> kEndings{SIGHUP, SIGQUIT, SIGABRT, SIGSEGV, SIGBUS,
+                                      SIGFPE, SIGILL,  SIGTERM, SIGINT};
+
+std::atomic<bool> isShown{false};
+termios before{};
+bool hasInput = false;
+
+void put(std::string_view text) {
+  (void)!write(STDOUT_FILENO, text.data(), text.size());
+}
+
+// Only what a signal handler may call.
+void show() {
+  if (isShown.exchange(true)) return;
+  if (hasInput) {
+    termios quiet = before;
+    quiet.c_lflag &= static_cast<tcflag_t>(~(ECHO | ICANON));  // what is typed is not to show
+    tcsetattr(STDIN_FILENO, TCSANOW, &quiet);
+  }
+  put(kEnter);
+}
+
+void hide() {
+  if (!isShown.exchange(false)) return;
+  put(kLeave);
+  if (hasInput) tcsetattr(STDIN_FILENO, TCSANOW, &before);
+}
+
+/// The handler has been reset: the second time is the real one.
+void hideAndEnd(int signal) {
+  hide();
+  raise(signal);
+}
+
+void hideAndStop(int) {
+  hide();
+  raise(SIGSTOP);
+}
+
+void wakeUp(int signal) {
+  if (signal == SIGCONT) show();
+}
+
+/// True for a signal that somebody else takes care of.
+bool isHandled(int signal) {
+  struct sigaction action {};
+  return sigaction(signal, nullptr, &action) == 0 && action.sa_handler != SIG_DFL;
+}
+
+}  // namespace
+
+Screen::Screen() {
+  hasInput = isatty(STDIN_FILENO) == 1 && tcgetattr(STDIN_FILENO, &before) == 0;
+  for (const int signal : kEndings) {
+    if (!isHandled(signal)) handleSignal(signal, hideAndEnd, static_cast<int>(SA_RESETHAND | SA_NODEFER));
+  }
+  handleSignal(SIGTSTP, hideAndStop, 0);
+  handleSignal(SIGCONT, wakeUp, 0);
+  handleSignal(SIGWINCH, wakeUp, 0);  // without SA_RESTART: it interrupts the wait
+  show();
+}
+
+Screen::~Screen() {
+  hide();
+  for (const int signal : {SIGTSTP, SIGCONT, SIGWINCH}) handleSignal(signal, SIG_DFL, 0);
+}
+
+Screen::Size Screen::size() {
+  winsize window{};
+  if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &window) != 0 || window.ws_col == 0 || window.ws_row == 0) return {};
+  return {window.ws_col, window.ws_row};
+}
+
+std::string Screen::frame(const std::vector<std::string>& lines) {
+  std::string text = "\x1b[H";  // to the top; each line clears what is left of the one before it
+  for (const std::string& line : lines) {
+    if (&line != &lines.front()) text += "\r\n";
+    text += line + "\x1b[K";
+  }
+  return text + "\x1b[J";
+}
+
+bool showsUTF8() {
+  for (const char* name : {"LC_ALL", "LC_CTYPE", "LANG"}) {
+    const char* value = std::getenv(name);
+    if (value == nullptr || *value == '\0') continue;
+    const std::string_view locale = value;
+    return locale.find("UTF-8") != std::string_view::npos || locale.find("utf8") != std::string_view::npos;
+  }
+  return false;
+}
+
+}  // namespace kmv::tool

@@ -1,0 +1,103 @@
+// SPDX-License-Identifier: MIT
+#include "activity/Monitor.h"
+
+namespace kmv::testing {
+namespace {
+
+class Reports : public Monitor {
+ protected:
+  Reports() {
+    plugIn("Share", "");
+    plugIn("Card", "/d/m");
+    count("/d/", 0, 0);
+    startMeasuring();
+  }
+  const URL share = url("/Volumes/Share"), card = url("/Volumes/Card");
+};
+
+TEST_F(Reports, TheFirstOneIsWhereCountingBeginsAndLaterOnesAreToldBySide) {
+  monitor().appBytesWereReadOnDrive(100, share, "copier");
+  nextCycle();
+  EXPECT_EQ(news(), Lines{});
+  monitor().appBytesWereWrittenOnFile(50, URL::fileURLWithPath("/Volumes/Share/a/b.mov", false), "copier");
+  nextCycle();
+  EXPECT_EQ(news(), Lines{"Share wrote 50; "});
+  monitor().appBytesWereReadOnDrive(1, *URL::fromString("file:///Volumes/./Share/"), "copier");
+  monitor().appBytesWereReadOnFile(2, share, "copier");
+  nextCycle();
+  EXPECT_EQ(news(), Lines{"Share read 3; "});
+  monitor().appBytesWereReadOnFile(9, *URL::fromString("http://nowhere"), "copier");
+  nextCycle();
+  EXPECT_EQ(news(), Lines{});
+}
+
+TEST_F(Reports, OfADriveThatWasMeasuredAsActiveAreDropped) {
+  count("/d/", 5, 0);
+  nextCycle();
+  EXPECT_EQ(news(), Lines{"Card read 5; "});
+  monitor().appBytesWereReadOnDrive(100, card, "copier");
+  nextCycle();
+  monitor().appBytesWereReadOnDrive(7, card, "copier");  // measured, but idle in the latest cycle
+  nextCycle();
+  monitor().appBytesWereReadOnDrive(8, card, "copier");
+  nextCycle();
+  EXPECT_EQ(news(), Lines{"Card read 8; "}) << "the hundred was never counted";
+  monitor().appBytesWereReadOnDrive(9, card, "copier");
+  count("/d/", 6, 0);
+  nextCycle();
+  EXPECT_EQ(news(), Lines{"Card read 1; "}) << "what was measured counts";
+}
+
+TEST_F(Reports, OfSeveralSendersTheLastByNameCountsAndAnotherOneBeginsAnew) {
+  monitor().appBytesWereReadOnDrive(100, share, "b");
+  monitor().appBytesWereReadOnDrive(1000, share, "a");
+  nextCycle();
+  monitor().appBytesWereReadOnDrive(1, share, "b");
+  monitor().appBytesWereReadOnDrive(10, share, "a");
+  nextCycle();
+  EXPECT_EQ(news(), Lines{"Share read 1; "});
+  monitor().stopMonitoringAppDriveIOUpdatesFromSender("b");
+  nextCycle();
+  EXPECT_EQ(news(), Lines{}) << "another sender";
+  monitor().appBytesWereReadOnDrive(3, share, "b");
+  nextCycle();
+  EXPECT_EQ(monitor().appIOLookup()->find("b").value()->find(share).value()->bytesRead(), 3u);
+  EXPECT_EQ(news(), Lines{}) << "another sender than in the cycle before";
+  nextCycle();
+  EXPECT_EQ(news(), Lines{});
+}
+
+TEST_F(Reports, OfTheTrackingServiceAreTakenAndOthersLogged) {
+  struct Other : IOActivityUpdate {};
+  Lines lines;
+  OrvaneLog::defaultLog().setSink([&](OrvaneLog::Level, std::string_view line) { lines.emplace_back(line); });
+  monitor().listenForApplicationDriveSpeedUpdates();
+  auto& service = ApplicationIOTrackingDelegate::shared();
+  service.publish(std::make_shared<URLActivityUpdate>(share, 5, 6));
+  nextCycle();
+  service.publish(std::make_shared<URLActivityUpdate>(share, 7, -1));
+  service.publish(std::make_shared<URLActivityUpdate>(share, 0, 8));
+  service.publish(std::make_shared<Other>());
+  nextCycle();
+  EXPECT_EQ(news(), Lines{"Share read 7 wrote 8; "});
+  EXPECT_EQ(lines, Lines{"Could not get drive speed info form update. Unexpected Update type."});
+  EXPECT_TRUE(monitor().appIOLookup()->contains("KMVDAM_notification"));
+  OrvaneLog::defaultLog().setSink(nullptr);
+}
+
+TEST_F(Reports, AMeterReportsWhatACopyLoopMoves) {
+  {
+    IOMeter meter(URL::fileURLWithPath("/Volumes/Share/new.mov", false), "copier");
+    for (int block = 0; block < 10; ++block) meter.wrote(1000);
+    meter.report();
+    nextCycle();
+    meter.wrote(5);
+    meter.read(6);
+  }
+  { IOMeter(*URL::fromString("http://nowhere"), "copier").read(1); }
+  nextCycle();
+  EXPECT_EQ(news(), Lines{"Share read 6 wrote 5; "});
+}
+
+}  // namespace
+}  // namespace kmv::testing

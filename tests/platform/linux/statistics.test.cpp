@@ -1,0 +1,108 @@
+// SPDX-License-Identifier: MIT
+// What the kernel counts, and which counters belong to which volume.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "platform/linux/BlockStatistics.h"
+#include "platform/linux/FakeMachine.h"
+#include "platform/linux/LinuxDriveStatistics.h"
+
+namespace kmv::test {
+namespace {
+
+TEST(BlockStatistics, AreTheSectorsAndTimesOfKernelsOldAndNew) {
+  const BlockStatistics expected{524448, 4341, 2524386, 13689};
+  EXPECT_EQ(parseBlockStatistics("   6303   5907 524448  4341 30477 7751 2524386 13689 0 18633 18030\n"),
+            expected);
+  EXPECT_EQ(parseBlockStatistics("6303 5907 524448 4341 30477 7751 2524386 13689 0 1 2 3 4 5 6 7 8"),
+            expected);
+  for (const char* text : {"", "\n", "1 2 3 4 5 6 7", "1 2 3 4 5 6 7 x", "-1 2 3 4 5 6 7 8"})
+    EXPECT_EQ(parseBlockStatistics(text), std::nullopt) << text;
+}
+
+TEST(BlockStatistics, LinesThatAreNoRecordsArePassedOver) {
+  std::string_view text =
+      "   8       0 sda 1 0 10 1 2 0 20 3 0 4 5\n"
+      "   8       1\n\ngarbage\n"
+      " 259 4294967296 x 1 2 3 4 5 6 7 8\n"
+      " 259       3 nvme0n1 1 2 3 4 5 6 7 8 9";
+  const auto first = takeDiskStatisticsLine(text), second = takeDiskStatisticsLine(text);
+  ASSERT_TRUE(first && second);
+  EXPECT_EQ(first->number, (DeviceNumber{8, 0}));
+  EXPECT_EQ(first->statistics, (BlockStatistics{10, 1, 20, 3}));
+  EXPECT_EQ(second->number, (DeviceNumber{259, 3}));
+  EXPECT_FALSE(takeDiskStatisticsLine(text));
+}
+
+class Statistics : public ::testing::Test {
+ protected:
+  static constexpr char kCounted[] = "1 0 10 2 3 0 20 4 0 0 0";
+
+  void disk(const std::string& folder, const std::string& number, const std::string& counted = kCounted) {
+    machine.device(folder, number, {{"size", "2048"}, {"stat", counted}});
+  }
+  /// "/card /devices/usb/sda/sda1/", one a volume, then "/devices/usb/sda/ 5120 10240", one a driver.
+  std::vector<std::string> lines() {
+    DriveStatistics statistics;
+    LinuxDriveStatistics(machine.options()).read(0, statistics);
+    EXPECT_TRUE(statistics.wereDriversFound);
+    std::vector<std::string> all;
+    for (const auto& volume : statistics.volumes) all.push_back(volume.url.path() + " " + volume.mediaPath);
+    for (const auto& driver : statistics.drivers) {
+      all.push_back(driver.path);
+      if (!driver.counters) continue;
+      all.back() += " " + std::to_string(driver.counters->bytesRead) + " " +
+                    std::to_string(driver.counters->bytesWritten);
+      EXPECT_EQ(driver.counters->readLatency % 2'000'000, 0u);
+    }
+    return all;
+  }
+  using Lines = std::vector<std::string>;
+
+  FakeMachine machine;
+};
+
+TEST_F(Statistics, APartitionIsMeasuredByItsDiskAndASpanningFileSystemByAllItsDisks) {
+  disk("usb/sda", "8:0");
+  machine.device("usb/sda/sda1", "8:1", {{"size", "1024"}, {"partition", "1"}});
+  disk("virtual/block/loop1", "7:1", "0 0 1 0 0 0 1 0");
+  disk("virtual/block/loop10", "7:10", "cut short");
+  disk("pci/sdb", "8:16");
+  disk("pci/sdc", "8:32");
+  machine.device("pci/sdc/sdc1", "8:33", {{"size", "1024"}, {"partition", "1"}});
+  machine.member("aa-bb", "sdb");
+  machine.member("aa-bb", "sdc1");
+  machine.udev("8:48", "E:UDISKS_IGNORE=1\n");
+  disk("pci/sdd", "8:48");
+  machine.mounts(
+      "1 0 8:1 / /card rw - vfat /dev/sda1 rw\n"
+      "2 0 7:1 / /one rw - ext4 /dev/loop1 rw\n"
+      "3 0 7:10 / /ten rw - ext4 /dev/loop10 rw\n"
+      "4 0 0:40 / /pool rw - btrfs /dev/sdb rw\n"
+      "5 0 0:41 / /share rw - nfs4 server:/ rw\n"
+      "6 0 8:48 / /system rw - ext4 /dev/sdd rw\n"
+      "7 0 8:16 / /boot rw - ext4 /dev/sdb rw\n"
+      "8 0 0:22 / /proc rw - proc proc rw\n");
+  EXPECT_EQ(lines(),
+            (Lines{"/card /devices/usb/sda/sda1/", "/one /devices/virtual/block/loop1/",
+                   "/ten /devices/virtual/block/loop10/", "/pool /devices/virtual/kmv/btrfs/aa-bb/",
+                   "/share ", "/devices/usb/sda/ 5120 10240", "/devices/virtual/block/loop1/ 512 512",
+                   "/devices/virtual/block/loop10/", "/devices/virtual/kmv/btrfs/aa-bb/ 10240 20480"}));
+}
+
+TEST_F(Statistics, WhereMostDisksAreMountedTheOneTableIsRead) {
+  disk("usb/sda", "8:0", "0 0 1 0 0 0 1 0");
+  disk("usb/sdb", "8:16", "0 0 1 0 0 0 1 0");
+  machine.diskStatistics(std::string("8 0 sda ") + kCounted + "\n8 16 sdb " + kCounted + "\n8 32 sdc " +
+                         kCounted + "\n");
+  machine.mounts(
+      "1 0 8:0 / /a rw - ext4 /dev/sda rw\n"
+      "2 0 8:16 / /b rw - ext4 /dev/sdb rw\n");
+  EXPECT_EQ(lines(), (Lines{"/a /devices/usb/sda/", "/b /devices/usb/sdb/", "/devices/usb/sda/ 5120 10240",
+                            "/devices/usb/sdb/ 5120 10240"}));
+}
+
+}  // namespace
+}  // namespace kmv::test
