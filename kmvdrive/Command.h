@@ -25,6 +25,7 @@ using Action = std::function<ExitCode(CommandContext&)>;
 
 // One function a command: it adds its subcommand to `app`, which sets `chosen` when the user
 // asks for it.
+void addAttrCommand(CLI::App& app, Action& chosen);
 void addListCommand(CLI::App& app, Action& chosen);
 void addWatchCommand(CLI::App& app, Action& chosen);
 void addTopCommand(CLI::App& app, Action& chosen);

@@ -51,6 +51,7 @@ ExitCode runCommandLine(int argc, const char* const* argv) {
   app.set_version_flag("--version", versionText());
   app.require_subcommand(1);
   Action chosen;
+  addAttrCommand(app, chosen);
   addListCommand(app, chosen);
   addWatchCommand(app, chosen);
   addTopCommand(app, chosen);

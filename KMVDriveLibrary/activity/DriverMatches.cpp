@@ -27,8 +27,10 @@ struct Prefix {
 std::vector<Prefix> prefixesOf(const DriveStatistics& statistics) {
   std::vector<Prefix> prefixes;
   prefixes.reserve(statistics.drivers.size());
-  for (const auto& driver : statistics.drivers)
-    prefixes.push_back({folded(driver.path), driver.path, prefixes.size()});
+  for (std::size_t i = 0; i < statistics.drivers.size(); ++i) {
+    const std::string& path = statistics.drivers[i].path;
+    if (!path.empty()) prefixes.push_back({folded(path), path, i});  // a search for nothing finds nothing
+  }
   std::sort(prefixes.begin(), prefixes.end(), [](const auto& a, const auto& b) { return a.text < b.text; });
   for (std::size_t i = 1; i < prefixes.size(); ++i) {
     std::size_t above = i - 1;

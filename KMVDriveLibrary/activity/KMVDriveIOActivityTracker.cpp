@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <KMVDriveLibrary/KMVDriveIOActivityTracker.h>
 
+#include <utility>
+
 namespace {
 
 /// What one counter did; null when it stayed. A step back wraps around: intended.
@@ -25,6 +27,10 @@ std::shared_ptr<KMVDriveIOActivity> activityBetween(const DeviceIOStatistics& ea
 
 KMVDriveIOActivityTracker::KMVDriveIOActivityTracker() = default;
 KMVDriveIOActivityTracker::~KMVDriveIOActivityTracker() = default;
+
+void KMVDriveIOActivityTracker::setTrackingId(std::optional<std::string> id) {
+  trackingId_.set(std::move(id));
+}
 
 void KMVDriveIOActivityTracker::updateStats(const Sample& stats, const kmv::URL& forDrive) {
   updateStats(stats, forDrive, std::nullopt);

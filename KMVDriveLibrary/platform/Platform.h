@@ -8,8 +8,10 @@
 #include <memory>
 #include <string>
 
+#include "platform/ChildProcess.h"
 #include "platform/Clock.h"
 #include "platform/DiskArbitrationSession.h"
+#include "platform/ExtendedAttributes.h"
 #include "platform/FileSystem.h"
 #include "platform/IORegistry.h"
 #include "platform/SystemInformation.h"
@@ -46,6 +48,8 @@ class Platform {
   virtual IORegistry& ioRegistry() = 0;
   virtual SystemInformation& systemInformation() = 0;
   virtual Clock& clock() = 0;
+  virtual ExtendedAttributes& extendedAttributes() = 0;
+  virtual ChildProcess& childProcess() = 0;
   virtual std::unique_ptr<NetServiceBrowser> makeServiceBrowser() = 0;
   virtual std::unique_ptr<DiskArbitrationSession> makeDiskArbitrationSession() = 0;
 

@@ -22,7 +22,7 @@ std::vector<std::string> plainMatches(const DriveStatistics& statistics) {
   for (const auto& volume : statistics.volumes) {
     std::vector<std::string> paths;
     for (const auto& driver : statistics.drivers) {
-      if (!volume.mediaPath.empty() && lower(volume.mediaPath).starts_with(lower(driver.path)))
+      if (!driver.path.empty() && lower(volume.mediaPath).starts_with(lower(driver.path)))
         paths.push_back(driver.path);
     }
     std::sort(paths.begin(), paths.end());

@@ -51,7 +51,7 @@ class KMV_EXPORT KMVDriveIOActivityTracker : public kmv::Object {
 
   /// The identifier given last; none when the last update gave none.
   std::optional<std::string> trackingId() const { return trackingId_.get(); }
-  void setTrackingId(std::optional<std::string> id) { trackingId_.set(std::move(id)); }
+  void setTrackingId(std::optional<std::string> id);
 
  private:
   kmv::AtomicProperty<std::shared_ptr<Samples>> cachedIOStatistics_{std::make_shared<Samples>()};

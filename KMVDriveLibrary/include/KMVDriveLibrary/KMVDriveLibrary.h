@@ -18,6 +18,7 @@
 #include <KMVDriveLibrary/KMVDriveKeys.h>
 #include <KMVDriveLibrary/KMVDriveLibraryVersion.h>
 #include <KMVDriveLibrary/KMVDriveWrapperManager.h>
+#include <KMVDriveLibrary/KMVExtendedAttributeGatherer.h>
 #include <KMVDriveLibrary/NotificationCenter.h>
 #include <KMVDriveLibrary/Queue.h>
 #include <KMVDriveLibrary/Semaphore.h>

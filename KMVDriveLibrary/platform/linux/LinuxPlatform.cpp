@@ -8,7 +8,10 @@
 namespace kmv {
 
 LinuxPlatform::LinuxPlatform(LinuxOptions options)
-    : options_(std::move(options)), fileSystem_(options_), ioRegistry_(options_) {}
+    : options_(std::move(options)),
+      fileSystem_(options_),
+      ioRegistry_(options_),
+      childProcess_(options_.programRoot) {}
 
 QueueFactory& LinuxPlatform::queues() {
   return queues_;
@@ -24,6 +27,14 @@ IORegistry& LinuxPlatform::ioRegistry() {
 
 SystemInformation& LinuxPlatform::systemInformation() {
   return systemInformation_;
+}
+
+ExtendedAttributes& LinuxPlatform::extendedAttributes() {
+  return extendedAttributes_;
+}
+
+ChildProcess& LinuxPlatform::childProcess() {
+  return childProcess_;
 }
 
 Clock& LinuxPlatform::clock() {

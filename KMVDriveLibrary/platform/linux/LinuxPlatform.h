@@ -2,6 +2,7 @@
 #pragma once
 
 #include "platform/Platform.h"
+#include "platform/linux/LinuxAttributes.h"
 #include "platform/linux/LinuxFileSystem.h"
 #include "platform/linux/LinuxIORegistry.h"
 #include "platform/linux/LinuxOptions.h"
@@ -19,6 +20,8 @@ class LinuxPlatform final : public Platform {
   IORegistry& ioRegistry() override;
   SystemInformation& systemInformation() override;
   Clock& clock() override;
+  ExtendedAttributes& extendedAttributes() override;
+  ChildProcess& childProcess() override;
   std::unique_ptr<NetServiceBrowser> makeServiceBrowser() override;
   std::unique_ptr<DiskArbitrationSession> makeDiskArbitrationSession() override;
 
@@ -29,6 +32,8 @@ class LinuxPlatform final : public Platform {
   LinuxIORegistry ioRegistry_;
   LinuxSystemInformation systemInformation_;
   LinuxClock clock_;
+  LinuxExtendedAttributes extendedAttributes_;
+  LinuxChildProcess childProcess_;
 };
 
 }  // namespace kmv

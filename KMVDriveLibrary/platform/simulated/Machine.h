@@ -57,6 +57,7 @@ class Machine : public SessionMachine, public std::enable_shared_from_this<Machi
   SimulatedIORegistry& ioRegistry() { return ioRegistry_; }
   SimulatedStatistics& statistics() { return statistics_; }
   SimulatedClock& clock() { return clock_; }
+  SimulatedAttributes& attributes() { return attributes_; }
   std::vector<std::string>& serviceSearches() { return serviceSearches_; }
   SimulatedSystemInformation& systemInformation() { return systemInformation_; }
   EventBus& bus() { return bus_; }
@@ -76,6 +77,7 @@ class Machine : public SessionMachine, public std::enable_shared_from_this<Machi
   SimulatedStatistics statistics_{fileSystem_};
   SimulatedIORegistry ioRegistry_{statistics_};
   SimulatedClock clock_{scheduler_};
+  SimulatedAttributes attributes_{fileSystem_};
   std::vector<std::string> serviceSearches_;
   SimulatedSystemInformation systemInformation_;
   EventBus bus_;

@@ -10,6 +10,50 @@ std::unique_ptr<DriveStatisticsReader> SimulatedIORegistry::makeStatisticsReader
   return std::make_unique<SimulatedStatisticsReader>(statistics_);
 }
 
+SimulatedAttributes::SimulatedAttributes(SimulatedFileSystem& fileSystem) : fileSystem_(fileSystem) {
+  programs["/usr/bin/xattr"] = [this](const auto& words) { return runAttributeTool(words); };
+}
+
+std::optional<std::string> SimulatedAttributes::get(const std::string& path, const std::string& name) {
+  if (!fileSystem_.itemExists(path)) return std::nullopt;
+  const auto& ofItem = values_[path];
+  const auto value = ofItem.find(name);
+  return value == ofItem.end() ? std::nullopt : std::optional(value->second);
+}
+
+bool SimulatedAttributes::set(const std::string& path, const std::string& name, const std::string& value) {
+  if (!fileSystem_.itemExists(path) || name.empty()) return false;
+  values_[path][name] = value;
+  return true;
+}
+
+ChildProcess::Result SimulatedAttributes::run(const Request& request) {
+  const auto program = programs.find(request.program);
+  if (program == programs.end()) return {false, request.program + ": No such file or directory", {}, {}};
+  const testing::SimulatedRun run = program->second(request.arguments);
+  return {true, {}, run.output + (request.collectsErrors ? run.errors : std::string()), run.exitStatus};
+}
+
+/// `-p NAME PATH`, `-l PATH` and `-w NAME VALUE PATH`, as the real one answers.
+testing::SimulatedRun SimulatedAttributes::runAttributeTool(const std::vector<std::string>& words) {
+  const std::string mode = words.empty() ? std::string() : words.front();
+  const std::size_t count = mode == "-p" ? 3 : mode == "-l" ? 2 : mode == "-w" ? 4 : 0;
+  if (words.size() != count || count == 0) return {"usage: xattr -p|-l|-w\n", {}, 64};
+  const std::string& path = words.back();
+  if (!fileSystem_.itemExists(path)) return {{}, "No such file: " + path + "\n", 1};
+  if (mode == "-w")
+    return set(path, words[1], words[2]) ? testing::SimulatedRun{}
+                                         : testing::SimulatedRun{{}, "refused\n", 1};
+  if (mode == "-p") {
+    const auto value = get(path, words[1]);
+    return value ? testing::SimulatedRun{*value + "\n", {}, 0}
+                 : testing::SimulatedRun{{}, "No such xattr: " + words[1] + "\n", 1};
+  }
+  testing::SimulatedRun list;
+  for (const auto& [name, value] : values_[path]) list.output += name + ": " + value + "\n";
+  return list;
+}
+
 void SimulatedStatistics::read(DriveStatistics& statistics) {
   statistics.wereDriversFound = lookupsToFail == 0;
   if (lookupsToFail > 0) --lookupsToFail;

@@ -16,7 +16,9 @@
 #include <utility>
 #include <vector>
 
+#include "platform/ChildProcess.h"
 #include "platform/Clock.h"
+#include "platform/ExtendedAttributes.h"
 #include "platform/IORegistry.h"
 #include "platform/SystemInformation.h"
 #include "platform/simulated/Scheduler.h"
@@ -108,6 +110,27 @@ class SimulatedServiceBrowser final : public NetServiceBrowser {
  private:
   std::vector<std::string>& searches_;
   bool peerToPeer_ = false;
+};
+
+/// Attributes of the items of the simulated file system, and programs that the test wrote.
+class SimulatedAttributes final : public ExtendedAttributes, public ChildProcess {
+ public:
+  explicit SimulatedAttributes(SimulatedFileSystem& fileSystem);
+
+  std::optional<std::string> get(const std::string& path, const std::string& name) override;
+  bool set(const std::string& path, const std::string& name, const std::string& value) override;
+  std::string nameForReading(const std::string&, const std::string& name) override { return name; }
+  std::string nameForWriting(const std::string& name) override { return name; }
+  Result run(const Request& request) override;
+  bool exists(const std::string& program) override { return programs.contains(program); }
+
+  std::map<std::string, testing::SimulatedProgram> programs;
+
+ private:
+  testing::SimulatedRun runAttributeTool(const std::vector<std::string>& words);
+
+  SimulatedFileSystem& fileSystem_;
+  std::map<std::string, std::map<std::string, std::string>> values_;  // by path
 };
 
 class SimulatedSystemInformation final : public SystemInformation {

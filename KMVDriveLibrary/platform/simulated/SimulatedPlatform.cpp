@@ -18,6 +18,8 @@ class PlatformOfMachine : public Platform {
   FileSystem& fileSystem() override { return machine_->fileSystem(); }
   IORegistry& ioRegistry() override { return machine_->ioRegistry(); }
   SystemInformation& systemInformation() override { return machine_->systemInformation(); }
+  ExtendedAttributes& extendedAttributes() override { return machine_->attributes(); }
+  ChildProcess& childProcess() override { return machine_->attributes(); }
   Clock& clock() override { return machine_->clock(); }
   std::unique_ptr<NetServiceBrowser> makeServiceBrowser() override {
     return std::make_unique<simulated::SimulatedServiceBrowser>(machine_->serviceSearches());
@@ -187,6 +189,20 @@ void SimulatedPlatform::setMediaPath(DiskId disk, const std::string& path) {
 }
 void SimulatedPlatform::hideFromUsers(DiskId disk) {
   machine_->statistics().hidden.insert(disk);
+}
+bool SimulatedPlatform::setAttribute(const std::string& path, const std::string& name,
+                                     const std::string& value) {
+  return machine_->attributes().set(path, name, value);
+}
+std::optional<std::string> SimulatedPlatform::attribute(const std::string& path,
+                                                        const std::string& name) const {
+  return machine_->attributes().get(path, name);
+}
+void SimulatedPlatform::installProgram(const std::string& path, SimulatedProgram program) {
+  machine_->attributes().programs[path] = std::move(program);
+}
+void SimulatedPlatform::removeProgram(const std::string& path) {
+  machine_->attributes().programs.erase(path);
 }
 std::vector<std::string> SimulatedPlatform::serviceSearches() const {
   return machine_->serviceSearches();

@@ -9,6 +9,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -66,6 +67,14 @@ struct SimulatedCounters {
   std::uint64_t readLatency = 0;
   std::uint64_t writeLatency = 0;
 };
+
+/// What a program did; no exit status when it got lost.
+struct SimulatedRun {
+  std::string output = {};
+  std::string errors = {};
+  std::optional<int> exitStatus = 0;
+};
+using SimulatedProgram = std::function<SimulatedRun(const std::vector<std::string>& arguments)>;
 
 /// An event that is held back.
 struct PendingEvent {
@@ -163,7 +172,16 @@ class SimulatedPlatform {
   /// A mount that is no drive.
   void addHiddenMount(HiddenMount mount);
 
+  /// An extended attribute of an item; false without the item.
+  bool setAttribute(const std::string& path, const std::string& name, const std::string& value);
+  std::optional<std::string> attribute(const std::string& path, const std::string& name) const;
+
   // --- What else a platform is asked. ---
+
+  /// A program that the library may run, in place of an earlier one. "/usr/bin/xattr" is there from the start
+  /// and works on the attributes above.
+  void installProgram(const std::string& path, SimulatedProgram program);
+  void removeProgram(const std::string& path);
 
   /// The version that the operating system gives itself; 0.0 at first.
   void setOperatingSystemVersion(int major, int minor);

@@ -1,0 +1,157 @@
+// SPDX-License-Identifier: MIT
+#include <KMVDriveLibrary/KMVExtendedAttributeGatherer.h>
+
+#include <array>
+#include <cmath>
+#include <cstdio>
+#include <ctime>
+#include <utility>
+#include <vector>
+
+#include "base/TextOfBytes.h"
+#include "platform/Platform.h"
+
+namespace {
+
+using kmv::ChildProcess;
+using kmv::Platform;
+
+constexpr char kTool[] = "/usr/bin/xattr";
+constexpr char kStartBlock[] = "ltfs.startblock";
+constexpr char kErrorDomain[] = "extendedattributes";
+/// Longer values are no positions; the contract reads no more.
+constexpr std::size_t kLongestPosition = 255;
+
+std::string trimmed(std::string_view text) {
+  return std::string(kmv::withoutWhiteSpaceAtEnds(text));
+}
+
+/// What the tool prints; none when it cannot be started. How it ends does not matter: of an attribute that is
+/// not there it prints nothing.
+std::optional<std::string> printedByTool(std::vector<std::string> arguments) {
+  const ChildProcess::Result result =
+      Platform::current().childProcess().run({kTool, std::move(arguments), /*collectsErrors=*/false});
+  if (!result.started) return std::nullopt;
+  return kmv::isUTF8(result.output) ? std::optional(trimmed(result.output)) : std::nullopt;
+}
+
+/// A text as the system takes it: it ends at its first NUL.
+std::string textForSystem(std::string_view text) {
+  return std::string(text.substr(0, text.find('\0')));
+}
+
+/// A path as the system takes it. An empty one, and one that holds a NUL, name no file.
+std::string pathForSystem(std::string_view path) {
+  if (path.empty()) throw kmv::Exception("NSInvalidArgumentException", "the path is empty");
+  if (path.find('\0') != std::string_view::npos)
+    throw kmv::Exception("NSInvalidArgumentException", "the path holds a NUL");
+  return std::string(path);
+}
+
+/// "2024-01-02T03:04:05." and the milliseconds since midnight, unpadded: what the contract's pattern says,
+/// not a fraction of the second. None for a year beyond the calendar's.
+std::optional<std::string> dateText(kmv::Date date) {
+  constexpr double kReferenceDate = 978307200;  // 2001-01-01 in seconds since 1970
+  constexpr double kLargestSecond = 1e14;
+  constexpr std::int64_t kMillisecondsPerDay = 86'400'000;
+  const double seconds = date.secondsSinceReferenceDate + kReferenceDate;
+  if (!(std::fabs(seconds) < kLargestSecond)) return std::nullopt;
+  const auto milliseconds =
+      static_cast<std::int64_t>(std::floor(seconds * 1000 + 1e-4));  // .250 is not .2499999
+  const std::int64_t ofDay =
+      ((milliseconds % kMillisecondsPerDay) + kMillisecondsPerDay) % kMillisecondsPerDay;
+  const auto whole = static_cast<std::time_t>((milliseconds - ofDay) / 1000 + ofDay / 1000);
+  std::tm parts{};
+  if (gmtime_r(&whole, &parts) == nullptr) return std::nullopt;
+  std::array<char, 64> text{};
+  const std::size_t length = std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%S.", &parts);
+  return std::string(text.data(), length) + std::to_string(ofDay) + "Z";
+}
+
+kmv::Error errorWith(const char* key, std::string text) {
+  return {kErrorDomain, 1, {{key, std::move(text)}}};
+}
+
+void writeDate(const char* name, std::string_view file, std::optional<kmv::Date> date,
+               std::optional<kmv::Error>& error) {
+  if (!date) return;
+  const auto text = dateText(*date);
+  if (!text) {
+    error = errorWith("exception", "the date is beyond the calendar");
+    return;
+  }
+  const std::string tagged = Platform::current().extendedAttributes().nameForWriting(name);
+  const ChildProcess::Result result = Platform::current().childProcess().run(
+      {kTool, {"-w", tagged, *text, std::string(file)}, /*collectsErrors=*/true});
+  if (!result.started) {
+    error = errorWith("exception", result.problem);
+    return;
+  }
+  // Where the status was lost, a tool that has nothing to say has done its work.
+  const bool failed = result.exitStatus ? *result.exitStatus != 0 : !result.output.empty();
+  if (!failed) return;
+  error = kmv::isUTF8(result.output) ? errorWith("result", result.output)
+                                     : errorWith("exception", "what the tool said is no text");
+}
+
+}  // namespace
+
+std::optional<std::string> KMVExtendedAttributeGatherer::ltfsAttributeNameForAttribute(unsigned attribute) {
+  constexpr std::array<const char*, 6> kNames{"ltfs.fileUID",      "ltfs.partition",  "ltfs.volumeUUID",
+                                              "ltfs.volumeSerial", "ltfs.volumeName", kStartBlock};
+  return attribute < kNames.size() ? std::optional<std::string>(kNames[attribute]) : std::nullopt;
+}
+
+std::int64_t KMVExtendedAttributeGatherer::findLocationOfLTFSStartBlockAtLocation(std::string_view location) {
+  const auto value = Platform::current().extendedAttributes().get(std::string(location), kStartBlock);
+  if (!value) return -1;
+  return value->size() <= kLongestPosition && kmv::isUTF8(*value) ? kmv::integerOfText(*value) : 0;
+}
+
+std::optional<std::string> KMVExtendedAttributeGatherer::findValueOfExtendedAttribute(
+    unsigned attribute, std::string_view atLocation) {
+  const auto name = ltfsAttributeNameForAttribute(attribute);
+  if (!name) return std::nullopt;
+  return findValueOfExtendedAttributeWithTitle(*name, atLocation);
+}
+
+std::optional<std::string> KMVExtendedAttributeGatherer::findValueOfExtendedAttributeWithTitle(
+    std::optional<std::string_view> title, std::string_view forItemAtLocation) {
+  if (!Platform::current().childProcess().exists(kTool)) return std::nullopt;
+  std::string path(forItemAtLocation);
+  if (!title) return printedByTool({"-l", std::move(path)});
+  std::string name = Platform::current().extendedAttributes().nameForReading(path, std::string(*title));
+  return printedByTool({"-p", std::move(name), std::move(path)});
+}
+
+bool KMVExtendedAttributeGatherer::setValueForLTFSExtendedAttributeAtLocation(
+    std::string_view location, std::string_view withLabel, std::string_view withValue,
+    std::optional<kmv::Exception>& exception) {
+  std::string path;
+  try {
+    path = pathForSystem(location);
+  } catch (const kmv::Exception& raised) {
+    exception = raised;
+    return false;
+  }
+  return Platform::current().extendedAttributes().set(path, textForSystem(withLabel),
+                                                      textForSystem(withValue));
+}
+
+bool KMVExtendedAttributeGatherer::setValueForLTFSExtendedAttributeAtLocation(std::string_view location,
+                                                                              std::string_view withLabel,
+                                                                              std::string_view withValue) {
+  std::optional<kmv::Exception> dropped;
+  return setValueForLTFSExtendedAttributeAtLocation(location, withLabel, withValue, dropped);
+}
+
+void KMVExtendedAttributeGatherer::setExtendedModificationDateAttributesForFile(
+    std::string_view file, std::optional<kmv::Date> withModificationDate,
+    std::optional<kmv::Error>& withError) {
+  writeDate("ltfs.modifyTime", file, withModificationDate, withError);
+}
+
+void KMVExtendedAttributeGatherer::setExtendedCreationDateAttributesForFile(
+    std::string_view file, std::optional<kmv::Date> withCreationDate, std::optional<kmv::Error>& withError) {
+  writeDate("ltfs.createTime", file, withCreationDate, withError);
+}

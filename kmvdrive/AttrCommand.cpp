@@ -1,0 +1,88 @@
+// SPDX-License-Identifier: MIT
+#include <KMVDriveLibrary/KMVExtendedAttributeGatherer.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "kmvdrive/Command.h"
+#include "kmvdrive/DisplayText.h"
+#include "kmvdrive/Location.h"
+
+namespace kmv::tool {
+namespace {
+
+using Gatherer = KMVExtendedAttributeGatherer;
+
+struct AttrOptions {
+  std::string path;
+  std::string name;
+  std::string value;
+};
+
+/// LTFS attributes may be named by their title alone: "startblock" is "ltfs.startblock".
+std::string fullName(const std::string& name) {
+  constexpr std::string_view kPrefix = "ltfs.";
+  for (unsigned i = 0; const auto known = Gatherer::ltfsAttributeNameForAttribute(i); ++i) {
+    if (std::string_view(*known).substr(kPrefix.size()) == name) return *known;
+  }
+  return name;
+}
+
+ExitCode show(CommandContext& context, const AttrOptions& options, std::optional<std::string_view> name) {
+  const auto location = locationOf(options.path);
+  const auto value =
+      location ? Gatherer::findValueOfExtendedAttributeWithTitle(name, location->path()) : std::string();
+  if (!value) {
+    std::fputs("kmvdrive: cannot read attributes: /usr/bin/xattr is missing, or its answer is no text\n",
+               stderr);
+    return ExitCode::error;
+  }
+  if (value->empty() && name) {
+    std::fprintf(stderr, "kmvdrive: \"%s\" has no attribute %s\n", visibleText(options.path).c_str(),
+                 visibleText(*name).c_str());
+    return ExitCode::notFound;
+  }
+  if (!value->empty()) context.output.write(*value + "\n");
+  return ExitCode::ok;
+}
+
+ExitCode set(const AttrOptions& options) {
+  const auto location = locationOf(options.path);
+  const std::string name = fullName(options.name);
+  if (location && Gatherer::setValueForLTFSExtendedAttributeAtLocation(location->path(), name, options.value))
+    return ExitCode::ok;
+  std::fprintf(stderr, "kmvdrive: the system refused to set %s of \"%s\"\n", visibleText(name).c_str(),
+               visibleText(options.path).c_str());
+  return ExitCode::refused;
+}
+
+}  // namespace
+
+void addAttrCommand(CLI::App& app, Action& chosen) {
+  CLI::App* command = app.add_subcommand("attr", "List, get and set extended attributes of a file");
+  command->require_subcommand(1);
+  const auto options = std::make_shared<AttrOptions>();
+  const auto add = [&](const char* verb, const char* what,
+                       const std::function<ExitCode(CommandContext&)>& action) {
+    CLI::App* part = command->add_subcommand(verb, what);
+    part->add_option("PATH", options->path, "The file")->required();
+    part->callback([action, &chosen] { chosen = action; });
+    return part;
+  };
+  add("list", "Show all attributes",
+      [options](CommandContext& context) { return show(context, *options, std::nullopt); });
+  CLI::App* get = add("get", "Show one attribute", [options](CommandContext& context) {
+    return show(context, *options, fullName(options->name));
+  });
+  CLI::App* setOne = add("set", "Set one attribute", [options](CommandContext&) { return set(*options); });
+  constexpr char kNameHelp[] = "Its name; LTFS attributes also by title alone, as in startblock";
+  get->add_option("NAME", options->name, kNameHelp)->required();
+  setOne->add_option("NAME", options->name, kNameHelp)->required();
+  setOne->add_option("VALUE", options->value, "Its new value")->required();
+}
+
+}  // namespace kmv::tool

@@ -1,0 +1,116 @@
+// SPDX-License-Identifier: MIT
+#include "support/Registry.h"
+
+namespace kmv::testing {
+namespace {
+
+using Gatherer = KMVExtendedAttributeGatherer;
+constexpr char kTool[] = "/usr/bin/xattr";
+
+class Attributes : public ::testing::Test {
+ protected:
+  Attributes() { machine.createItem(file); }
+
+  std::int64_t startBlock(const std::string& value) {
+    machine.setAttribute(file, "ltfs.startblock", value);
+    return Gatherer::findLocationOfLTFSStartBlockAtLocation(file);
+  }
+  static Date dateOf(double secondsSince1970) { return {secondsSince1970 - 978307200}; }
+
+  SimulatedPlatform& machine = SimulatedPlatform::install();
+  const std::string file = "/tape/clip.mov";
+};
+
+TEST_F(Attributes, OfLTFSHaveSixNames) {
+  EXPECT_EQ(Gatherer::ltfsAttributeNameForAttribute(0), "ltfs.fileUID");
+  EXPECT_EQ(Gatherer::ltfsAttributeNameForAttribute(4), "ltfs.volumeName");
+  EXPECT_EQ(Gatherer::ltfsAttributeNameForAttribute(5), "ltfs.startblock");
+  EXPECT_EQ(Gatherer::ltfsAttributeNameForAttribute(6), std::nullopt);
+}
+
+TEST_F(Attributes, APositionIsTheNumberThatTheValueBeginsWith) {
+  EXPECT_EQ(Gatherer::findLocationOfLTFSStartBlockAtLocation(file), -1);
+  EXPECT_EQ(Gatherer::findLocationOfLTFSStartBlockAtLocation("/nowhere"), -1);
+  const std::pair<const char*, std::int64_t> cases[] = {{"1234", 1234},
+                                                        {"  42x", 42},
+                                                        {"-7", -7},
+                                                        {"+5", 5},
+                                                        {"- 8", -8},
+                                                        {"text", 0},
+                                                        {"", 0},
+                                                        {"++1", 0},
+                                                        {"0x10", 0},
+                                                        {"1.9", 1},
+                                                        {"\xff", 0},
+                                                        {"\u2003"
+                                                         "3",
+                                                         3},
+                                                        {"9223372036854775807", INT64_MAX},
+                                                        {"99999999999999999999", INT64_MAX},
+                                                        {"-9223372036854775808", INT64_MIN},
+                                                        {"-99999999999999999999", INT64_MIN}};
+  for (const auto& [text, number] : cases) EXPECT_EQ(startBlock(text), number) << text;
+  EXPECT_EQ(startBlock("1" + std::string(255, ' ')), 0) << "longer than any position";
+}
+
+TEST_F(Attributes, AreReadThroughTheToolWithoutWhiteSpaceAtTheirEnds) {
+  machine.setAttribute(file, "ltfs.volumeName", " \u00a0My Tape\t\n");
+  EXPECT_EQ(Gatherer::findValueOfExtendedAttribute(4, file), "My Tape");
+  EXPECT_EQ(Gatherer::findValueOfExtendedAttribute(3, file), "") << "a missing one is empty, not absent";
+  EXPECT_EQ(Gatherer::findValueOfExtendedAttribute(6, file), std::nullopt);
+  machine.setAttribute(file, "a", "1");
+  EXPECT_EQ(Gatherer::findValueOfExtendedAttributeWithTitle(std::nullopt, file),
+            "a: 1\nltfs.volumeName:  \u00a0My Tape");
+  EXPECT_EQ(Gatherer::findValueOfExtendedAttributeWithTitle("a", "/nowhere"), "");
+  std::vector<std::string> words;
+  machine.installProgram(kTool, [&](const auto& arguments) {
+    words = arguments;
+    return SimulatedRun{"\xff", {}, 0};
+  });
+  EXPECT_EQ(Gatherer::findValueOfExtendedAttributeWithTitle("-l", "-x"), std::nullopt) << "no text";
+  EXPECT_EQ(words, (Lines{"-p", "-l", "-x"}));
+  machine.removeProgram(kTool);
+  EXPECT_EQ(Gatherer::findValueOfExtendedAttribute(4, file), std::nullopt);
+}
+
+TEST_F(Attributes, AreWrittenBySystemCallUpToTheFirstNUL) {
+  std::optional<Exception> exception;
+  EXPECT_TRUE(Gatherer::setValueForLTFSExtendedAttributeAtLocation(file, "label", std::string("va\0lue", 6)));
+  EXPECT_EQ(machine.attribute(file, "label"), "va");
+  EXPECT_FALSE(Gatherer::setValueForLTFSExtendedAttributeAtLocation("/nowhere", "label", "value", exception));
+  EXPECT_FALSE(exception) << "a refusal has no reason";
+  EXPECT_FALSE(Gatherer::setValueForLTFSExtendedAttributeAtLocation("", "label", "value", exception));
+  EXPECT_TRUE(exception);
+}
+
+TEST_F(Attributes, DatesAreWrittenInUTCWithTheMillisecondsOfTheirDay) {
+  std::optional<Error> error;
+  Gatherer::setExtendedModificationDateAttributesForFile(file, std::nullopt, error);
+  EXPECT_EQ(machine.attribute(file, "ltfs.modifyTime"), std::nullopt);
+  Gatherer::setExtendedModificationDateAttributesForFile(file, dateOf(1704164645.25), error);
+  Gatherer::setExtendedCreationDateAttributesForFile(file, dateOf(-0.75), error);
+  EXPECT_EQ(machine.attribute(file, "ltfs.modifyTime"), "2024-01-02T03:04:05.11045250Z");
+  EXPECT_EQ(machine.attribute(file, "ltfs.createTime"), "1969-12-31T23:59:59.86399250Z");
+  EXPECT_FALSE(error);
+
+  Gatherer::setExtendedModificationDateAttributesForFile("/nowhere", dateOf(0), error);
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->domain, "extendedattributes");
+  EXPECT_EQ(error->code, 1);
+  EXPECT_EQ(error->userInfo, (Dictionary{{"result", "No such file: /nowhere\n"}}));
+  const auto failsWith = [&](const SimulatedRun& run) {
+    machine.installProgram(kTool, [run](const auto&) { return run; });
+    error.reset();
+    Gatherer::setExtendedCreationDateAttributesForFile(file, dateOf(0), error);
+    return !error ? "nothing" : error->userInfo.begin()->first;
+  };
+  EXPECT_EQ(failsWith({{}, {}, std::nullopt}), "nothing") << "a lost status, and nothing to complain of";
+  EXPECT_EQ(failsWith({{}, "oh", std::nullopt}), "result");
+  EXPECT_EQ(failsWith({"\xff", {}, 1}), "exception");
+  machine.removeProgram(kTool);
+  Gatherer::setExtendedCreationDateAttributesForFile(file, dateOf(0), error);
+  EXPECT_TRUE(error->userInfo.contains("exception"));
+}
+
+}  // namespace
+}  // namespace kmv::testing
