@@ -59,7 +59,8 @@ class ActivityBoard {
   /// In ascending order of the URLs.
   const std::vector<BoardLine>& lines() const { return lines_; }
 
-  /// Bytes a second of all drives, each disk counted once: its volumes share its counters.
+  /// Bytes a second of all drives, each whole disk counted once: its volumes share its counters. A mapping
+  /// and the disk that it stands on are two.
   double totalRead() const { return total(&BoardLine::read); }
   double totalWritten() const { return total(&BoardLine::written); }
 

@@ -4,14 +4,14 @@
 #include <KMVDriveLibrary/KMVDriveKeys.h>
 #include <KMVDriveLibrary/Queue.h>
 
-#include <chrono>
+#include <cstdint>
 #include <utility>
 
 namespace kmv::tool {
 namespace {
 
+/// So many cycles of a monitor announce nothing.
 constexpr std::uint64_t kSilentCycles = 5;
-constexpr std::chrono::milliseconds kBetweenLooks{5};
 
 }  // namespace
 
@@ -23,18 +23,9 @@ ActivityFeed::ActivityFeed(Hear hear) : hear_(std::make_shared<const Hear>(std::
           if (const auto listener = weak.lock()) (*listener)(activities);
         });
       });
-  KMVDriveActivityMonitor::defaultMonitor().setRefreshFrequency(0);
-  passSilentCycles();
-}
-
-/// Without a pause the cycles take no time; the pause comes back before the first one that is announced.
-void ActivityFeed::passSilentCycles() {
-  auto& monitor = KMVDriveActivityMonitor::defaultMonitor();
-  if (monitor.loadCycles() >= kSilentCycles) {
-    monitor.setRefreshFrequency(1);
-  } else {
-    monitor.driveAnalysisQueue()->after(kBetweenLooks, passSilentCycles);
-  }
+  // Counted as if they had been. The first cycle has nothing to compare with; the second covers a whole
+  // second.
+  KMVDriveActivityMonitor::defaultMonitor().setLoadCycles(kSilentCycles);
 }
 
 Measure measureOfDrive(const URL& standardized) {

@@ -13,7 +13,7 @@ namespace kmv::tool {
 
 /// Starts the activity monitor and brings what it announces to the main queue, for as long as this lives.
 ///
-/// The first cycles of a monitor announce nothing; they are let pass at once instead of a second each.
+/// The first figures come after a second, not after the silent cycles of a monitor.
 class ActivityFeed {
  public:
   using Hear = std::function<void(const ActivityBoard::Activities& activities)>;
@@ -21,8 +21,6 @@ class ActivityFeed {
   explicit ActivityFeed(Hear hear);
 
  private:
-  static void passSilentCycles();
-
   std::shared_ptr<const Hear> hear_;
   NotificationCenter::Registration registration_;
 };

@@ -8,6 +8,7 @@
 
 #include <array>
 #include <atomic>
+#include <cerrno>
 #include <cstdlib>
 #include <string_view>
 
@@ -18,13 +19,17 @@ namespace {
 
 constexpr std::string_view kEnter = "\x1b[?1049h\x1b[?25l";  // the second screen, no cursor
 constexpr std::string_view kLeave = "\x1b[?25h\x1b[?1049l";
-/// What ends the process, or stops it, without a clean end of the program.
-constexpr std::array<int, 9> kEndings{SIGHUP, SIGQUIT, SIGABRT, SIGSEGV, SIGBUS,
-                                      SIGFPE, SIGILL,  SIGTERM, SIGINT};
+/// What ends the process without a clean end of the program.
+constexpr std::array<int, 7> kEndings{SIGHUP, SIGQUIT, SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGILL};
+/// What asks the program for its clean end, once; the second time ends it.
+constexpr std::array<int, 2> kRequests{SIGINT, SIGTERM};
 
 std::atomic<bool> isShown{false};
 termios before{};
 bool hasInput = false;
+bool canBeStopped = false;
+struct sigaction beforeInterrupt {};
+struct sigaction beforeTermination {};
 
 void put(std::string_view text) {
   (void)!write(STDOUT_FILENO, text.data(), text.size());
@@ -53,14 +58,39 @@ void hideAndEnd(int signal) {
   raise(signal);
 }
 
-void hideAndStop(int) {
-  hide();
-  raise(SIGSTOP);
+/// Lets whoever handled the request before have it, and is there for the next one.
+void passOn(int signal) {
+  const int savedErrno = errno;
+  handleSignal(signal, hideAndEnd, static_cast<int>(SA_RESETHAND | SA_NODEFER));
+  const auto earlier = signal == SIGINT ? beforeInterrupt.sa_handler : beforeTermination.sa_handler;
+  if (earlier != SIG_DFL && earlier != SIG_IGN) earlier(signal);
+  errno = savedErrno;
 }
 
-void wakeUp(int signal) {
-  if (signal == SIGCONT) show();
+/// As the system stops it: not at all in a group that nobody could continue.
+void hideAndStop(int) {
+  const int savedErrno = errno;
+  hide();
+  handleSignal(SIGTSTP, SIG_DFL, 0);
+  sigset_t stop;
+  sigemptyset(&stop);
+  sigaddset(&stop, SIGTSTP);
+  raise(SIGTSTP);
+  sigprocmask(SIG_UNBLOCK, &stop, nullptr);  // here it stops, and goes on later
+  handleSignal(SIGTSTP, hideAndStop, 0);
+  show();
+  errno = savedErrno;
 }
+
+/// However it was stopped, the terminal may have been used meanwhile.
+void showAgain(int) {
+  const int savedErrno = errno;
+  isShown = false;
+  show();
+  errno = savedErrno;
+}
+
+void wakeUp(int) {}
 
 /// True for a signal that somebody else takes care of.
 bool isHandled(int signal) {
@@ -75,15 +105,22 @@ Screen::Screen() {
   for (const int signal : kEndings) {
     if (!isHandled(signal)) handleSignal(signal, hideAndEnd, static_cast<int>(SA_RESETHAND | SA_NODEFER));
   }
-  handleSignal(SIGTSTP, hideAndStop, 0);
-  handleSignal(SIGCONT, wakeUp, 0);
+  sigaction(SIGINT, nullptr, &beforeInterrupt);
+  sigaction(SIGTERM, nullptr, &beforeTermination);
+  for (const int signal : kRequests) handleSignal(signal, passOn, 0);
+  canBeStopped = !isHandled(SIGTSTP);
+  if (canBeStopped) handleSignal(SIGTSTP, hideAndStop, 0);
+  handleSignal(SIGCONT, showAgain, 0);
   handleSignal(SIGWINCH, wakeUp, 0);  // without SA_RESTART: it interrupts the wait
   show();
 }
 
 Screen::~Screen() {
   hide();
-  for (const int signal : {SIGTSTP, SIGCONT, SIGWINCH}) handleSignal(signal, SIG_DFL, 0);
+  sigaction(SIGINT, &beforeInterrupt, nullptr);
+  sigaction(SIGTERM, &beforeTermination, nullptr);
+  if (canBeStopped) handleSignal(SIGTSTP, SIG_DFL, 0);
+  for (const int signal : {SIGCONT, SIGWINCH}) handleSignal(signal, SIG_DFL, 0);
 }
 
 Screen::Size Screen::size() {
@@ -93,10 +130,11 @@ Screen::Size Screen::size() {
 }
 
 std::string Screen::frame(const std::vector<std::string>& lines) {
-  std::string text = "\x1b[H";  // to the top; each line clears what is left of the one before it
+  std::string text =
+      "\x1b[H";  // to the top; a line is cleared first: behind its end the cursor may stand on it
   for (const std::string& line : lines) {
     if (&line != &lines.front()) text += "\r\n";
-    text += line + "\x1b[K";
+    text += "\x1b[K" + line;
   }
   return text + "\x1b[J";
 }

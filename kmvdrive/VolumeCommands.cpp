@@ -7,6 +7,7 @@
 #include <KMVDriveLibrary/Queue.h>
 
 #include <CLI/CLI.hpp>
+#include <chrono>
 #include <cstdio>
 #include <functional>
 #include <memory>
@@ -22,6 +23,10 @@
 
 namespace kmv::tool {
 namespace {
+
+/// A medium can take long to write what is due; but a volume that is mounted again at once is never announced
+/// as gone.
+constexpr std::chrono::minutes kPatience{5};
 
 struct VolumeOptions {
   std::string path;
@@ -73,9 +78,10 @@ class Answer {
     registrations_.push_back(NotificationCenter::defaultCenter().addObserver(notification, observer));
   }
 
-  /// None when the user stopped waiting.
+  /// None when the user stopped waiting, or nothing came for long.
   const std::optional<Outcome>& wait(EventLoop& loop) {
-    while (!*outcome_ && loop.wait(std::nullopt) == Wake::worked) {
+    const auto limit = EventLoop::Clock::now() + kPatience;
+    while (!*outcome_ && loop.wait(limit) == Wake::worked) {
     }
     return *outcome_;
   }
@@ -84,6 +90,15 @@ class Answer {
   SharedOutcome outcome_ = std::make_shared<std::optional<Outcome>>();
   std::vector<NotificationCenter::Registration> registrations_;
 };
+
+/// The drive's disappearance is this outcome.
+void expectRemoval(Answer& answer, const URL& root, const Outcome& outcome) {
+  answer.expect(kDiskArbiterRemovedDiskDetectedNotification,
+                [root, outcome](const Notification& news) -> std::optional<Outcome> {
+                  const URL* path = news.object.dictionary()->url(kDiskURLKey);
+                  return path != nullptr && *path == root ? std::optional(outcome) : std::nullopt;
+                });
+}
 
 ExitCode conclude(CommandContext& context, Answer& answer, const std::string& what, const std::string& done) {
   const auto& outcome = answer.wait(context.loop);
@@ -106,12 +121,7 @@ ExitCode unmount(CommandContext& context, const VolumeOptions& options) {
   answer.expect(kDiskEjectionRejected, [](const Notification& news) {
     return Outcome{false, refusalText(*news.object.dictionary())};
   });
-  answer.expect(kDiskArbiterRemovedDiskDetectedNotification,
-                [root](const Notification& news) -> std::optional<Outcome> {
-                  const URL* path = news.object.dictionary()->url(kDiskURLKey);
-                  if (path == nullptr || *path != *root) return std::nullopt;
-                  return Outcome{true, {}};
-                });
+  expectRemoval(answer, *root, {true, {}});
   const std::string shown = "\"" + visibleText(root->path()) + "\"";
   if (!KMVDiskArbiter::sharedInstance().unmountVolumeAtRootURL(*root)) {
     std::fprintf(stderr, "kmvdrive: no drive is mounted at %s any more\n", shown.c_str());
@@ -132,6 +142,7 @@ ExitCode rename(CommandContext& context, const VolumeOptions& options) {
                    "take more rights than you have"};
   });
   const std::string shown = "\"" + visibleText(root->path()) + "\"";
+  expectRemoval(answer, *root, {false, "it is not mounted any more"});
   const std::string name = "\"" + visibleText(options.name) + "\"";
   KMVDiskArbiter::sharedInstance().renameDriveWithRootURL(*root, options.name);
   return conclude(context, answer, "rename " + shown + " to " + name,

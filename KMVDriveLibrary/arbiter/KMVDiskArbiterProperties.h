@@ -1,26 +1,26 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <KMVDriveLibrary/AtomicProperty.h>
 #include <KMVDriveLibrary/KMVDiskArbiter.h>
 
 #include <atomic>
 #include <memory>
-#include <mutex>
 #include <utility>
 
-/// The registry's fields: read with every event and every look-up, and replaced hardly ever. Reading writes
-/// nothing that another thread reads, so look-ups do not slow each other down; that is why a replaced value
-/// is kept until the registry goes.
+/// The registry's fields.
 struct KMVDiskArbiter::Properties {
+  /// One that every look-up reads. Reading writes nothing that another thread reads, so look-ups do not slow
+  /// each other down; that is why a replaced value is kept until the registry goes.
   template <typename T>
-  class Property {
+  class ReadMostly {
    public:
-    Property() { set(T{}); }
-    ~Property() {
+    ReadMostly() { set(T{}); }
+    ~ReadMostly() {
       for (const Node* node = newest_.load(); node != nullptr;) delete std::exchange(node, node->older);
     }
-    Property(const Property&) = delete;
-    Property& operator=(const Property&) = delete;
+    ReadMostly(const ReadMostly&) = delete;
+    ReadMostly& operator=(const ReadMostly&) = delete;
 
     /// Valid as long as the registry.
     const T& get() const { return newest_.load(std::memory_order_acquire)->value; }
@@ -38,13 +38,13 @@ struct KMVDiskArbiter::Properties {
     std::atomic<const Node*> newest_{nullptr};
   };
 
-  Property<kmv::DiskArbitrationSession*> diskArbitrationSession;
-  Property<std::shared_ptr<kmv::PresentDriveTable>> presentDiskDictionaries;
-  Property<std::shared_ptr<kmv::UnmountedDiskList>> unmountedDiskDictionaries;
-  Property<std::shared_ptr<kmv::SerialQueue>> arbiterQueue;
-  Property<std::shared_ptr<kmv::LiveArray<kmv::URL>>> disksAlreadyMountedAtInit;
-  Property<std::shared_ptr<kmv::LiveSet<kmv::URL>>> volumeURLsCurrentlyMounted;
-  Property<std::shared_ptr<kmv::Semaphore>> readerWriterSemaphore;
-  Property<std::shared_ptr<kmv::SerialQueue>> assetMutexQueue;
-  Property<std::shared_ptr<kmv::LiveSet<Listener>>> informationProtcolClasses;
+  ReadMostly<std::shared_ptr<kmv::PresentDriveTable>> presentDiskDictionaries;
+  ReadMostly<std::shared_ptr<kmv::SerialQueue>> assetMutexQueue;
+  kmv::AtomicProperty<kmv::DiskArbitrationSession*> diskArbitrationSession;
+  kmv::AtomicProperty<std::shared_ptr<kmv::UnmountedDiskList>> unmountedDiskDictionaries;
+  kmv::AtomicProperty<std::shared_ptr<kmv::SerialQueue>> arbiterQueue;
+  kmv::AtomicProperty<std::shared_ptr<kmv::LiveArray<kmv::URL>>> disksAlreadyMountedAtInit;
+  kmv::AtomicProperty<std::shared_ptr<kmv::LiveSet<kmv::URL>>> volumeURLsCurrentlyMounted;
+  kmv::AtomicProperty<std::shared_ptr<kmv::Semaphore>> readerWriterSemaphore;
+  kmv::AtomicProperty<std::shared_ptr<kmv::LiveSet<Listener>>> informationProtcolClasses;
 };

@@ -74,7 +74,7 @@ TEST_F(Board, FitsItsTerminal) {
     EXPECT_LE(displayWidth(line), 30u);
     for (const char c : line) EXPECT_TRUE(c >= 0x20 && c < 0x7f);
   }
-  EXPECT_EQ(Screen::frame({"a", "b"}), "\x1b[Ha\x1b[K\r\nb\x1b[K\x1b[J");
+  EXPECT_EQ(Screen::frame({"a", "b"}), "\x1b[H\x1b[Ka\r\n\x1b[Kb\x1b[J");
   EXPECT_EQ(clippedText("aü界b", 3), "aü");
 }
 

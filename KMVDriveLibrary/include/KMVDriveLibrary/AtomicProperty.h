@@ -17,7 +17,7 @@ class AtomicProperty {
     return value_;
   }
   void set(T value) {
-    T old;
+    [[maybe_unused]] T old;  // goes outside the lock
     {
       const std::lock_guard lock(mutex_);
       old = std::move(value_);

@@ -6,8 +6,8 @@
 
 // The functions that the registry registers with the platform's arbitration session, and those that it hands
 // over with a command. `context` is the `KMVDiskArbiter` that is to hear of the event. They run on that
-// session's queue (the registry's arbiter queue). Failure: without a context or a description nothing
-// happens.
+// session's queue (the registry's arbiter queue). Failure: of the first three, without a context or a
+// description nothing happens.
 
 /// A disk appeared; one that is mounted carries "DAVolumePath".
 extern "C" KMV_EXPORT void NewDiskAppeared(kmv::Disk* disk, void* context);

@@ -16,6 +16,10 @@ namespace kmv {
 ///   kmv::IOMeter meter(destination, "com.example.copier");
 ///   while (copyABlock()) meter.wrote(blockSize);
 ///
+/// Use one sender's name for the whole process: by contract the monitor compares reports of one sender at a
+/// time, and several that report in the same second hide each other's figures.
+/// `stopMonitoringAppDriveIOUpdatesFromSender` forgets a sender that is done.
+///
 /// Cheap in a loop: it asks for the file's drive once, when it is made, and reports a few times a second and
 /// at its end. Threads: one at a time.
 class KMV_EXPORT IOMeter {

@@ -171,9 +171,10 @@ class KMV_EXPORT KMVDiskArbiter : public kmv::Object {
   // --- Commands: asked for here, carried out by the platform, answered later on the arbiter queue. ---
 
   /// Asks the platform to unmount the volume mounted exactly at `url`, in good order or not at all. True when
-  /// that was asked for; false when there is no such volume. A volume that went is announced as removed, a
-  /// refusal with `kDiskEjectionRejected` (see `DiskUnmountCallback`). Thread: any; returns without waiting
-  /// for the volume. Selector: unmountVolumeAtRootURL:
+  /// that was asked for; false when there is no such volume. A volume that went is announced as removed (one
+  /// that is at once mounted there again, or was one of two mounts of the same volume there, is not: nothing
+  /// has changed then), a refusal with `kDiskEjectionRejected` (see `DiskUnmountCallback`). Thread: any;
+  /// returns without waiting for the volume. Selector: unmountVolumeAtRootURL:
   bool unmountVolumeAtRootURL(const kmv::URL& url);
 
   /// Asks the platform to give the volume mounted exactly at `url` a new name. The answer is
@@ -197,7 +198,8 @@ class KMV_EXPORT KMVDiskArbiter : public kmv::Object {
   kmv::DiskArbitrationSession* diskArbitrationSession() const;
   void setDiskArbitrationSession(kmv::DiskArbitrationSession* session);
 
-  /// The mounted drives by standardised mount URL; null until `startArbiter`.
+  /// The mounted drives by standardised mount URL; null until `startArbiter`. A table that is replaced is
+  /// kept, with its drives, as long as the registry.
   std::shared_ptr<kmv::PresentDriveTable> presentDiskDictionaries() const;
   void setPresentDiskDictionaries(std::shared_ptr<kmv::PresentDriveTable> table);
 

@@ -93,7 +93,8 @@ class KMV_EXPORT KMVDriveActivityMonitor : public kmv::Object, public kmv::NetSe
   void appBytesWereWrittenOnDrive(std::uint64_t bytes, const kmv::URL& drive, std::string_view by);
 
   /// The same for the drive that holds a file; the registry is asked on the queue, and what it does not know
-  /// is ignored. Selectors: appBytesWereUpdated:onFile:by:wasReadIO:, appBytesWereRead:onFile:by:,
+  /// is ignored. A path that leads through a dead server holds up the cycles; reports on drives do not.
+  /// Selectors: appBytesWereUpdated:onFile:by:wasReadIO:, appBytesWereRead:onFile:by:,
   /// appBytesWereWritten:onFile:by:
   void appBytesWereUpdatedOnFile(std::uint64_t bytes, const kmv::URL& file, std::string_view by,
                                  bool wasReadIO);

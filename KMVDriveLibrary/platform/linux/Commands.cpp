@@ -19,6 +19,7 @@
 #include "platform/linux/Files.h"
 #include "platform/linux/FuseHelper.h"
 #include "platform/linux/Holders.h"
+#include "platform/linux/MountTree.h"
 #include "platform/linux/UDisks.h"
 #include "platform/linux/VolumeRules.h"
 
@@ -79,27 +80,32 @@ Dissent refusal(std::int32_t status, std::optional<pid_t> holder = std::nullopt)
   return record;
 }
 
-enum class Place { mounted, covered, gone };
+enum class Place { mounted, covered, gone, unknown };
 
 struct Look {
   Place place = Place::gone;
   MountEntry entry;
 };
 
-/// Whether the volume still is what its mount point leads to. Asks the mount table only: no server is waited
-/// for.
+/// Whether the volume still is what its mount point leads to. Asks the mount table only, by the text of the
+/// path: no server is waited for. An id is given again at once, so what else is known of the volume must fit
+/// too.
 Look lookFor(const LinuxOptions& options, const TargetVolume& volume) {
-  Look look;
-  const auto table = parseMountInfo(readFile(options.procRoot + "/self/mountinfo").value_or(std::string()));
-  for (const MountEntry& entry : table) {
-    if (entry.id == volume.mountId && entry.point == volume.mountPoint) {
-      look.entry = entry;
-      if (look.place == Place::gone) look.place = Place::mounted;
-    } else if (entry.parent == volume.mountId && entry.point == volume.mountPoint) {
-      look.place = Place::covered;
-    }
-  }
-  return look.entry.id == 0 ? Look() : look;
+  const auto text = readFile(options.procRoot + "/self/mountinfo");
+  if (!text) return {Place::unknown, {}};
+  MountDelta everything;
+  everything.attached = parseMountInfo(*text);
+  const auto& table = everything.attached;
+  const auto entry = std::find_if(table.begin(), table.end(), [&](const MountEntry& one) {
+    return one.id == volume.mountId && one.point == volume.mountPoint && one.device == volume.device &&
+           one.kind == volume.kind;
+  });
+  if (entry == table.end()) return {};
+  MountTree tree([](const MountEntry&) { return true; });
+  tree.apply(everything);
+  const MountEntry* const reached = tree.mountAbove(volume.mountPoint);
+  const bool isReached = reached != nullptr && reached->id == volume.mountId;
+  return {isReached ? Place::mounted : Place::covered, *entry};
 }
 
 bool isOwnFuseMount(const MountEntry& entry) {
@@ -179,7 +185,9 @@ std::int32_t renameByKernel(const LinuxOptions& options, const TargetVolume& vol
   const FileDescriptor root(
       ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
   if (!root) return dissent::ofError(errno);
-  if (!isRootOf(root.get(), volume.mountId)) return dissent::kNotMounted;
+  // While its root is open the id belongs to no other.
+  if (!isRootOf(root.get(), volume.mountId) || lookFor(options, volume).place != Place::mounted)
+    return dissent::kNotMounted;
   std::array<char, kNameBuffer> label{};
   std::memcpy(label.data(), name.data(), std::min(name.size(), label.size() - 1));
   if (::ioctl(root.get(), FS_IOC_SETFSLABEL, label.data()) == 0) return dissent::kDone;
@@ -196,6 +204,7 @@ bool mayUDisksDoIt(std::int32_t status) {
 
 Dissent unmountVolume(const LinuxOptions& options, const TargetVolume& volume) {
   const Look before = lookFor(options, volume);
+  if (before.place == Place::unknown) return refusal(dissent::kNoResources);
   if (before.place == Place::gone) return refusal(dissent::kNotMounted);
   if (before.place == Place::covered) return refusal(dissent::kBusy);
   std::int32_t status = unmountDirectly(options, volume);
@@ -204,6 +213,8 @@ Dissent unmountVolume(const LinuxOptions& options, const TargetVolume& volume) {
   // Whoever took it away meanwhile: it is gone, as was wished.
   if (lookFor(options, volume).place == Place::gone) return std::nullopt;
   if (status == dissent::kDone) status = dissent::kError;  // the helper says so, and is wrong
+  if (status == dissent::kNotMounted)
+    status = dissent::kNotPermitted;  // locked: inherited from another namespace
   if (status != dissent::kBusy) return refusal(status);
   return refusal(status, findHolder(options, volume));
 }
@@ -212,7 +223,9 @@ Dissent renameVolume(const LinuxOptions& options, const TargetVolume& volume, co
   const NameRule* const rule = nameRuleOf(volume.kind);
   const bool tooLong = rule != nullptr && newName.size() > rule->mostBytes;
   if (tooLong || newName.find('\0') != std::string::npos) return refusal(dissent::kBadArgument);
-  if (lookFor(options, volume).place != Place::mounted) return refusal(dissent::kNotMounted);
+  const Place place = lookFor(options, volume).place;
+  if (place == Place::unknown) return refusal(dissent::kNoResources);
+  if (place != Place::mounted) return refusal(dissent::kNotMounted);
   std::int32_t status = dissent::kUnsupported;
   if (rule != nullptr && rule->byKernel) status = renameByKernel(options, volume, newName);
   if (!mayUDisksDoIt(status) || !isForUDisks(volume)) return refusal(status);

@@ -320,7 +320,7 @@ void DiskModel::tellGains(Storage& storage) {
 void DiskModel::tellChange(Storage& storage, Disk& disk, const MountEntry* mount) {
   Dictionary now = describe(storage, mount, disk.appearanceTime);
   ChangedKeys sinceTold = differingKeys(disk.told, now);
-  if (sinceTold.empty()) return;
+  if (sinceTold.empty()) return noteMounted(disk.told, mount);  // it may be another mount of the same
   const bool pathChanged = std::find(sinceTold.begin(), sinceTold.end(), key::kVolumePath) != sinceTold.end();
   // Whoever heard only of paths is told everything that differs since then; a value that came back counts as
   // changed too where nothing else is left to tell.

@@ -61,8 +61,7 @@ bool LinuxDriveStatistics::followMounts() {
   isRead_ = true;
   const MountDelta delta = watcher_->refresh(reported);
   for (const MountEntry& entry : delta.detached) media_.erase(entry.id);
-  tree_.apply(delta);
-  return !delta.empty() || generation_ == 0;
+  return !tree_.apply(delta).empty() || generation_ == 0;
 }
 
 void LinuxDriveStatistics::planDrivers() {
@@ -72,6 +71,10 @@ void LinuxDriveStatistics::planDrivers() {
   tree_.forEach([&](const MountEntry& mount, std::string_view rule) {
     if (!rule.empty()) return;
     auto known = media_.find(mount.id);
+    if (known != media_.end() && known->second.mayGrow) {
+      media_.erase(known);
+      known = media_.end();
+    }
     if (known == media_.end()) known = media_.emplace(mount.id, mediumBehind(mount)).first;
     const Medium& medium = known->second;
     if (medium.isHidden) return;
@@ -88,6 +91,7 @@ LinuxDriveStatistics::Medium LinuxDriveStatistics::mediumBehind(const MountEntry
   const auto device = devices_.readBehind(mount);
   medium.isHidden = mount.point != "/" && (isHiddenPlace(mount.point) || (device && device->hiddenFromUsers));
   if (!device) return medium;
+  medium.mayGrow = mount.device.major == 0;
   const PhysicalDisks stacks(options_);
   const auto placeOf = [&](const std::string& folder) {
     return folder.substr(options_.sysRoot.size()) + "/";
@@ -129,8 +133,12 @@ void LinuxDriveStatistics::openDisks() {
     // The name may have passed to another device: its file is opened again with every change.
     disk.number = parseDeviceNumber(readAttribute(folder + "/dev")).value_or(DeviceNumber());
     disk.file = countsFromTable_ ? FileDescriptor()
-                                 : FileDescriptor(::open((folder + "/stat").c_str(), O_RDONLY | O_CLOEXEC));
+                                 : FileDescriptor(::open(statFileOf(name).c_str(), O_RDONLY | O_CLOEXEC));
   }
+}
+
+std::string LinuxDriveStatistics::statFileOf(const std::string& disk) const {
+  return options_.sysRoot + "/class/block/" + disk + "/stat";
 }
 
 void LinuxDriveStatistics::countDisks() {
@@ -145,7 +153,12 @@ void LinuxDriveStatistics::countDisks() {
 void LinuxDriveStatistics::countFromFiles() {
   char text[512];
   for (auto& [name, disk] : disks_) {
-    const ssize_t got = disk.file ? ::pread(disk.file.get(), text, sizeof text, 0) : -1;
+    ssize_t got = disk.file ? ::pread(disk.file.get(), text, sizeof text, 0) : -1;
+    if (got <= 0) {
+      // The device went, and another may have its name and number, mounted before anybody looked.
+      disk.file = FileDescriptor(::open(statFileOf(name).c_str(), O_RDONLY | O_CLOEXEC));
+      got = disk.file ? ::pread(disk.file.get(), text, sizeof text, 0) : -1;
+    }
     if (got > 0) disk.counted = parseBlockStatistics({text, static_cast<std::size_t>(got)});
   }
 }

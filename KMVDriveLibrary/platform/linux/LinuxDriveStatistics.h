@@ -25,8 +25,8 @@ namespace kmv {
 ///
 /// Places in the "registry" are sysfs paths that end in "/", so that loop1 is no beginning of loop10. A btrfs
 /// over several devices is a driver of its own, with the sum of their disks. The mount table is looked at
-/// again only after a change, and then only what is new in it is looked up; in between a look costs a poll
-/// and one read a disk, or one of /proc/diskstats where that is cheaper.
+/// again only after a change, and the devices behind its volumes only when volumes came or went; in between a
+/// look costs a poll and one read a disk, or one of /proc/diskstats where that is cheaper.
 class LinuxDriveStatistics final : public DriveStatisticsReader {
  public:
   explicit LinuxDriveStatistics(const LinuxOptions& options);
@@ -47,6 +47,7 @@ class LinuxDriveStatistics final : public DriveStatisticsReader {
     std::string mediaPath;
     std::vector<std::string> disks;  // names of whole disks
     bool isHidden = false;
+    bool mayGrow = false;  // devices can join the file system: to be looked up again with every change
   };
   struct Plan {
     std::string path;
@@ -57,6 +58,7 @@ class LinuxDriveStatistics final : public DriveStatisticsReader {
   void planDrivers();
   Medium mediumBehind(const MountEntry& mount) const;
   void openDisks();
+  std::string statFileOf(const std::string& disk) const;
   void countDisks();
   void countFromFiles();
   void countFromTable();

@@ -153,9 +153,12 @@ void LinuxSession::start(const Disk& disk, Command command) {
 
 /// What the command did is looked at before its end is told, so that the events it brings are queued first.
 void LinuxSession::finish(const DiskModel::MountedDisk& before, Dissent dissent, const Command& command) {
-  const MountedDisk after = mountedDiskAt(before.mount.point, command.changesMedium && !dissent);
-  Dictionary description = after ? after->description : before.description;
-  if (!after) description.remove(key::kVolumePath);
+  const MountedDisk after = mountedDiskAt(before.mount.point, command.changesMedium);
+  // Another volume may have taken the place.
+  const bool isThere =
+      after && after->mount.device == before.mount.device && after->mount.root == before.mount.root;
+  Dictionary description = isThere ? after->description : before.description;
+  if (!isThere) description.remove(key::kVolumePath);
   queue_->async(
       [description = std::move(description), dissent = std::move(dissent), command, stopped = stopped_] {
         if (*stopped) return;

@@ -117,7 +117,7 @@ void LinuxMainQueue::runNext(Lock& lock) {
 void LinuxMainQueue::runEntry(Entry& entry) {
   QueueFrame frame(*this);
   if (entry.waiter == nullptr) {
-    runOrStop(entry.task, *this);
+    runOrStop(entry.task, label());
     entry.task = nullptr;
     return;
   }

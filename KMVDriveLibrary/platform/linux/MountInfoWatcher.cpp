@@ -32,15 +32,17 @@ class MountInfoWatcher final : public MountTableWatcher {
   MountDelta refresh(bool reported) override {
     if (!file_) return {};
     const bool first = std::exchange(first_, false);
-    bool changed = pollChanged() || reported || first;
+    bool changed = pollChanged() || reported || first || std::exchange(unread_, false);
     if (!changed) return {};
     std::optional<std::string> text;
     // A long table takes several reads, between which it can change; the report tells, and polling consumes
     // it.
     for (int reads = 0; changed && reads < kMostReads; ++reads) {
       text = readWhole(file_.get());
-      changed = pollChanged();
+      // After the last read the report is left where it is: it tells once more.
+      changed = reads + 1 < kMostReads && pollChanged();
     }
+    unread_ = !text;
     if (!text || *text == text_) return {};
     text_ = std::move(*text);
     auto entries = parseMountInfo(text_);
@@ -57,6 +59,7 @@ class MountInfoWatcher final : public MountTableWatcher {
 
   FileDescriptor file_;
   bool first_ = true;
+  bool unread_ = false;  // it could not be read when it had changed
   std::string text_;
   std::vector<MountEntry> entries_;
 };

@@ -33,6 +33,6 @@ class QueueFrame {
 };
 
 /// Runs an asynchronous task; an exception out of it stops the process with a message that names `queue`.
-void runOrStop(const SerialQueue::Task& task, const SerialQueue& queue);
+void runOrStop(const SerialQueue::Task& task, std::string_view label);
 
 }  // namespace kmv

@@ -37,19 +37,19 @@ void QueueFrame::stopForReentry(std::string_view call, const SerialQueue& queue)
 
 namespace {
 
-[[noreturn]] void stopForException(const SerialQueue& queue, std::string_view problem) {
-  fatal("a task of queue \"" + queue.label() + "\" ended with an exception: " + std::string(problem));
+[[noreturn]] void stopForException(std::string_view label, std::string_view problem) {
+  fatal("a task of queue \"" + std::string(label) + "\" ended with an exception: " + std::string(problem));
 }
 
 }  // namespace
 
-void runOrStop(const SerialQueue::Task& task, const SerialQueue& queue) {
+void runOrStop(const SerialQueue::Task& task, std::string_view label) {
   try {
     task();
   } catch (const std::exception& exception) {
-    stopForException(queue, exception.what());
+    stopForException(label, exception.what());
   } catch (...) {
-    stopForException(queue, "of unknown type");
+    stopForException(label, "of unknown type");
   }
 }
 
@@ -222,7 +222,7 @@ void LinuxSerialQueue::runOnWorker() {
     ++next_;
     if (entry->waiter != nullptr) return giveTurn(*entry->waiter);
     QueueFrame frame(*this);
-    runOrStop(entry->task, *this);
+    runOrStop(entry->task, label_);
     entry->task = nullptr;  // what it captured dies within the turn
   }
 }
@@ -269,11 +269,12 @@ class LinuxConcurrentQueue final : public ConcurrentQueue {
   const std::string& label() const override { return label_; }
   void async(SerialQueue::Task task) override {
     struct TaskAsWork final : Work {
-      explicit TaskAsWork(SerialQueue::Task&& t) : task(std::move(t)) {}
-      void runOnWorker() override { task(); }
+      TaskAsWork(SerialQueue::Task&& t, std::string l) : task(std::move(t)), label(std::move(l)) {}
+      void runOnWorker() override { runOrStop(task, label); }
       SerialQueue::Task task;
+      std::string label;
     };
-    WorkerPool::shared().submit(std::make_shared<TaskAsWork>(std::move(task)));
+    WorkerPool::shared().submit(std::make_shared<TaskAsWork>(std::move(task), label_));
   }
 
  private:

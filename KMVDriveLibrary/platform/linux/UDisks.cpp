@@ -144,7 +144,9 @@ UDisksReply setLabelWithUDisks(const std::string& deviceNode, const std::string&
   // Some file systems' tools cut a name and call it success. A label as before is one not read anew yet.
   const std::string after = service.label(object);
   const bool cut = after.size() < label.size() && after != before && label.starts_with(after);
-  if (cut) reply.kind = UDisksReply::Kind::badName;
+  if (!cut) return reply;
+  service.setLabel(object, before);  // whole or not at all
+  reply.kind = UDisksReply::Kind::badName;
   return reply;
 }
 

@@ -46,21 +46,25 @@ VolumeLookup::VolumeLookup(const LinuxOptions& options)
 VolumeLookup::~VolumeLookup() = default;
 
 std::optional<URL> VolumeLookup::volumeHolding(const std::string& path) {
+  Cache& cache = cacheOfThisThread();
   for (int look = 0;; ++look) {
+    const std::uint64_t changesBefore = cache.changes;
     const Answer answer = askForMount(path);
     if (answer.error == EACCES || answer.error == EPERM || answer.error == ENOSYS)
       return table_.rootAbove(path);
     if (answer.error != 0) return std::nullopt;
     bool isCertain = false;
-    auto root = rootIfCertain(cacheOfThisThread(), answer.mountId, isCertain);
+    auto root = rootIfCertain(cache, answer.mountId, changesBefore, isCertain);
     if (isCertain || look == kMostLooks) return root;
   }
 }
 
 /// Certain is what was found without a change of the table since before the path was asked.
-std::optional<URL> VolumeLookup::rootIfCertain(Cache& cache, std::uint64_t mountId, bool& isCertain) {
+/// Another thread of the cache may have seen the change, which the descriptor reports only once.
+std::optional<URL> VolumeLookup::rootIfCertain(Cache& cache, std::uint64_t mountId,
+                                               std::uint64_t changesBefore, bool& isCertain) {
   const std::lock_guard lock(cache.mutex);
-  isCertain = !cache.isOutdated(mountTable_);
+  isCertain = !cache.isOutdated(mountTable_) && cache.changes == changesBefore;
   const auto known = cache.roots.find(mountId);
   if (known != cache.roots.end()) return known->second;
   auto root = table_.rootOfMount(mountId);
@@ -76,14 +80,12 @@ VolumeLookup::Cache& VolumeLookup::cacheOfThisThread() {
 }
 
 bool VolumeLookup::Cache::isOutdated(const std::string& mountTable) {
-  if (!isOpened) {
-    isOpened = true;
-    file = FileDescriptor(::open(mountTable.c_str(), O_RDONLY | O_CLOEXEC));
-    return true;
-  }
   pollfd table{file.get(), POLLPRI, 0};
-  if (::poll(&table, 1, 0) <= 0) return false;
+  if (file && ::poll(&table, 1, 0) <= 0) return false;
+  // Without a descriptor nothing is ever certain, nor kept.
+  if (!file) file = FileDescriptor(::open(mountTable.c_str(), O_RDONLY | O_CLOEXEC));
   roots.clear();
+  ++changes;
   return true;
 }
 

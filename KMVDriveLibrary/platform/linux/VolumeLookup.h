@@ -4,6 +4,7 @@
 #include <KMVDriveLibrary/URL.h>
 
 #include <array>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -60,13 +61,14 @@ class VolumeLookup {
 
     std::mutex mutex;
     FileDescriptor file;
-    bool isOpened = false;
+    std::atomic<std::uint64_t> changes{0};  // seen by whichever of its threads looked
     std::unordered_map<std::uint64_t, URL> roots;
   };
   static constexpr std::size_t kCaches = 8;
 
   Cache& cacheOfThisThread();
-  std::optional<URL> rootIfCertain(Cache& cache, std::uint64_t mountId, bool& isCertain);
+  std::optional<URL> rootIfCertain(Cache& cache, std::uint64_t mountId, std::uint64_t changesBefore,
+                                   bool& isCertain);
 
   const std::string mountTable_;
   Table table_;

@@ -50,6 +50,7 @@ class CommandsTest : public ::testing::Test {
   std::int64_t unmount() { return statusOf(unmountVolume(options_, card_)); }
   std::int64_t rename(const std::string& kind, const std::string& name) {
     card_.kind = kind;
+    write("self/mountinfo", "40 1 7:26 / /media/card rw - " + kind + " /dev/loop9 rw\n");
     return statusOf(renameVolume(options_, card_, name));
   }
 
@@ -75,10 +76,15 @@ TEST_F(CommandsTest, RefusalsSpeakTheOriginalPlatformsNumbers) {
 
 TEST_F(CommandsTest, AVolumeThatLostItsPlaceIsLeftAlone) {
   const std::string own = "40 1 7:26 / /media/card rw - ext4 /dev/loop9 rw\n";
-  EXPECT_EQ(unmount(), dissent::kNotMounted) << "no mount table at all";
+  EXPECT_EQ(unmount(), dissent::kNoResources) << "no mount table at all: nothing is known";
   write("self/mountinfo", "41 1 7:26 / /media/card rw - ext4 /dev/loop9 rw\n");
   EXPECT_EQ(unmount(), dissent::kNotMounted) << "another mount took the place";
-  EXPECT_EQ(rename("ext4", "New"), dissent::kNotMounted);
+  EXPECT_EQ(statusOf(renameVolume(options_, card_, "New")), dissent::kNotMounted);
+  write("self/mountinfo", "40 1 7:27 / /media/card rw - ext4 /dev/loop10 rw\n");
+  EXPECT_EQ(unmount(), dissent::kNotMounted) << "another volume has its id";
+  write("self/mountinfo",
+        own + "42 1 0:50 / /media rw - tmpfs t rw\n43 42 7:27 / /media/card rw - ext4 /dev/loop10 rw\n");
+  EXPECT_EQ(unmount(), dissent::kBusy) << "the path leads to another volume";
   write("self/mountinfo", "40 1 7:26 / /media/card2 rw - ext4 /dev/loop9 rw\n");
   EXPECT_EQ(unmount(), dissent::kNotMounted) << "it moved";
   write("self/mountinfo", own + "41 40 0:50 / /media/card rw - tmpfs t rw\n");

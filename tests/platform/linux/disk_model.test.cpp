@@ -39,6 +39,22 @@ TEST_F(Stories, AStickIsPluggedMountedUnmountedAndPulled) {
   EXPECT_THAT(bench.told(), ElementsAre("- sda none #1"));
 }
 
+TEST_F(Stories, AMountOverItselfIsTheOneThatCommandsAreToFind) {
+  const MountEntry lower = mount(10, kDisk, "/a");
+  MountEntry upper = mount(11, kDisk, "/a");
+  upper.parent = lower.id;
+  bench.plug(disk(0, "sda"));
+  bench.attach(lower);
+  bench.told();
+  bench.attach(upper);
+  EXPECT_THAT(bench.told(), IsEmpty()) << "nothing that a host could see";
+  ASSERT_NE(bench.model.diskAt("/a"), nullptr);
+  EXPECT_EQ(bench.model.diskAt("/a")->mount.id, upper.id);
+  bench.detach(upper);
+  bench.told();
+  EXPECT_EQ(bench.model.diskAt("/a")->mount.id, lower.id);
+}
+
 TEST_F(Stories, AMountIsHeardOfBeforeItsDevice) {
   bench.present[kDisk] = disk(0, "sda");
   bench.attach(mount(10, kDisk, "/a"));
