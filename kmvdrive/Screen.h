@@ -20,6 +20,7 @@ class Screen {
   struct Size {
     std::size_t columns = 80;
     std::size_t lines = 24;
+    friend bool operator==(const Size&, const Size&) = default;
   };
   /// As it is now; a change of it interrupts what waits.
   static Size size();

@@ -50,8 +50,8 @@ class Top {
       if (end && Clock::now() >= *end) break;
       if (Clock::now() >= nextQuiet_) {
         update({});
-      } else if (screen_) {
-        draw();  // the terminal may have another size
+      } else if (screen_ && !(Screen::size() == drawnFor_)) {
+        draw();
       }
     }
     return ExitCode::ok;
@@ -72,7 +72,7 @@ class Top {
       const std::chrono::duration<double> now = std::chrono::system_clock::now().time_since_epoch();
       text = jsonLine(board_.asJSON(now.count()));
     } else if (screen_) {
-      const Screen::Size size = Screen::size();
+      const Screen::Size size = drawnFor_ = Screen::size();
       std::vector<std::string> lines = board_.asText(context_.style, size.columns, blocks);
       if (lines.size() > size.lines) {
         lines.resize(size.lines);
@@ -90,6 +90,7 @@ class Top {
   const TopOptions& options_;
   ActivityBoard board_;
   std::optional<Screen> screen_;
+  Screen::Size drawnFor_;
   bool goesOn_ = true;
   Clock::time_point nextQuiet_;
   ActivityFeed feed_;  // the last member: what it tells comes to the others
