@@ -55,19 +55,6 @@ std::string folderToCover() {
   throw std::runtime_error("there is no folder to mount the scratch folder on");
 }
 
-/// Puts a node of our own over /dev/fuse, in this namespace only: many machines keep theirs to root.
-void openFuseToEveryone() {
-  struct stat status {};
-  check(stat("/dev/fuse", &status) == 0, "/dev/fuse");
-  const std::string folder = folderToCover();
-  mountVolume("node", folder, "tmpfs");
-  const std::string node = folder + "/fuse";
-  const bool made = mknod(node.c_str(), S_IFCHR, status.st_rdev) == 0 && chmod(node.c_str(), 0666) == 0;
-  if (made) bindMount(node, "/dev/fuse");
-  unmount(folder, MNT_DETACH);
-  check(made, "mknod " + node);
-}
-
 void makeOwnMountNamespace() {
   check(unshare(CLONE_NEWNS) == 0, "unshare(CLONE_NEWNS)");
   check(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "making all mounts private");
@@ -98,6 +85,19 @@ bool canUnshare(int flags) {
 }
 
 }  // namespace
+
+/// Puts a node of our own over /dev/fuse, in this namespace only: many machines keep theirs to root.
+void openFuseToEveryone() {
+  struct stat status {};
+  check(stat("/dev/fuse", &status) == 0, "/dev/fuse");
+  const std::string folder = folderToCover();
+  mountVolume("node", folder, "tmpfs");
+  const std::string node = folder + "/fuse";
+  const bool made = mknod(node.c_str(), S_IFCHR, status.st_rdev) == 0 && chmod(node.c_str(), 0666) == 0;
+  if (made) bindMount(node, "/dev/fuse");
+  unmount(folder, MNT_DETACH);
+  check(made, "mknod " + node);
+}
 
 std::string missingForNamespaces() {
   if (geteuid() != 0) return "needs root, to make a mount namespace of its own";

@@ -50,6 +50,9 @@ std::vector<MountLine> readMountTable();
 /// mounts on top of others.
 std::vector<std::string> volumePointsBelow(const std::string& folder);
 
+/// Some machines keep FUSE for root; in this mount namespace everybody has it from now on.
+void openFuseToEveryone();
+
 // mount(2) and umount2(2). Failure: throw std::system_error that names the paths.
 void mountVolume(const std::string& source, const std::string& point, const std::string& kind,
                  const std::string& options = "", unsigned long flags = 0);
