@@ -55,8 +55,9 @@ void runOrStop(const SerialQueue::Task& task, std::string_view label) {
 
 namespace {
 
-/// How often a thread looks again before it goes to sleep: about as long as falling asleep takes.
-constexpr int kLooksBeforeSleep = 50;
+/// How often a thread looks again before it goes to sleep: for about as long as falling asleep and being
+/// woken takes.
+constexpr int kLooksBeforeSleep = 400;
 
 void pauseProcessor() {
 #if defined(__x86_64__) || defined(__i386__)
