@@ -128,7 +128,7 @@ std::optional<std::string> KMVDiskArbiter::uuidFromOrvaneFileForDriveRepresented
   const auto root = findRootDriveURLForPathURL(url);
   if (!root) return std::nullopt;
   const std::string path = root->appendingPathComponent(kMarkerFileName, /*isDirectory=*/false).path();
-  const auto bytes = kmv::Platform::current().fileSystem().readRegularFile(path, kLargestMarkerInBytes);
+  const auto bytes = kmv::Platform::current().fileSystem().readRegularFile(path, kLargestMarkerInBytes).bytes;
   if (!bytes || bytes->empty()) return std::nullopt;  // an empty file is no marker; nothing is trimmed
   return textOfASCII(*bytes);
 }

@@ -56,8 +56,8 @@ std::optional<std::string> dateText(kmv::Date date) {
   constexpr std::int64_t kMillisecondsPerDay = 86'400'000;
   const double seconds = date.secondsSinceReferenceDate + kReferenceDate;
   if (!(std::fabs(seconds) < kLargestSecond)) return std::nullopt;
-  const auto milliseconds =
-      static_cast<std::int64_t>(std::floor(seconds * 1000 + 1e-4));  // .250 is not .2499999
+  // The nearest one, as the platform does it: .250 is not .2499999.
+  const auto milliseconds = static_cast<std::int64_t>(std::floor(seconds * 1000 + 0.5));
   const std::int64_t ofDay =
       ((milliseconds % kMillisecondsPerDay) + kMillisecondsPerDay) % kMillisecondsPerDay;
   const auto whole = static_cast<std::time_t>((milliseconds - ofDay) / 1000 + ofDay / 1000);

@@ -1,10 +1,23 @@
 // SPDX-License-Identifier: MIT
 #include <KMVDriveLibrary/host/CrossAppKit.h>
 
+#include <limits>
 #include <mutex>
 #include <utility>
 
+#include "base/AttributeNumber.h"
 #include "platform/Platform.h"
+
+namespace {
+
+/// True when a name on the way from `folder` to the file begins with a dot.
+bool isHiddenBelow(std::string_view folder, std::string_view path) {
+  return path.substr(folder.size()).find("/.") != std::string_view::npos;
+}
+
+}  // namespace
+
+ExtendedAttributesError::~ExtendedAttributesError() = default;
 
 IOActivityUpdate::~IOActivityUpdate() = default;
 
@@ -47,4 +60,62 @@ std::optional<kmv::URL> CrossAppFileManager::standardizedVolumeRootForFilePathUR
 
 void CrossAppFileManager::setStandardizedVolumeRootForFilePathURL(VolumeRoot function) {
   volumeRoot_.set(std::move(function));
+}
+
+std::optional<std::uint64_t> CrossAppFileManager::sizeOfFileAtPath(std::string_view path) const {
+  if (const FileSize replacement = fileSize_.get()) return replacement(path);
+  return kmv::Platform::current().fileSystem().sizeOfItem(std::string(path));
+}
+
+void CrossAppFileManager::setSizeOfFileAtPath(FileSize function) {
+  fileSize_.set(std::move(function));
+}
+
+std::uint64_t CrossAppFileManager::aggregateFileSize(const kmv::URL& ofURL,
+                                                     const ShouldContinue& shouldContinue,
+                                                     unsigned options) const {
+  if (const AggregateFileSize replacement = aggregateFileSize_.get())
+    return replacement(ofURL, shouldContinue, options);
+  kmv::FileSystem& fileSystem = kmv::Platform::current().fileSystem();
+  const std::string path = ofURL.path();
+  if (fileSystem.itemKind(path) != kmv::ItemKind::folder) {
+    const auto size = fileSystem.sizeOfItem(path);
+    if (!size) throw std::runtime_error("there is no item to take the size of");
+    return *size;
+  }
+  std::uint64_t sum = 0;
+  bool goesOn = true;
+  bool fits = true;
+  fileSystem.visitFiles(path, /*attribute=*/{}, [&](const kmv::WalkedFile& file) {
+    if (!goesOn || ((options & kSkipsHiddenFiles) != 0 && isHiddenBelow(path, file.path))) return;
+    goesOn = shouldContinue == nullptr || shouldContinue();
+    if (!goesOn) return;
+    fits = fits && file.size <= std::numeric_limits<std::uint64_t>::max() - sum;
+    sum += file.size;
+  });
+  if (!fits) throw std::runtime_error("the sizes add up to more than a number can hold");
+  return sum;
+}
+
+void CrossAppFileManager::setAggregateFileSize(AggregateFileSize function) {
+  aggregateFileSize_.set(std::move(function));
+}
+
+std::int64_t CrossAppFileManager::getExtendedAttributeAsInt(const kmv::URL& url,
+                                                            std::string_view named) const {
+  if (const ExtendedAttributeAsInt replacement = attributeAsInt_.get()) return replacement(url, named);
+  const auto value = kmv::Platform::current().extendedAttributes().get(url.path(), std::string(named));
+  if (!value) throw ExtendedAttributesError("the attribute cannot be read");
+  const auto number = kmv::numberInAttribute(*value);
+  if (!number) throw ExtendedAttributesError("the attribute is no integer");
+  return *number;
+}
+
+void CrossAppFileManager::setGetExtendedAttributeAsInt(ExtendedAttributeAsInt function) {
+  attributeAsInt_.set(std::move(function));
+}
+
+bool CrossAppFileManager::hasReplacedFileSizes() const {
+  return fileSize_.get() != nullptr || aggregateFileSize_.get() != nullptr ||
+         attributeAsInt_.get() != nullptr;
 }

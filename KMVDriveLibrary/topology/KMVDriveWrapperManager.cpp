@@ -9,6 +9,7 @@
 
 #include "base/Fatal.h"
 #include "platform/Platform.h"
+#include "topology/CodexWrapperSupply.h"
 #include "topology/Names.h"
 
 namespace {
@@ -45,7 +46,8 @@ KMVDriveWrapperManager& KMVDriveWrapperManager::sharedInstance() {
 }
 
 KMVDriveWrapperManager::KMVDriveWrapperManager()
-    : queue_(kmv::Platform::current().queues().makeSerialQueue("KMVDriveWrapperManagerQueue")) {}
+    : queue_(kmv::Platform::current().queues().makeSerialQueue("KMVDriveWrapperManagerQueue")),
+      codex_(std::make_shared<kmv::topology::CodexWrapperSupply>(queue_)) {}
 
 KMVDriveWrapperManager::~KMVDriveWrapperManager() = default;
 
@@ -100,4 +102,13 @@ std::shared_ptr<KMVRootDiskWrapper> KMVDriveWrapperManager::rootDiskOf(const kmv
   const auto made = std::make_shared<KMVRootDiskWrapper>(unit);
   rootDisks_.insert_or_assign(unit, made);
   return made;
+}
+
+KMVDriveWrapperManager::CodexVFSWrappers KMVDriveWrapperManager::codexVFSWrappers() const {
+  return codex_->wrappers();
+}
+
+void KMVDriveWrapperManager::codexVFSWrapper(const kmv::URL& location, kmv::Dictionary arbiterDict,
+                                             bool /*requireIsReady*/, WrapperSupply wrapperSupply) {
+  codex_->request(location, std::move(arbiterDict), std::move(wrapperSupply));
 }

@@ -88,9 +88,9 @@ TEST_F(Attributes, DatesAreWrittenInUTCWithTheMillisecondsOfTheirDay) {
   Gatherer::setExtendedModificationDateAttributesForFile(file, std::nullopt, error);
   EXPECT_EQ(machine.attribute(file, "ltfs.modifyTime"), std::nullopt);
   Gatherer::setExtendedModificationDateAttributesForFile(file, dateOf(1704164645.25), error);
-  Gatherer::setExtendedCreationDateAttributesForFile(file, dateOf(-0.75), error);
+  Gatherer::setExtendedCreationDateAttributesForFile(file, dateOf(-0.7504), error);
   EXPECT_EQ(machine.attribute(file, "ltfs.modifyTime"), "2024-01-02T03:04:05.11045250Z");
-  EXPECT_EQ(machine.attribute(file, "ltfs.createTime"), "1969-12-31T23:59:59.86399250Z");
+  EXPECT_EQ(machine.attribute(file, "ltfs.createTime"), "1969-12-31T23:59:59.86399250Z") << "the nearest";
   EXPECT_FALSE(error);
 
   Gatherer::setExtendedModificationDateAttributesForFile("/nowhere", dateOf(0), error);

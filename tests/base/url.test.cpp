@@ -22,9 +22,13 @@ class FewPaths : public FileSystem {
   std::vector<URL> mountedVolumeURLs() override { return {}; }
   std::vector<HiddenMount> hiddenMounts() override { return {}; }
   std::optional<URL> volumeURL(const URL&) override { return std::nullopt; }
-  std::optional<std::string> readRegularFile(const std::string&, std::size_t) override {
-    return std::nullopt;
-  }
+  FileBytes readRegularFile(const std::string&, std::size_t) override { return {}; }
+  std::unique_ptr<FileStream> openForReading(const std::string&) override { return nullptr; }
+  ItemKind itemKind(const std::string&) override { return ItemKind::none; }
+  std::optional<std::uint64_t> sizeOfItem(const std::string&) override { return std::nullopt; }
+  std::optional<Dictionary> attributesOfItem(const std::string&) override { return std::nullopt; }
+  void visitFiles(const std::string&, const std::string&,
+                  const std::function<void(const WalkedFile&)>&) override {}
   bool itemExists(const std::string& path) override {
     ++questions;
     return existing.count(path) != 0;

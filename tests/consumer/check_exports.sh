@@ -23,7 +23,7 @@ awk '
     weak = kind ~ /^[VWu]$/
   }
   name ~ /kmv::Linux|kmv::simulated|\(anonymous namespace\)|nlohmann/ { print "  " kind " " name; next }
-  name ~ /^(kmv::|KMV|k[A-Z]|OrvaneLog|CrossAppFileManager|ApplicationIOTrackingDelegate|IOActivityUpdate|URLActivityUpdate|DeviceIOStatistics|NewDiskAppeared$|DiskDisappeared$|DiskDescriptionChanged$|DiskUnmountCallback$|DiskRenameCallback$)/ { next }
+  name ~ /^(kmv::|KMV|k[A-Z]|OrvaneLog|CrossAppFileManager|Codex(VirtualFileSystemWrapper|ExtendedAttributes)|VirtualFileSystemWrapper|virtualFileSystemWrapperHasUpdated$|ExtendedAttributesError|StreamFileReader|ApplicationIOTrackingDelegate|IOActivityUpdate|URLActivityUpdate|DeviceIOStatistics|NewDiskAppeared$|DiskDisappeared$|DiskDescriptionChanged$|DiskUnmountCallback$|DiskRenameCallback$)/ { next }
   weak && name ~ /(^|[ (<])(std|__gnu_cxx|kmv)::/ { next }
   weak && isTypeName { next } # of function types, for std::function
   weak && name ~ /^operator (new|delete)/ { next }

@@ -108,6 +108,26 @@ static_assert(exists<void (KMVDiskBSDBaseWrapper::*)(const DictionarySnapshot&),
 static_assert(std::is_base_of_v<KMVVolumePartitionWrapper, Container>);
 static_assert(!std::is_base_of_v<KMVDiskBSDBaseWrapper, Root>);
 
+using Codex = CodexVirtualFileSystemWrapper;
+using CodexWrapper = std::shared_ptr<Codex>;
+static_assert(exists<CodexWrapper (*)(const URL&), &Codex::initWithRoot>);
+static_assert(exists<bool (*)(const URL&, const kmv::Dictionary&), &Codex::urlIsInVirtualFileSystem>);
+static_assert(exists<bool (Codex::*)(), &Codex::vfsIsReady>);
+static_assert(exists<bool (Codex::*)() const, &Codex::sizeIsCalculated>);
+static_assert(exists<std::optional<std::int64_t> (Codex::*)() const, &Codex::estimatedVFSSize>);
+static_assert(exists<std::optional<kmv::Date> (Codex::*)() const, &Codex::vfsLastModifiedDate>);
+static_assert(exists<std::optional<kmv::Dictionary> (Codex::*)() const, &Codex::vfsFileAttributes>);
+static_assert(exists<void (Codex::*)(bool), &Codex::updateWrapper>);
+static_assert(exists<void (Codex::*)(), &Codex::inspectVFSForLoadActivity>);
+static_assert(exists<std::int64_t (Codex::*)(const URL&), &Codex::getFileSizeOfItem>);
+static_assert(exists<void (Codex::*)(std::function<void(std::int64_t)>), &Codex::setSizeUpdated>);
+static_assert(static_cast<int>(VirtualFileSystemType::codexHDE) == 2);
+static_assert(exists<void (Manager::*)(const URL&, kmv::Dictionary, bool, Manager::WrapperSupply),
+                     &Manager::codexVFSWrapper>);
+static_assert(exists<std::map<std::string, CodexWrapper> (Manager::*)() const, &Manager::codexVFSWrappers>);
+static_assert(exists<std::optional<std::int64_t> (*)(const URL&), &kmv::codexEstimatedHDESize>);
+static_assert(exists<std::optional<std::int64_t> (*)(const URL&), &kmv::codexDecodedSize>);
+
 using Monitor = KMVDriveActivityMonitor;
 using Tracker = KMVDriveIOActivityTracker;
 using Bytes = std::uint64_t;
@@ -204,6 +224,7 @@ TEST(SurfaceTest, TextsOfTheConstantsAreWhatHostsCompareWith) {
       {kDiskMountedPriorToApplicationInstance, "diskMountedPriorToApplicationInstance"},
       {kDiskWrapperKey, "kDiskWrapperKey"},
       {kDADeviceModel, "DADeviceModel"},
+      {virtualFileSystemWrapperHasUpdated, "virtualFileSystemWrapperHasUpdated"},
   };
   for (const auto& [constant, text] : texts) EXPECT_EQ(constant, text);
 }

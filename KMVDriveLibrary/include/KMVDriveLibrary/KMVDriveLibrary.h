@@ -3,6 +3,8 @@
 
 // Everything a host needs. The simulated machine for hosts' tests is apart:
 // <KMVDriveLibrary/testing/SimulatedPlatform.h>.
+#include <KMVDriveLibrary/CodexExtendedAttributes.h>
+#include <KMVDriveLibrary/CodexVirtualFileSystemWrapper.h>
 #include <KMVDriveLibrary/Disk.h>
 #include <KMVDriveLibrary/DiskCallbacks.h>
 #include <KMVDriveLibrary/DissentStatus.h>
@@ -27,5 +29,6 @@
 #include <KMVDriveLibrary/UUID.h>
 #include <KMVDriveLibrary/Value.h>
 #include <KMVDriveLibrary/host/CrossAppKit.h>
+#include <KMVDriveLibrary/host/OrvaneApp.h>
 #include <KMVDriveLibrary/host/OrvaneDataIO.h>
 #include <KMVDriveLibrary/host/OrvaneLogging.h>

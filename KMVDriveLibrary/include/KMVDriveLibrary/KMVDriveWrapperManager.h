@@ -1,26 +1,40 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <KMVDriveLibrary/CodexVirtualFileSystemWrapper.h>
 #include <KMVDriveLibrary/Export.h>
 #include <KMVDriveLibrary/KMVDiskAdditionalInformationProtocol.h>
 #include <KMVDriveLibrary/KMVRootDiskWrapper.h>
 #include <KMVDriveLibrary/NumberOrder.h>
 #include <KMVDriveLibrary/Queue.h>
+#include <KMVDriveLibrary/URL.h>
+#include <KMVDriveLibrary/Value.h>
+#include <KMVDriveLibrary/host/OrvaneApp.h>
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
 
-/// Files every drive that the registry learns of under its whole disk, and gives the drive its wrapper.
+namespace kmv::topology {
+class CodexWrapperSupply;
+}
+
+/// Files every drive that the registry learns of under its whole disk, and gives the drive its wrapper. Makes
+/// and keeps the wrappers of Codex volumes.
 ///
 /// Life:    made by the first registry, as its first listener; lives as long as the process.
 /// Threads: every member may be called from any thread. Filing runs on a queue of its own,
-/// "KMVDriveWrapperManagerQueue",
-///          and waits for it; the snapshots do not.
-class KMV_EXPORT KMVDriveWrapperManager : public KMVDiskAdditionalInformationProtocol {
+///          "KMVDriveWrapperManagerQueue", and waits for it; the snapshots do not. Codex wrappers are handed
+///          out on that queue.
+class KMV_EXPORT KMVDriveWrapperManager
+    : public KMVDiskAdditionalInformationProtocol,
+      public ORVAppDriveWrapperManager<CodexVirtualFileSystemWrapper, KMVRootDiskWrapper> {
  public:
   /// Whole disks by BSD unit, in ascending order of the units.
-  using VolumeWrappers = std::map<kmv::Value, std::shared_ptr<KMVRootDiskWrapper>, kmv::NumberOrder>;
+  using VolumeWrappers = ORVAppDriveWrapperManager::VolumeWrappers;
+  using CodexWrapper = std::shared_ptr<CodexVirtualFileSystemWrapper>;
+  using WrapperSupply = std::function<void(const CodexWrapper& wrapper)>;
 
   /// The one manager of the process. (shared)
   static const std::shared_ptr<KMVDriveWrapperManager>& shared();
@@ -34,9 +48,12 @@ class KMV_EXPORT KMVDriveWrapperManager : public KMVDiskAdditionalInformationPro
   KMVDriveWrapperManager& operator=(const KMVDriveWrapperManager&) = delete;
 
   /// The whole disks that are alive at this moment. (volumeWrappers)
-  VolumeWrappers volumeWrappers() const;
+  VolumeWrappers volumeWrappers() const override;
   /// The same. Selector: allVolumeWrappers
   VolumeWrappers allVolumeWrappers() const;
+
+  /// The Codex wrappers by the path of their volume's root. Once made, a wrapper stays. (codexVFSWrappers)
+  CodexVFSWrappers codexVFSWrappers() const override;
 
   /// Files the drive and stores its wrapper in it under `kDiskWrapperKey`. False, and the drive stays as it
   /// is, when it has no BSD name that is a text or no BSD unit that is a number; that is logged at debug
@@ -44,6 +61,15 @@ class KMV_EXPORT KMVDriveWrapperManager : public KMVDiskAdditionalInformationPro
   /// `backingDictionary`. Thread: any but the manager's queue, for which it waits. Failure: no drive at all
   /// stops the process. Selector: addInformationAboutDiskDictionary:
   bool addInformationAboutDiskDictionary(const std::shared_ptr<kmv::DriveDictionary>& drive) override;
+
+  /// Hands the Codex wrapper of the volume that holds `location` to `wrapperSupply`, exactly once and later,
+  /// on the manager's queue; null when the volume is none, or none is known. `arbiterDict` is the dictionary
+  /// of its drive. One wrapper for each volume, made at the first request. `requireIsReady` has no effect, on
+  /// purpose: ask the wrapper. Returns at once. The volume is asked on a thread beside, and a new wrapper
+  /// made there, so that one that does not answer holds back its own requests only; requests about different
+  /// volumes may be answered in any order. (codexVFSWrapper(for:arbiterDict:requireIsReady:wrapperSupply:))
+  void codexVFSWrapper(const kmv::URL& location, kmv::Dictionary arbiterDict, bool requireIsReady,
+                       WrapperSupply wrapperSupply);
 
  private:
   KMVRootDiskWrapper::Wrapper file(const kmv::Value& unit, const kmv::DictionarySnapshot& contents);
@@ -53,4 +79,5 @@ class KMV_EXPORT KMVDriveWrapperManager : public KMVDiskAdditionalInformationPro
   mutable std::mutex mutex_;
   std::map<kmv::Value, std::weak_ptr<KMVRootDiskWrapper>, kmv::NumberOrder> rootDisks_;
   std::size_t roomBeforeSweep_ = 0;
+  std::shared_ptr<kmv::topology::CodexWrapperSupply> codex_;
 };

@@ -17,18 +17,6 @@ namespace {
 constexpr std::size_t kUsualValue = 512;
 constexpr std::size_t kLargestValue = 1 << 20;  // the kernel's own limit is 64 KiB; a server may say anything
 
-std::string withNameSpace(const std::string& name) {
-  constexpr std::array<std::string_view, 4> kNameSpaces{"user.", "trusted.", "security.", "system."};
-  const bool hasOne = std::any_of(kNameSpaces.begin(), kNameSpaces.end(),
-                                  [&](std::string_view space) { return name.starts_with(space); });
-  return hasOne ? name : "user." + name;
-}
-
-/// True when the file system may know the attribute by its plain name: after these answers to the other.
-bool mayBePlain(int error) {
-  return error == ENODATA || error == EOPNOTSUPP;
-}
-
 /// One call where the value is short. Between asking for the size and for the value it can grow; then it is
 /// asked again.
 std::optional<std::string> valueOf(const std::string& path, const std::string& name) {
@@ -46,27 +34,39 @@ std::optional<std::string> valueOf(const std::string& path, const std::string& n
 
 }  // namespace
 
+std::string attributeNameInSpace(const std::string& name) {
+  constexpr std::array<std::string_view, 4> kNameSpaces{"user.", "trusted.", "security.", "system."};
+  const bool hasOne = std::any_of(kNameSpaces.begin(), kNameSpaces.end(),
+                                  [&](std::string_view space) { return name.starts_with(space); });
+  return hasOne ? name : "user." + name;
+}
+
+bool mayBePlainAttribute(int error) {
+  return error == ENODATA || error == EOPNOTSUPP;
+}
+
 std::optional<std::string> LinuxExtendedAttributes::get(const std::string& path, const std::string& name) {
-  const std::string first = withNameSpace(name);
+  const std::string first = attributeNameInSpace(name);
   auto value = valueOf(path, first);
-  if (!value && first != name && mayBePlain(errno)) value = valueOf(path, name);
+  if (!value && first != name && mayBePlainAttribute(errno)) value = valueOf(path, name);
   return value;
 }
 
 bool LinuxExtendedAttributes::set(const std::string& path, const std::string& name,
                                   const std::string& value) {
-  return ::setxattr(path.c_str(), withNameSpace(name).c_str(), value.data(), value.size(), 0) == 0;
+  return ::setxattr(path.c_str(), attributeNameInSpace(name).c_str(), value.data(), value.size(), 0) == 0;
 }
 
 std::string LinuxExtendedAttributes::nameForReading(const std::string& path, const std::string& name) {
-  std::string first = withNameSpace(name);
-  if (first == name || ::getxattr(path.c_str(), first.c_str(), nullptr, 0) >= 0 || !mayBePlain(errno))
+  std::string first = attributeNameInSpace(name);
+  if (first == name || ::getxattr(path.c_str(), first.c_str(), nullptr, 0) >= 0 ||
+      !mayBePlainAttribute(errno))
     return first;
   return ::getxattr(path.c_str(), name.c_str(), nullptr, 0) >= 0 ? name : first;
 }
 
 std::string LinuxExtendedAttributes::nameForWriting(const std::string& name) {
-  return withNameSpace(name);
+  return attributeNameInSpace(name);
 }
 
 ChildProcess::Result LinuxChildProcess::run(const Request& request) {

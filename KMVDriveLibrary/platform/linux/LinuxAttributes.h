@@ -9,6 +9,12 @@
 
 namespace kmv {
 
+/// An attribute's name as ordinary file systems know it: one without a name space gets "user." in front.
+std::string attributeNameInSpace(const std::string& name);
+
+/// True when, after this error with the name in the name space, the file system may know the plain name.
+bool mayBePlainAttribute(int error);
+
 /// Ordinary file systems know names only in name spaces, so a name without one is read and written with
 /// "user." in front. A file system of another kind (FUSE) may serve it as it stands; it is asked for that
 /// when it has not the other.

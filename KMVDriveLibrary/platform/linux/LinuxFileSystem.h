@@ -18,7 +18,13 @@ class LinuxFileSystem final : public FileSystem {
   std::vector<URL> mountedVolumeURLs() override;
   std::vector<HiddenMount> hiddenMounts() override;
   std::optional<URL> volumeURL(const URL& url) override;
-  std::optional<std::string> readRegularFile(const std::string& path, std::size_t mostBytes) override;
+  FileBytes readRegularFile(const std::string& path, std::size_t mostBytes) override;
+  std::unique_ptr<FileStream> openForReading(const std::string& path) override;
+  ItemKind itemKind(const std::string& path) override;
+  std::optional<std::uint64_t> sizeOfItem(const std::string& path) override;
+  std::optional<Dictionary> attributesOfItem(const std::string& path) override;
+  void visitFiles(const std::string& folder, const std::string& attribute,
+                  const std::function<void(const WalkedFile&)>& visit) override;
   bool itemExists(const std::string& path) override;
   std::optional<std::string> realPath(const std::string& path) override;
   const std::vector<std::string>& pathAliasPrefixes() override;

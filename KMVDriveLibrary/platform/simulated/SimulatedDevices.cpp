@@ -11,6 +11,7 @@ std::unique_ptr<DriveStatisticsReader> SimulatedIORegistry::makeStatisticsReader
 }
 
 SimulatedAttributes::SimulatedAttributes(SimulatedFileSystem& fileSystem) : fileSystem_(fileSystem) {
+  fileSystem.setAttributeSource([this](const auto& path, const auto& name) { return get(path, name); });
   programs["/usr/bin/xattr"] = [this](const auto& words) { return runAttributeTool(words); };
 }
 

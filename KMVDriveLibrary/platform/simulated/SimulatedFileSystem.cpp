@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <deque>
 #include <string_view>
+#include <utility>
 
 #include "base/Fatal.h"
 #include "platform/simulated/Descriptions.h"
@@ -67,12 +68,96 @@ std::optional<URL> SimulatedFileSystem::volumeURL(const URL& url) {
   return URL::fileURLWithPath("/", /*isDirectory=*/true);  // the machine itself, which is no drive
 }
 
-std::optional<std::string> SimulatedFileSystem::readRegularFile(const std::string& path,
-                                                                std::size_t mostBytes) {
+FileBytes SimulatedFileSystem::readRegularFile(const std::string& path, std::size_t mostBytes) {
   scheduler_.requireOwnThread();
   const auto file = contents_.find(placeOfNew(path));
-  if (file == contents_.end() || file->second.size() > mostBytes) return std::nullopt;
-  return file->second;
+  if (file == contents_.end())
+    return {{}, itemExists(path) ? FileBytes::Failure::unreadable : FileBytes::Failure::missing};
+  return file->second.size() > mostBytes ? FileBytes{} : FileBytes{file->second, {}};
+}
+
+std::unique_ptr<FileStream> SimulatedFileSystem::openForReading(const std::string& path) {
+  class Stream final : public FileStream {
+   public:
+    explicit Stream(std::string bytes) : bytes_(std::move(bytes)) {}
+    std::optional<std::string> read(std::size_t mostBytes) override {
+      std::string part = bytes_.substr(at_, mostBytes);
+      at_ += part.size();
+      return part;
+    }
+
+   private:
+    std::string bytes_;
+    std::size_t at_ = 0;
+  };
+  const auto resolved = realPath(path);
+  const auto file = resolved ? contents_.find(placeOf(*resolved)) : contents_.end();
+  return file == contents_.end() ? nullptr : std::make_unique<Stream>(file->second);
+}
+
+ItemKind SimulatedFileSystem::itemKind(const std::string& path) {
+  const auto resolved = realPath(path);
+  if (!resolved) return ItemKind::none;
+  const Place place = placeOf(*resolved == "/" ? std::string() : *resolved);
+  const bool isRoot = *resolved == "/" || (place.first && place.second.empty());
+  return isRoot || !contentsOfFolder(*resolved).empty() ? ItemKind::folder : ItemKind::file;
+}
+
+std::optional<std::uint64_t> SimulatedFileSystem::sizeOfItem(const std::string& path) {
+  scheduler_.requireOwnThread();
+  const Place place = placeOfNew(path);
+  if (const auto reported = reportedSizes_.find(place); reported != reportedSizes_.end())
+    return reported->second;
+  if (const auto link = links_.find(place); link != links_.end()) return link->second.size();
+  if (const auto file = contents_.find(place); file != contents_.end()) return file->second.size();
+  return itemExists(path) ? std::optional<std::uint64_t>(0) : std::nullopt;
+}
+
+std::optional<Dictionary> SimulatedFileSystem::attributesOfItem(const std::string& path) {
+  if (!itemExists(path)) return std::nullopt;
+  constexpr double kStart = 788'918'400;  // the wall clock when the machine was made
+  const bool isFolder = itemKind(path) == ItemKind::folder;
+  return Dictionary{{"NSFileSize", isFolder ? 0 : sizeOfItem(path).value_or(0)},
+                    {"NSFileModificationDate", Date{kStart}},
+                    {"NSFileType", isFolder ? "NSFileTypeDirectory" : "NSFileTypeRegular"}};
+}
+
+struct SimulatedFileSystem::Walk {
+  const std::string& attribute;
+  const std::function<void(const WalkedFile&)>& visit;
+  const Walk* outer;        // of the folder around
+  std::string folder = {};  // resolved
+};
+
+void SimulatedFileSystem::visitFiles(const std::string& folder, const std::string& attribute,
+                                     const std::function<void(const WalkedFile&)>& visit) {
+  if (const auto resolved = realPath(folder)) walk({attribute, visit, nullptr}, folder, *resolved);
+}
+
+void SimulatedFileSystem::walk(const Walk& around, const std::string& shownPath,
+                               const std::string& resolvedPath) {
+  for (const Walk* outer = &around; outer != nullptr; outer = outer->outer) {
+    if (outer->folder == resolvedPath) return;
+  }
+  const Walk here{around.attribute, around.visit, &around, resolvedPath};
+  for (const std::string& name : contentsOfFolder(resolvedPath)) {
+    if (name.starts_with("._")) continue;
+    const std::string path = shownPath + "/" + name;
+    switch (itemKind(path)) {
+      case ItemKind::none:
+        break;
+      case ItemKind::folder:
+        walk(here, path, *realPath(path));
+        break;
+      case ItemKind::file: {
+        const std::uint64_t size = sizeOfItem(path).value_or(0);
+        const bool asks = size == 0 && !here.attribute.empty() && attributeOf_;
+        const auto value = asks ? attributeOf_(path, here.attribute) : std::nullopt;
+        here.visit({path, size, value ? std::optional<std::string_view>(*value) : std::nullopt});
+        break;
+      }
+    }
+  }
 }
 
 bool SimulatedFileSystem::itemExists(const std::string& path) {
@@ -170,6 +255,29 @@ bool SimulatedFileSystem::isThere(const std::string& resolvedPath) const {
                      [&](const Mount& mount) { return isWithin(mount.where, resolvedPath); });
 }
 
+std::set<std::string> SimulatedFileSystem::contentsOfFolder(const std::string& resolvedPath) const {
+  const std::string folder = resolvedPath == "/" ? std::string() : resolvedPath;
+  const Place place = placeOf(folder);
+  std::set<std::string> names;
+  const auto addChild = [&names](std::string_view path, std::string_view above) {
+    if (!isWithin(path, above) || path.size() == above.size()) return;
+    const std::string_view rest = path.substr(above.size() + 1);
+    names.emplace(rest.substr(0, rest.find('/')));
+  };
+  for (const Place& item : items_) {
+    if (item.first == place.first) addChild(item.second, place.second);
+  }
+  for (const auto& [link, target] : links_) {
+    if (link.first == place.first) addChild(link.second, place.second);
+  }
+  for (const Mount& mount : mounts_) addChild(mount.where, folder);
+  return names;
+}
+
+void SimulatedFileSystem::setReportedSize(const std::string& path, std::uint64_t size) {
+  reportedSizes_[placeOfNew(path)] = size;
+}
+
 void SimulatedFileSystem::createItem(const std::string& path) {
   items_.insert(placeOfNew(path));
 }
@@ -185,6 +293,7 @@ void SimulatedFileSystem::removeItem(const std::string& path) {
     return other.first == place.first && isWithin(other.second, place.second);
   };
   std::erase_if(contents_, [&](const auto& file) { return within(file.first); });
+  std::erase_if(reportedSizes_, [&](const auto& file) { return within(file.first); });
   const std::size_t removed = std::erase_if(items_, within) +
                               std::erase_if(links_, [&](const auto& link) { return within(link.first); });
   if (removed == 0) fatal("there is no item \"" + path + "\" to remove");

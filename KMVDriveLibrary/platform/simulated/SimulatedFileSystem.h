@@ -3,8 +3,10 @@
 
 #include <KMVDriveLibrary/testing/SimulatedPlatform.h>
 
+#include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -25,7 +27,13 @@ class SimulatedFileSystem : public FileSystem {
   std::vector<URL> mountedVolumeURLs() override;
   std::vector<HiddenMount> hiddenMounts() override;
   std::optional<URL> volumeURL(const URL& url) override;
-  std::optional<std::string> readRegularFile(const std::string& path, std::size_t mostBytes) override;
+  FileBytes readRegularFile(const std::string& path, std::size_t mostBytes) override;
+  std::unique_ptr<FileStream> openForReading(const std::string& path) override;
+  ItemKind itemKind(const std::string& path) override;
+  std::optional<std::uint64_t> sizeOfItem(const std::string& path) override;
+  std::optional<Dictionary> attributesOfItem(const std::string& path) override;
+  void visitFiles(const std::string& folder, const std::string& attribute,
+                  const std::function<void(const WalkedFile&)>& visit) override;
   bool itemExists(const std::string& path) override;
   std::optional<std::string> realPath(const std::string& path) override;
   const std::vector<std::string>& pathAliasPrefixes() override;
@@ -42,9 +50,15 @@ class SimulatedFileSystem : public FileSystem {
 
   void createItem(const std::string& path);
   void writeFile(const std::string& path, std::string bytes);
+  void setReportedSize(const std::string& path, std::uint64_t size);
   void removeItem(const std::string& path);
   void createLink(const std::string& path, const std::string& target);
   void addHiddenMount(HiddenMount mount) { hiddenMounts_.push_back(std::move(mount)); }
+  /// Whom walks ask for attributes.
+  void setAttributeSource(
+      std::function<std::optional<std::string>(const std::string&, const std::string&)> source) {
+    attributeOf_ = std::move(source);
+  }
   void failNextMountedVolumeList() { ++listsToFail_; }
 
  private:
@@ -63,6 +77,10 @@ class SimulatedFileSystem : public FileSystem {
   Place placeOf(const std::string& resolvedPath) const;
   Place placeOfNew(const std::string& path) const;
   bool isThere(const std::string& resolvedPath) const;
+  /// Names, in ascending order.
+  std::set<std::string> contentsOfFolder(const std::string& resolvedPath) const;
+  struct Walk;
+  void walk(const Walk& walk, const std::string& shownPath, const std::string& resolvedPath);
 
   const Scheduler& scheduler_;
   std::vector<Mount> mounts_;
@@ -70,6 +88,8 @@ class SimulatedFileSystem : public FileSystem {
   std::set<Place> items_;
   std::map<Place, std::string> links_;
   std::map<Place, std::string> contents_;  // of the items that are regular files
+  std::map<Place, std::uint64_t> reportedSizes_;
+  std::function<std::optional<std::string>(const std::string&, const std::string&)> attributeOf_;
   int listsToFail_ = 0;
 };
 

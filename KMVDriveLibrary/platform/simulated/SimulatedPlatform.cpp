@@ -146,6 +146,9 @@ void SimulatedPlatform::createItem(const std::string& path) {
 void SimulatedPlatform::writeFile(const std::string& path, const std::string& bytes) {
   machine_->fileSystem().writeFile(path, bytes);
 }
+void SimulatedPlatform::setReportedSize(const std::string& path, std::uint64_t size) {
+  machine_->fileSystem().setReportedSize(path, size);
+}
 void SimulatedPlatform::removeItem(const std::string& path) {
   machine_->fileSystem().removeItem(path);
 }

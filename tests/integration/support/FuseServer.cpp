@@ -33,9 +33,12 @@ bool isMounted(const std::string& point) {
 
 // The kernel keeps no answers of it: whoever asks anything of it waits when it has stopped.
 FuseServer::FuseServer(std::string point, const std::string& program)
-    : point_(std::move(point)),
-      process_({program, "-f", "-s", "-o", "subtype=kmvhello,fsname=kmvhello,attr_timeout=0,entry_timeout=0",
-                point_}) {
+    : FuseServer(point,
+                 Process::Words{program, "-f", "-s", "-o",
+                                "subtype=kmvhello,fsname=kmvhello,attr_timeout=0,entry_timeout=0", point}) {}
+
+FuseServer::FuseServer(std::string point, const Process::Words& words)
+    : point_(std::move(point)), process_(words) {
   if (!eventually([this] { return isMounted(point_); }))
     throw std::runtime_error("no FUSE mount came at " + point_);
 }

@@ -13,6 +13,8 @@ class FuseServer {
   /// Mounts it at `point` as kind "fuse.kmvhello" and waits until it shows in the mount table.
   /// Failure: throws std::runtime_error.
   explicit FuseServer(std::string point, const std::string& program = KMV_HELLO_FILE_SYSTEM);
+  /// The same with whatever `words` starts, which mounts itself at `point`.
+  FuseServer(std::string point, const Process::Words& words);
   /// Kills the server, stopped or not, and takes the mount away.
   ~FuseServer();
   FuseServer(const FuseServer&) = delete;

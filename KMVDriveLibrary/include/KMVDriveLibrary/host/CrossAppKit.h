@@ -9,6 +9,9 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
 #include <vector>
 
 /// Something that another of the maker's applications, or another part of this one, moved. Immutable.
@@ -45,12 +48,27 @@ class KMV_EXPORT ApplicationIOTrackingDelegate {
   kmv::AtomicProperty<std::shared_ptr<const std::vector<UpdateHandler>>> handlers_;
 };
 
+/// An extended attribute, or what stands in for it, could not be had.
+class KMV_EXPORT ExtendedAttributesError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+  ~ExtendedAttributesError() override;
+};
+
 /// What this library needs of the maker's shared helpers for files. Each has a working default and one setter
 /// that replaces it; an empty function brings the default back. Threads: every member may be called from any
-/// thread.
+/// thread. All may wait for the volume of their file.
 class KMV_EXPORT CrossAppFileManager {
  public:
   using VolumeRoot = std::function<std::optional<kmv::URL>(const kmv::URL&)>;
+  using FileSize = std::function<std::optional<std::uint64_t>(std::string_view path)>;
+  using ShouldContinue = std::function<bool()>;
+  using AggregateFileSize =
+      std::function<std::uint64_t(const kmv::URL&, const ShouldContinue&, unsigned options)>;
+  using ExtendedAttributeAsInt = std::function<std::int64_t(const kmv::URL&, std::string_view name)>;
+
+  /// Leaves out, below the folder that is summed, whatever has a name that begins with a dot.
+  static constexpr unsigned kSkipsHiddenFiles = 4;
 
   /// The one of the process.
   static CrossAppFileManager& defaultManager();
@@ -60,6 +78,32 @@ class KMV_EXPORT CrossAppFileManager {
   std::optional<kmv::URL> standardizedVolumeRootForFilePathURL(const kmv::URL& url) const;
   void setStandardizedVolumeRootForFilePathURL(VolumeRoot function);
 
+  /// The size in bytes that the file system reports for the item itself, a link not followed; none when it is
+  /// unknown. Selector: sizeOfFileAtPath(path:)
+  std::optional<std::uint64_t> sizeOfFileAtPath(std::string_view path) const;
+  void setSizeOfFileAtPath(FileSize function);
+
+  /// The sum of the sizes in bytes of the item at `url` and, if it is a folder, of the files below it; asks
+  /// `shouldContinue`, if there is one, before each, and ends with what it has when that says no. Failure:
+  /// throws what is derived from std::exception; the default throws std::runtime_error for a missing item and
+  /// a sum beyond 64 bits. Selector: aggregateFileSize(ofURL:shouldContinue:options:)
+  std::uint64_t aggregateFileSize(const kmv::URL& ofURL, const ShouldContinue& shouldContinue,
+                                  unsigned options) const;
+  void setAggregateFileSize(AggregateFileSize function);
+
+  /// The integer in an extended attribute; the default takes a decimal number with a sign or without, white
+  /// space and NULs at its ends left aside. Failure: throws ExtendedAttributesError when there is no such
+  /// attribute, it cannot be read, or it is no integer of 64 bits. Selector:
+  /// getExtendedAttributeAsInt(named:)
+  std::int64_t getExtendedAttributeAsInt(const kmv::URL& url, std::string_view named) const;
+  void setGetExtendedAttributeAsInt(ExtendedAttributeAsInt function);
+
+  /// True when one of the three above was replaced: what the file system says is not the last word then.
+  bool hasReplacedFileSizes() const;
+
  private:
   kmv::AtomicProperty<VolumeRoot> volumeRoot_;
+  kmv::AtomicProperty<FileSize> fileSize_;
+  kmv::AtomicProperty<AggregateFileSize> aggregateFileSize_;
+  kmv::AtomicProperty<ExtendedAttributeAsInt> attributeAsInt_;
 };

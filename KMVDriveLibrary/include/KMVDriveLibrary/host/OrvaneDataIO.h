@@ -1,9 +1,14 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <KMVDriveLibrary/Error.h>
+#include <KMVDriveLibrary/Export.h>
 #include <KMVDriveLibrary/URL.h>
 
+#include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <memory>
 #include <optional>
 
 /// What a volume's medium is, as the maker's data framework tells them apart. This library finds solid state,
@@ -18,4 +23,35 @@ struct IOVolume {
   std::optional<std::int64_t> capacity = std::nullopt;            ///< bytes
   std::optional<std::int64_t> availableCapacity = std::nullopt;   ///< bytes
   std::optional<std::int64_t> preferredBlockSize = std::nullopt;  ///< bytes
+};
+
+/// Reads a file's bytes in blocks, as far as this library needs it of the maker's data framework: opens,
+/// hands over one block after the other, closes. One use, one thread at a time. A handler may be called
+/// before the member that it was given to returns, or later on another thread.
+class KMV_EXPORT StreamFileReader {
+ public:
+  using Buffer = std::unique_ptr<std::byte[]>;
+  using OpenHandler = std::function<void(bool isOpen)>;
+  /// Takes over the block; `stop` set to true ends the cycle.
+  using UpdateBlock = std::function<void(Buffer bytes, std::size_t byteCount, bool& stop)>;
+  using CompletionBlock = std::function<void(const std::optional<kmv::Error>& error)>;
+  using Factory = std::function<std::shared_ptr<StreamFileReader>(const kmv::URL& file)>;
+
+  /// A reader of `file` with its own buffer size, queue and descriptor flags. The default reads regular files
+  /// on the calling thread in blocks of a megabyte, and has called every handler when the member that it was
+  /// given to returns. Selector: StreamFileReader(file:bufferSize:queue:fileDescriptorFlags:)
+  static std::shared_ptr<StreamFileReader> reader(const kmv::URL& file);
+  /// Replaces what `reader` makes; an empty function brings the default back.
+  static void setFactory(Factory factory);
+
+  virtual ~StreamFileReader();
+
+  /// Selector: openForReading(_:)
+  virtual void openForReading(OpenHandler completion) = 0;
+  /// Hands over every block up to the end of the file, then calls `completionBlock`, with the error that
+  /// ended the cycle, if one did. A file that is not open is an error. Selector:
+  /// beginByteSupplyCycle(updateBlock:completionBlock:)
+  virtual void beginByteSupplyCycle(UpdateBlock updateBlock, CompletionBlock completionBlock) = 0;
+  /// Selector: closeIOWithCompletionHandler(_:)
+  virtual void closeIOWithCompletionHandler(std::function<void()> completion) = 0;
 };

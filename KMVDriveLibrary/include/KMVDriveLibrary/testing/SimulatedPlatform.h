@@ -162,9 +162,12 @@ class SimulatedPlatform {
   // --- The file system. "/" exists, so do mount points, and whatever leads to an item. Items on a volume go
   // with it. ---
 
+  /// An item that cannot be read; as a file it is empty.
   void createItem(const std::string& path);
   /// A regular file with this content; in place of an earlier one.
   void writeFile(const std::string& path, const std::string& bytes);
+  /// From now on the file at `path` is said to have this size, whatever is in it.
+  void setReportedSize(const std::string& path, std::uint64_t size);
   /// The item, link or tree at `path`.
   void removeItem(const std::string& path);
   /// A symbolic link at `path`. "/tmp", "/var" and "/etc" are links into "/private" from the start.

@@ -1,0 +1,196 @@
+// SPDX-License-Identifier: MIT
+#include "codexvfs/CodexFileSizes.h"
+
+#include <KMVDriveLibrary/CodexExtendedAttributes.h>
+#include <KMVDriveLibrary/host/CrossAppKit.h>
+#include <KMVDriveLibrary/host/OrvaneDataIO.h>
+#include <KMVDriveLibrary/host/OrvaneLogging.h>
+
+#include <condition_variable>
+#include <exception>
+#include <limits>
+#include <memory>
+#include <mutex>
+#include <utility>
+
+#include "base/AttributeNumber.h"
+#include "base/Fatal.h"
+#include "platform/Platform.h"
+
+namespace {
+
+using kmv::URL;
+
+// Programming errors by contract, wherever they come from: sizes that do not fit stop the process.
+
+std::int64_t sum(std::int64_t a, std::int64_t b) {
+  std::int64_t result = 0;
+  if (__builtin_add_overflow(a, b, &result))
+    kmv::fatal("Codex volume: sizes add up to more than 64 bits hold");
+  return result;
+}
+
+std::int64_t magnitude(std::int64_t size) {
+  if (size == std::numeric_limits<std::int64_t>::min())
+    kmv::fatal("Codex volume: a size has no absolute value");
+  return size < 0 ? -size : size;
+}
+
+std::int64_t signedSize(std::uint64_t size) {
+  if (size > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()))
+    kmv::fatal("Codex volume: a size is beyond a signed number of 64 bits");
+  return static_cast<std::int64_t>(size);
+}
+
+const OrvaneLog& log() {
+  return OrvaneLog::defaultLog();
+}
+
+/// What the rule asks about a file, answered by the helpers that the host may have replaced.
+class AskedFile {
+ public:
+  explicit AskedFile(const URL& url) : url_(url) {}
+
+  std::optional<std::uint64_t> size() const { return helpers().sizeOfFileAtPath(url_.path()); }
+  std::optional<std::uint64_t> aggregateSize() const {
+    try {
+      return helpers().aggregateFileSize(url_, nullptr, CrossAppFileManager::kSkipsHiddenFiles);
+    } catch (const std::exception&) {
+      return std::nullopt;
+    }
+  }
+  bool isFile() const {
+    return kmv::Platform::current().fileSystem().itemKind(url_.path()) == kmv::ItemKind::file;
+  }
+  std::optional<std::int64_t> estimate() const { return kmv::codexEstimatedHDESize(url_); }
+
+  static CrossAppFileManager& helpers() { return CrossAppFileManager::defaultManager(); }
+
+ private:
+  const URL& url_;
+};
+
+/// The same, answered by what a walk saw: the helpers' own answers, as long as the host has replaced none.
+class SeenFile {
+ public:
+  explicit SeenFile(const kmv::WalkedFile& file) : file_(file) {}
+
+  std::optional<std::uint64_t> size() const { return file_.size; }
+  std::optional<std::uint64_t> aggregateSize() const { return file_.size; }
+  static bool isFile() { return true; }
+  std::optional<std::int64_t> estimate() const {
+    return file_.attribute ? kmv::numberInAttribute(*file_.attribute) : std::nullopt;
+  }
+
+ private:
+  const kmv::WalkedFile& file_;
+};
+
+/// The size of a file; none where nothing tells it.
+template <typename File>
+std::optional<std::int64_t> sizeByRule(const File& file) {
+  if (file.size().value_or(0) != 0) {
+    const auto size = file.aggregateSize();
+    return size ? std::optional(signedSize(*size)) : std::nullopt;
+  }
+  return file.isFile() ? file.estimate() : std::nullopt;
+}
+
+std::string descriptionOf(const kmv::Error& error) {
+  return "Error Domain=" + error.domain + " Code=" + std::to_string(error.code);
+}
+
+/// The bytes that can be read from a file.
+std::int64_t readSizeOf(const URL& url) {
+  struct Counted {
+    std::mutex mutex;
+    std::condition_variable closed;
+    bool isClosed = false;
+    std::int64_t bytes = 0;
+  };
+  const auto counted = std::make_shared<Counted>();
+  const std::shared_ptr<StreamFileReader> reader = StreamFileReader::reader(url);
+  const auto count = [counted](StreamFileReader::Buffer, std::size_t byteCount, bool&) {
+    const std::lock_guard lock(counted->mutex);
+    counted->bytes = sum(counted->bytes, signedSize(byteCount));
+  };
+  const auto close = [counted, reader, url](const std::optional<kmv::Error>& error) {
+    if (error)
+      log().logInfo("KMV_CodexVFS-actualFileSize(of:'" + url.absoluteString() +
+                    "') error: " + descriptionOf(*error));
+    reader->closeIOWithCompletionHandler([counted] {
+      const std::lock_guard lock(counted->mutex);
+      counted->isClosed = true;
+      counted->closed.notify_all();
+    });
+  };
+  // Whether it is open makes no difference: the cycle then says why not.
+  reader->openForReading([reader, count, close](bool) { reader->beginByteSupplyCycle(count, close); });
+  std::unique_lock lock(counted->mutex);
+  counted->closed.wait(lock, [&] { return counted->isClosed; });
+  return counted->bytes;
+}
+
+std::int64_t actualFileSize(const URL& url) {
+  const std::string path = url.path();
+  const CrossAppFileManager& helpers = AskedFile::helpers();
+  std::int64_t size = 0;
+  if (helpers.sizeOfFileAtPath(path).value_or(0) != 0)
+    size = signedSize(helpers.sizeOfFileAtPath(path).value_or(0));
+  if (size == 0) size = readSizeOf(url);
+  if (size == 0)
+    log().logInfo("KMV_CodexVFS-File size of 0 found for '" + url.lastPathComponent() +
+                  "' while parsing Codex stack.");
+  return size;
+}
+
+}  // namespace
+
+std::optional<std::int64_t> CodexFileSizes::sizeOfFile(const URL& file) {
+  return sizeByRule(AskedFile(file));
+}
+
+std::int64_t CodexFileSizes::walk(const std::string& folder) {
+  std::int64_t total = 0;
+  asksHelpers_ = AskedFile::helpers().hasReplacedFileSizes();
+  kmv::Platform::current().fileSystem().visitFiles(
+      folder, kmv::codexAttributeName(CodexExtendedAttributes::extimatedHDESize),
+      [&](const kmv::WalkedFile& file) { count(file, total); });
+  return total;
+}
+
+void CodexFileSizes::count(const kmv::WalkedFile& file, std::int64_t& total) {
+  if (!asksHelpers_) {
+    if (const auto size = sizeByRule(SeenFile(file))) return remember(file.path, *size, total);
+  }
+  const URL url = URL::fileURLWithPath(file.path, /*isDirectory=*/false);
+  const AskedFile asked(url);
+  if (asksHelpers_) {
+    if (const auto size = sizeByRule(asked)) return remember(file.path, *size, total);
+  }
+  if (asked.size().value_or(0) != 0) return remember(file.path, actualFileSize(url), total);
+  if (const auto before = known(file.path); before && *before != -1) {
+    total = sum(total, magnitude(*before));  // and nothing is remembered anew
+    return;
+  }
+  if (const auto size = sizeByRule(asked)) return remember(file.path, *size, total);
+  log().logError("KMV_CodexVFS-Could not get extended attributes estimatedSize for file at path: '" +
+                 std::string(file.path) + "' defaulting to 0....");
+}
+
+std::optional<std::int64_t> CodexFileSizes::known(std::string_view path) const {
+  const auto found = cachedFileSizeLookup_.find(path);
+  return found == cachedFileSizeLookup_.end() ? std::nullopt : std::optional(found->second);
+}
+
+void CodexFileSizes::remember(std::string_view path, std::int64_t size, std::int64_t& total) {
+  const auto found = cachedFileSizeLookup_.find(path);
+  std::int64_t before = 0;
+  if (found == cachedFileSizeLookup_.end()) {
+    cachedFileSizeLookup_.emplace(path, size);
+  } else {
+    before = std::exchange(found->second, size);
+  }
+  aggregateSize_ = sum(aggregateSize_ - magnitude(before), magnitude(size));
+  total = sum(total, magnitude(size));
+}

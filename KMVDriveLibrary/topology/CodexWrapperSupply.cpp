@@ -1,0 +1,82 @@
+// SPDX-License-Identifier: MIT
+#include "topology/CodexWrapperSupply.h"
+
+#include <KMVDriveLibrary/Exception.h>
+#include <KMVDriveLibrary/KMVDiskArbiter.h>
+#include <KMVDriveLibrary/host/OrvaneLogging.h>
+
+#include <optional>
+#include <utility>
+
+namespace kmv::topology {
+namespace {
+
+/// The root of the Codex volume that holds `location`; none when no drive does, or the drive is none.
+std::optional<URL> codexRootOf(const URL& location, const Dictionary& drive) {
+  try {
+    auto root = KMVDiskArbiter::sharedInstance().findRootDriveURLForPathURL(location);
+    if (root && CodexVirtualFileSystemWrapper::urlIsInVirtualFileSystem(location, drive)) return root;
+  } catch (const Exception&) {  // nothing on the way up is on a drive
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+CodexWrapperSupply::CodexWrapperSupply(std::shared_ptr<SerialQueue> managerQueue)
+    : queue_(std::move(managerQueue)),
+      questions_(Platform::current().queues().makeConcurrentQueue("KMVDriveWrapperManagerQuestions")) {}
+
+CodexWrapperSupply::Wrappers CodexWrapperSupply::wrappers() const {
+  const std::lock_guard lock(mutex_);
+  return wrappers_;
+}
+
+CodexWrapperSupply::Wrapper CodexWrapperSupply::known(const std::string& path) const {
+  const std::lock_guard lock(mutex_);
+  const auto found = wrappers_.find(path);
+  return found == wrappers_.end() ? nullptr : found->second;
+}
+
+void CodexWrapperSupply::request(const URL& location, Dictionary drive, Answer answer) {
+  questions_->async(
+      [self = shared_from_this(), location, drive = std::move(drive), answer = std::move(answer)] {
+        const auto root = codexRootOf(location, drive);
+        self->queue_->async([self, root, answer] {
+          if (root) {
+            self->supply(*root, answer);
+          } else {
+            answer(nullptr);
+          }
+        });
+      });
+}
+
+/// Runs on the queue. Who asks while the wrapper is being made is answered with the first one.
+void CodexWrapperSupply::supply(const URL& root, Answer answer) {
+  const std::string path = root.path();
+  if (const Wrapper wrapper = known(path)) {
+    answer(wrapper);
+    return;
+  }
+  auto& waiting = inTheMaking_[path];
+  waiting.push_back(std::move(answer));
+  if (waiting.size() > 1) return;
+  questions_->async([self = shared_from_this(), root] {
+    self->queue_->async(
+        [self, root, made = CodexVirtualFileSystemWrapper::initWithRoot(root)] { self->keep(root, made); });
+  });
+}
+
+/// Runs on the queue.
+void CodexWrapperSupply::keep(const URL& root, const Wrapper& wrapper) {
+  OrvaneLog::defaultLog().logDebug("KMV-Codex new wrapper created.");
+  {
+    const std::lock_guard lock(mutex_);
+    wrappers_.emplace(root.path(), wrapper);
+  }
+  const auto waiting = inTheMaking_.extract(root.path());
+  for (const Answer& answer : waiting.mapped()) answer(wrapper);
+}
+
+}  // namespace kmv::topology

@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <KMVDriveLibrary/CodexVirtualFileSystemWrapper.h>
+#include <KMVDriveLibrary/Queue.h>
+#include <KMVDriveLibrary/URL.h>
+#include <KMVDriveLibrary/Value.h>
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "platform/Platform.h"
+
+namespace kmv::topology {
+
+/// Makes one Codex wrapper for each volume that is asked for, and keeps it.
+///
+/// Threads: any. What may wait for a volume runs beside the manager's queue, since the registry waits for
+/// that queue; answers, and whatever decides about wrappers, run on it.
+class CodexWrapperSupply : public std::enable_shared_from_this<CodexWrapperSupply> {
+ public:
+  using Wrapper = std::shared_ptr<CodexVirtualFileSystemWrapper>;
+  using Wrappers = std::map<std::string, Wrapper>;  // by the path of the root
+  using Answer = std::function<void(const Wrapper&)>;
+
+  explicit CodexWrapperSupply(std::shared_ptr<SerialQueue> managerQueue);
+
+  void request(const URL& location, Dictionary drive, Answer answer);
+  Wrappers wrappers() const;
+
+ private:
+  void supply(const URL& root, Answer answer);
+  void keep(const URL& root, const Wrapper& wrapper);
+  Wrapper known(const std::string& path) const;
+
+  const std::shared_ptr<SerialQueue> queue_;
+  const std::shared_ptr<ConcurrentQueue> questions_;
+  std::map<std::string, std::vector<Answer>> inTheMaking_;  // on the queue
+  mutable std::mutex mutex_;
+  Wrappers wrappers_;
+};
+
+}  // namespace kmv::topology

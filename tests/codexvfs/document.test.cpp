@@ -1,0 +1,131 @@
+// SPDX-License-Identifier: MIT
+// The document's two readers: JSON as the platform reads it, and the flags.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "base/AttributeNumber.h"
+#include "base/ByteCountText.h"
+#include "codexvfs/CodexVFSState.h"
+#include "codexvfs/JSONDocument.h"
+
+namespace kmv {
+namespace {
+
+using namespace std::string_literals;
+
+std::string printed(std::string_view json) {
+  const auto value = valueOfJSON(json);
+  return value ? value->description() : "none";
+}
+
+TEST(JSON, IsReadAsThePlatformReadsIt) {
+  EXPECT_EQ(printed(R"({"b":[1,-2,1.0,true,null],"a":"\u00e9\ud83d\ude00"})"),
+            "{\n    a = \"\\U00e9\\Ud83d\\Ude00\";\n    b =     (\n        1,\n        \"-2\",\n        1,\n "
+            "       1,\n"
+            "        \"<null>\"\n    );\n}");
+  EXPECT_EQ(printed(R"({"a":1,"a":2})"), printed(R"({"a":2})"));
+  for (const char* text : {"[1,]", "{\"a\":1,}", "[[],{} , \n]", "[\"a,]\",]"})
+    EXPECT_NE(printed(text), "none") << text;
+  for (const char* text :
+       {"",      " ",        "1",        "\"a\"",         "null",      "[,]",      "{,}",
+        "[1,,]", "[1] x",    "[01]",     "[+1]",          "[.5]",      "[1.]",     "['a']",
+        "[NaN]", "// c\n[]", "[\"\n\"]", "[\"\\ud83d\"]", "{\"a\":,}", "{\"a\",}", "[\"\xff\"]",
+        "[1\f]", "[",        "\"",       "[\"\\"})
+    EXPECT_EQ(printed(text), "none") << text;
+  EXPECT_NE(printed(std::string(512, '[') + std::string(512, ']')), "none");
+  EXPECT_EQ(printed(std::string(513, '[') + std::string(513, ']')), "none");
+}
+
+TEST(JSON, MayBeInAnyOfTheWideEncodings) {
+  const std::string plain = printed("[\"é😀\"]");
+  const auto encoded = [](std::u32string_view text, std::size_t unit, bool bigEndian) {
+    std::string bytes;
+    const auto add = [&](std::uint32_t value) {
+      for (std::size_t i = 0; i < unit; ++i)
+        bytes += static_cast<char>(value >> 8 * (bigEndian ? unit - 1 - i : i) & 0xffU);
+    };
+    for (const char32_t c : text) {
+      if (unit == 2 && c > 0xffff) {
+        add(0xd800 + ((c - 0x10000) >> 10));
+        add(0xdc00 + (c & 0x3ff));
+      } else {
+        add(c);
+      }
+    }
+    return bytes;
+  };
+  for (const std::size_t unit : {2u, 4u}) {
+    for (const bool bigEndian : {false, true}) {
+      EXPECT_EQ(printed(encoded(U"[\"é😀\"]", unit, bigEndian)), plain);
+      EXPECT_EQ(printed(encoded(U"\ufeff[\"é😀\"]", unit, bigEndian)), plain);
+      EXPECT_EQ(printed(encoded(U"[\"é😀\"]", unit, bigEndian) + "x"), "none") << "cut short";
+    }
+  }
+  EXPECT_EQ(printed("\xef\xbb\xbf[\"é😀\"]"), plain);
+  EXPECT_EQ(printed("[\0\"\0\x3d\xd8]\0"s), "none") << "half a pair";
+}
+
+TEST(CodexState, KeepsWhatTheDocumentOnceSaid) {
+  const std::string file = ::testing::TempDir() + "/kmv_document_" + std::to_string(getpid());
+  CodexVFSState state(URL::fileURLWithPath(file, /*isDirectory=*/false));
+  EXPECT_EQ(state.softwareVersion(), "");
+  EXPECT_EQ(state.volumeLabel(), "unknown");
+  EXPECT_EQ(state.vfsType(), std::nullopt);
+  EXPECT_EQ(state.logFile(), std::nullopt);
+  EXPECT_EQ(state.status(), std::nullopt);
+  const auto read = [&](const std::string& document) {
+    std::ofstream(file) << document;
+    state.updateFlags();
+    std::filesystem::remove(file);
+  };
+  read(
+      R"({"sw_version":"1.2","volume_label":"A001","vfs_type":"device","log_file":"/tmp/x.log","status":"built"})");
+  state.updateFlags();  // there is none now
+  read("{}");
+  read(R"({"sw_version":1,"status":null})");
+  EXPECT_EQ(state.softwareVersion(), "1.2");
+  EXPECT_EQ(state.volumeLabel(), "A001");
+  EXPECT_EQ(state.vfsType(), CodexVFSFlag::VFSType::device);
+  EXPECT_EQ(state.logFile(), URL::fileURLWithPath("/tmp/x.log", false));
+  EXPECT_EQ(state.status(), CodexVFSFlag::Status::built);
+  read(R"({"vfs_type":"Device","status":"initialized","log_file":"a b/"})");
+  EXPECT_EQ(state.vfsType(), std::nullopt);
+  EXPECT_EQ(state.status(), std::nullopt);
+  EXPECT_EQ(state.logFile(), URL::fileURLWithPath(std::filesystem::current_path().native() + "/a b", true));
+  read(R"({"status":"initialising"})");
+  EXPECT_EQ(state.status(), CodexVFSFlag::Status::initialising);
+}
+
+TEST(ByteCount, IsWrittenAsThePlatformWritesIt) {
+  const std::pair<std::int64_t, const char*> cases[] = {{0, "Zero KB"},
+                                                        {1, "1 byte"},
+                                                        {-1, "-1 byte"},
+                                                        {2, "2 bytes"},
+                                                        {999, "999 bytes"},
+                                                        {1000, "1 KB"},
+                                                        {-1023, "-1 KB"},
+                                                        {1536, "2 KB"},
+                                                        {11999, "12 KB"},
+                                                        {900000, "900 KB"},
+                                                        {999999, "1 MB"},
+                                                        {1048576, "1 MB"},
+                                                        {1500000, "1.5 MB"},
+                                                        {123456789, "123.5 MB"},
+                                                        {999900000, "999.9 MB"},
+                                                        {999999999, "1 GB"},
+                                                        {1234567898, "1.23 GB"},
+                                                        {5500000000, "5.5 GB"},
+                                                        {-12345678987, "-12.35 GB"},
+                                                        {1000000000000, "1 TB"},
+                                                        {1000000000000000, "1 PB"},
+                                                        {INT64_MAX, "9.22 EB"},
+                                                        {INT64_MIN, "-9.22 EB"}};
+  for (const auto& [bytes, text] : cases) EXPECT_EQ(byteCountText(bytes), text);
+}
+
+}  // namespace
+}  // namespace kmv

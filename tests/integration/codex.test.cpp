@@ -1,0 +1,217 @@
+// SPDX-License-Identifier: MIT
+// A Codex volume served for real: recognised, watched until it is built, sized, announced; and in the hands
+// of a server that hangs or dies.
+#include <KMVDriveLibrary/KMVDriveLibrary.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <sys/xattr.h>
+
+#include <algorithm>
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "integration/support/FuseServer.h"
+#include "integration/support/Observer.h"
+#include "integration/support/Story.h"
+
+namespace kmv::integration {
+namespace {
+
+using Wrapper = std::shared_ptr<CodexVirtualFileSystemWrapper>;
+
+constexpr char kBuilt[] = R"({"status":"built"})";
+
+class CodexStory : public FuseStory {
+ protected:
+  void SetUp() override {
+    FuseStory::SetUp();
+    if (IsSkipped()) return;
+    OrvaneLog::defaultLog().setSink([this](OrvaneLog::Level, std::string_view line) {
+      const std::lock_guard lock(mutex_);
+      lines_.emplace_back(line);
+    });
+  }
+  void TearDown() override { OrvaneLog::defaultLog().setSink(nullptr); }
+
+  /// A Codex volume at a new folder of this name; `write` is about the last one.
+  FuseServer serve(const std::string& name, const Process::Words& options = {}) {
+    point = space().folder(name);
+    Process::Words words{KMV_CODEX_FILE_SYSTEM, point};
+    words.insert(words.end(), options.begin(), options.end());
+    return FuseServer(point, words);
+  }
+  void write(const std::string& document) {
+    ASSERT_EQ(setxattr(point.c_str(), "user.document", document.data(), document.size(), 0), 0);
+  }
+  /// Asks for the wrapper of a path; the answer comes later.
+  static std::shared_ptr<std::optional<Wrapper>> ask(Observer& observer, const std::string& path) {
+    auto answer = std::make_shared<std::optional<Wrapper>>();
+    const auto url = URL::fileURLWithPath(path, /*isDirectory=*/false);
+    const auto drive = observer.arbiter().findRootMountDictionaryForURL(url);
+    KMVDriveWrapperManager::sharedInstance().codexVFSWrapper(
+        url, *drive->snapshot(), /*requireIsReady=*/true,
+        [answer](const Wrapper& wrapper) { mainQueue().async([answer, wrapper] { *answer = wrapper; }); });
+    return answer;
+  }
+  Wrapper wrapperOf(Observer& observer, const std::string& path) {
+    const auto answer = ask(observer, path);
+    EXPECT_TRUE(observer.waitFor([&] { return answer->has_value(); }));
+    return answer->value_or(nullptr);
+  }
+  std::size_t count(const std::string& line) {
+    const std::lock_guard lock(mutex_);
+    return static_cast<std::size_t>(std::count(lines_.begin(), lines_.end(), line));
+  }
+  static URL urlOf(const std::string& path) { return URL::fileURLWithPath(path, /*isDirectory=*/false); }
+
+  std::string point;
+
+ private:
+  std::mutex mutex_;
+  std::vector<std::string> lines_;
+};
+
+// 1000 + 3000 + 42 + 7 + 5000, and the document itself.
+constexpr std::int64_t kClips = 9049;
+
+TEST_F(CodexStory, IsWatchedUntilItIsBuiltAndThenSizedAndAnnouncedOnce) {
+  Observer observer(space().scratch());
+  const FuseServer server = serve("codex");
+  observer.arbiter().startArbiter();
+  ASSERT_TRUE(observer.waitFor([&] { return observer.drive("codex") != nullptr; }));
+  std::vector<const void*> announced;
+  const auto registration = NotificationCenter::defaultCenter().addObserver(
+      virtualFileSystemWrapperHasUpdated, [&](const Notification& notification) {
+        mainQueue().async([&, object = notification.object.object()] { announced.push_back(object.get()); });
+      });
+
+  const Wrapper wrapper = wrapperOf(observer, point + "/clips/A001.ari");
+  ASSERT_NE(wrapper, nullptr);
+  EXPECT_EQ(wrapperOf(observer, point), wrapper);
+  EXPECT_EQ(count("KMV-Codex new wrapper created."), 1u);
+  EXPECT_EQ(KMVDriveWrapperManager::sharedInstance().codexVFSWrappers().count(point), 1u);
+  EXPECT_EQ(wrapper->estimatedVFSSize(), std::nullopt);
+  ASSERT_TRUE(observer.waitFor([&] { return count("KMV_CodexVFS-Codex VFS now built after delay!") == 2; }));
+  EXPECT_FALSE(wrapper->sizeIsCalculated());
+  write(kBuilt);
+  ASSERT_TRUE(observer.waitFor([&] { return !announced.empty(); }));
+  const std::int64_t size = kClips + static_cast<std::int64_t>(sizeof kBuilt - 1);
+  EXPECT_EQ(wrapper->estimatedVFSSize(), size);
+  EXPECT_EQ(count("KMV_CodexVFS-Finished estimating size 9 KB for codex VFS at: `" + point + "`"), 1u);
+  EXPECT_EQ(wrapper->getFileSizeOfItem(urlOf(point)), size);
+  EXPECT_EQ(wrapper->estimatedVFSSize(), size) << "a second walk changes nothing";
+  EXPECT_EQ(wrapper->getFileSizeOfItem(urlOf(point + "/clips/reel")), 5000);
+  EXPECT_EQ(wrapper->getFileSizeOfItem(urlOf(point + "/clips/odd \xff\n name")), 42);
+  EXPECT_EQ(wrapper->getFileSizeOfItem(urlOf(point + "/clips/missing")), 0);
+  const auto attributes = codexExtendedAttributes(urlOf(point + "/clips/A001.ari"));
+  EXPECT_EQ(attributes.at(CodexExtendedAttributes::decodedSize), 2000);
+  EXPECT_EQ(attributes.at(CodexExtendedAttributes::extimatedHDESize), 1000);
+  EXPECT_EQ(wrapper->vfsLastModifiedDate(), Date{1'700'000'000 - 978'307'200});
+  // Files grow: the new size replaces the one before.
+  ASSERT_EQ(setxattr((point + "/clips/A002.ari").c_str(), "user.size", "70", 2, 0), 0);
+  EXPECT_EQ(wrapper->getFileSizeOfItem(urlOf(point)), size + 70);
+  EXPECT_EQ(wrapper->estimatedVFSSize(), size + 70);
+  EXPECT_EQ(announced, std::vector<const void*>{static_cast<Object*>(wrapper.get())});
+  unmount(point);  // not busy: nothing on it is open
+  ASSERT_TRUE(observer.waitFor([&] { return observer.drive("codex") == nullptr; }));
+}
+
+TEST_F(CodexStory, ALargeVolumeCostsFewRequestsAndIsAddedUpExactly) {
+  Observer observer(space().scratch());
+  observer.arbiter().startArbiter();
+  constexpr int kFolders = 20, kFiles = 100;
+  std::int64_t expected = kClips + static_cast<std::int64_t>(sizeof kBuilt - 1);
+  for (int d = 0; d < kFolders; ++d) {
+    for (int f = 0; f < kFiles; ++f) expected += 1000 + (d + f) % 1000;
+  }
+  const std::pair<const char*, double> cases[] = {{"--keeps=600", 1.1}, {"--keeps=0", 2.15}};
+  for (const auto& [keeps, most] : cases) {
+    const FuseServer server = serve(keeps + 2, {"--folders=20", "--files=100", keeps});
+    ASSERT_TRUE(observer.waitFor([&] { return observer.drive(keeps + 2) != nullptr; }));
+    write(kBuilt);
+    const auto requests = [&] {
+      char text[32] = {};
+      getxattr(point.c_str(), "user.requests", text, sizeof text - 1);
+      return std::stod(text);
+    };
+    const auto wrapper = CodexVirtualFileSystemWrapper::initWithRoot(urlOf(point));
+    wrapper->getFileSizeOfItem(urlOf(point + "/missing"));  // behind the estimate
+    EXPECT_EQ(wrapper->estimatedVFSSize(), expected);
+    const double before = requests();
+    EXPECT_EQ(wrapper->getFileSizeOfItem(urlOf(point + "/d00007")),
+              kFiles * 1000 + kFiles * (kFiles - 1) / 2 + 7 * kFiles);
+    EXPECT_LE((requests() - before) / kFiles, most) << keeps;
+  }
+}
+
+TEST_F(CodexStory, AServerThatHangsOrDiesKeepsNobodyWaitingButWhoAsksAboutIt) {
+  Observer observer(space().scratch());
+  observer.arbiter().startArbiter();
+  FuseServer hanging = serve("hanging");
+  FuseServer healthy = serve("codex");
+  ASSERT_TRUE(observer.waitFor([&] { return observer.drive("codex") && observer.drive("hanging"); }));
+  const Wrapper watched = wrapperOf(observer, space().path("hanging"));
+  ASSERT_NE(watched, nullptr);
+  hanging.stop();
+  watched->updateWrapper(/*shouldUpdateSize=*/false);  // hangs on its own queue
+  const auto late = ask(observer, space().path("hanging"));
+
+  const Wrapper wrapper = wrapperOf(observer, point);
+  ASSERT_NE(wrapper, nullptr);
+  wrapper->getFileSizeOfItem(urlOf(point + "/missing"));  // behind the look that follows the making
+  write(kBuilt);
+  std::atomic<std::int64_t> size{0};
+  wrapper->setSizeUpdated([&](std::int64_t bytes) { size = bytes; });
+  ASSERT_TRUE(observer.waitFor([&] { return size > 0; })) << "checked on the main queue, which goes on";
+  const LoopDevice card = newVolume("ext4", "Card");
+  mountVolume(card.node(), space().folder("card"), "ext4");
+  ASSERT_TRUE(observer.waitFor([&] { return observer.drive("card") != nullptr; })) << "drives are filed";
+  EXPECT_FALSE(late->has_value());
+  hanging.resume();
+  ASSERT_TRUE(observer.waitFor([&] { return late->has_value(); }));
+  EXPECT_EQ(**late, watched);
+
+  healthy.kill();
+  EXPECT_TRUE(wrapper->vfsIsReady()) << "what is built is not asked again";
+  EXPECT_EQ(wrapper->getFileSizeOfItem(urlOf(point)), 0);
+  EXPECT_EQ(wrapper->vfsFileAttributes(), std::nullopt);
+  hanging.stop();
+  watched->updateWrapper(/*shouldUpdateSize=*/false);  // and so the process ends
+}
+
+TEST_F(CodexStory, AHostileDocumentIsUnreadable) {
+  const LoopDevice card = newVolume("ext4", "Card");
+  const std::string root = space().folder("card"), document = root + "/.codexvfs";
+  mountVolume(card.node(), root, "ext4");
+  std::ofstream(root + "/document") << kBuilt;
+  const std::function<void()> hostile[] = {
+      [&] { ASSERT_EQ(mkfifo(document.c_str(), 0644), 0); },
+      [&] { std::filesystem::create_symlink("document", document); },
+      [&] { std::ofstream(document) << std::string(100'000, ' ') << kBuilt; },
+      [&] { ASSERT_EQ(mknod(document.c_str(), S_IFBLK | 0600, makedev(7, 250)), 0); }};
+  std::size_t complaints = 0;
+  for (const auto& make : hostile) {
+    make();
+    EXPECT_FALSE(CodexVirtualFileSystemWrapper::initWithRoot(urlOf(root))->vfsIsReady());
+    const std::size_t now = count("The file “.codexvfs” couldn’t be opened.");
+    EXPECT_GT(now, complaints);
+    complaints = now;
+    std::filesystem::remove(document);
+  }
+  std::filesystem::rename(root + "/document", document);
+  EXPECT_TRUE(CodexVirtualFileSystemWrapper::initWithRoot(urlOf(root))->vfsIsReady());
+}
+
+}  // namespace
+}  // namespace kmv::integration
