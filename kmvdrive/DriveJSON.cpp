@@ -117,6 +117,12 @@ JSON jsonOfDrive(const Dictionary& drive) {
   return object;
 }
 
+JSON jsonOfCodexVolume(const CodexStatus& status) {
+  JSON volume = {{"state", status.isBuilt ? "built" : "initialising"}};
+  if (status.size) volume["size"] = *status.size;
+  return volume;
+}
+
 JSON jsonOfHiddenMount(const HiddenMount& mount) {
   return {{"path", mount.path}, {"kind", mount.kind}, {"rule", mount.rule}};
 }

@@ -7,6 +7,8 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
+#include "kmvdrive/CodexFeed.h"
+
 namespace kmv::tool {
 
 /// Keeps members in the order in which they were set, so that output can be compared as text.
@@ -20,6 +22,9 @@ JSON jsonOf(const Value& value);
 /// A drive, or the description of a disk that is not mounted: its best-known facts under names of their own,
 /// absent ones left out, and everything else under "description".
 JSON jsonOfDrive(const Dictionary& drive);
+
+/// "state", and "size" in bytes when it is known.
+JSON jsonOfCodexVolume(const CodexStatus& status);
 
 JSON jsonOfHiddenMount(const HiddenMount& mount);
 

@@ -90,6 +90,18 @@ std::string activityAsJSON(EventTime time, const ActivityBoard::Activities& acti
   return jsonLine({{"event", "activity"}, {"time", sinceEpoch.count()}, {"drives", std::move(drives)}});
 }
 
+std::string codexAsJSON(EventTime time, const CodexStatus& status) {
+  const std::chrono::duration<double> sinceEpoch = time.time_since_epoch();
+  JSON line = {{"event", "codex"}, {"time", sinceEpoch.count()}, {"path", status.path}};
+  line.update(jsonOfCodexVolume(status));
+  return jsonLine(line);
+}
+
+std::string codexAsText(EventTime time, const CodexStatus& status, const Style& style) {
+  return localTimeText(time) + "  " + style.apply(Style::Look::notice, "codex") + "    " +
+         visibleText(status.path) + "  " + codexText(status) + "\n";
+}
+
 std::string eventAsText(DriveEvent event, EventTime time, const Dictionary& drive, const Style& style) {
   constexpr std::size_t kLongestEvent = sizeof "present" - 1;
   const auto [name, look] = lookOf(event);

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "kmvdrive/ActivityBoard.h"
+#include "kmvdrive/CodexFeed.h"
 #include "kmvdrive/DriveLedger.h"
 #include "kmvdrive/Style.h"
 
@@ -20,6 +21,10 @@ std::string eventAsJSON(DriveEvent event, EventTime time, const Dictionary& driv
 
 /// One line of JSON lines for what drives moved in a cycle; empty when there is nothing to tell.
 std::string activityAsJSON(EventTime time, const ActivityBoard::Activities& activities);
+
+/// One line for what is known of a Codex volume.
+std::string codexAsJSON(EventTime time, const CodexStatus& status);
+std::string codexAsText(EventTime time, const CodexStatus& status, const Style& style);
 
 /// One line for people, with the local time.
 std::string eventAsText(DriveEvent event, EventTime time, const Dictionary& drive, const Style& style);

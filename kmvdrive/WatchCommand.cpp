@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "kmvdrive/ActivityFeed.h"
+#include "kmvdrive/CodexFeed.h"
 #include "kmvdrive/Command.h"
 #include "kmvdrive/DriveLedger.h"
 #include "kmvdrive/EventText.h"
@@ -88,9 +89,16 @@ class Subscription {
 
 ExitCode watch(CommandContext& context, const WatchOptions& options) {
   bool writable = true;
+  CodexFeed codex([&](const CodexStatus& status) {
+    if (!writable) return;
+    const EventTime now = std::chrono::system_clock::now();
+    writable = context.output.write(options.json ? codexAsJSON(now, status)
+                                                 : codexAsText(now, status, context.style));
+  });
   const auto ledger = std::make_shared<DriveLedger>([&](DriveEvent event, const Dictionary& drive) {
     if (!writable) return;
     const EventTime now = std::chrono::system_clock::now();
+    if (event == DriveEvent::present || event == DriveEvent::added) codex.ask(drive);
     writable = context.output.write(options.json ? eventAsJSON(event, now, drive)
                                                  : eventAsText(event, now, drive, context.style));
   });

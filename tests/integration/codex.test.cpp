@@ -3,6 +3,7 @@
 // of a server that hangs or dies.
 #include <KMVDriveLibrary/KMVDriveLibrary.h>
 #include <fcntl.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -188,6 +189,33 @@ TEST_F(CodexStory, AServerThatHangsOrDiesKeepsNobodyWaitingButWhoAsksAboutIt) {
   EXPECT_EQ(wrapper->vfsFileAttributes(), std::nullopt);
   hanging.stop();
   watched->updateWrapper(/*shouldUpdateSize=*/false);  // and so the process ends
+}
+
+TEST_F(CodexStory, TheToolShowsItsStateAndItsSizeAsItComes) {
+  Process watch({KMVDRIVE_PROGRAM, "watch", "--json"});
+  const auto nextOf = [&](const std::string& event) {
+    for (;;) {
+      const auto line = watch.readLine();
+      if (!line) return nlohmann::json();
+      auto read = nlohmann::json::parse(*line);
+      if (read["event"] == event &&
+          read.value("path", read.value("drive", nlohmann::json::object()).value("path", "")) == point)
+        return read;
+    }
+  };
+  const FuseServer server = serve("codex");
+  EXPECT_EQ(nextOf("codex").value("state", ""), "initialising");
+  EXPECT_THAT(run({KMVDRIVE_PROGRAM, "list", "-v"}).output, ::testing::HasSubstr("initialising"));
+  write(kBuilt);
+  const auto built = nextOf("codex");
+  const std::int64_t size = kClips + static_cast<std::int64_t>(sizeof kBuilt - 1);
+  EXPECT_EQ(built.value("state", ""), "built");
+  EXPECT_EQ(built.value("size", 0), size);
+  const auto list = nlohmann::json::parse(run({KMVDRIVE_PROGRAM, "list", "-v", "--json"}).output);
+  const auto drive = std::find_if(list["drives"].begin(), list["drives"].end(),
+                                  [&](const auto& one) { return one["path"] == point; });
+  ASSERT_NE(drive, list["drives"].end());
+  EXPECT_EQ((*drive)["codex"], (nlohmann::json{{"state", "built"}, {"size", size}}));
 }
 
 TEST_F(CodexStory, AHostileDocumentIsUnreadable) {

@@ -2,6 +2,7 @@
 // A Codex volume for tests: a read-only FUSE file system whose files are empty and carry their size in an
 // attribute, with a state document at its top.
 //   kmv_codex_file_system POINT [--folders=N] [--files=N] [--keeps=SECONDS] [--delay=MICROSECONDS] [--plain]
+//                         [--no-clips]
 // Folders "d00000" with files "f00000" each, besides the odd files of "clips". What the kernel may keep, it
 // keeps for `keeps` seconds, none at all by default. Each attribute takes `delay`. `plain`: attributes are
 // known by their plain names only. Attributes of the top tell and change it: "user.requests" counts,
@@ -72,11 +73,7 @@ void addFile(fuse_ino_t folder, const std::string& name, const std::string& cont
   add(folder, name, {.size = content.size(), .content = content});
 }
 
-void buildTree(unsigned long folders, unsigned long files) {
-  nodes[FUSE_ROOT_ID].mode = S_IFDIR | 0755;
-  const std::string document =
-      R"({"status":"initialising","sw_version":"1.2.3","vfs_type":"device","volume_label":"A001"})";
-  addFile(FUSE_ROOT_ID, ".codexvfs", document);
+void buildClips() {
   const fuse_ino_t clips = addFolder(FUSE_ROOT_ID, "clips");
   add(clips, "A001.ari", {.attributes = {{kEstimate, "1000"}, {"user.codex.decodedSize", "2000"}}});
   add(clips, "A002.ari", {});
@@ -88,6 +85,14 @@ void buildTree(unsigned long folders, unsigned long files) {
   add(clips, "loop", {.mode = S_IFLNK | 0777, .size = 2, .content = ".."});
   add(clips, "nowhere", {.mode = S_IFLNK | 0777, .size = 7, .content = "missing"});
   addFile(addFolder(clips, "reel"), "real.bin", std::string(5000, 'x'));
+}
+
+void buildTree(unsigned long folders, unsigned long files, bool withClips) {
+  nodes[FUSE_ROOT_ID].mode = S_IFDIR | 0755;
+  const std::string document =
+      R"({"status":"initialising","sw_version":"1.2.3","vfs_type":"device","volume_label":"A001"})";
+  addFile(FUSE_ROOT_ID, ".codexvfs", document);
+  if (withClips) buildClips();
   char name[32];
   for (unsigned long d = 0; d < folders; ++d) {
     std::snprintf(name, sizeof name, "d%05lu", d);
@@ -242,7 +247,8 @@ int main(int argc, char** argv) {
   delay = static_cast<unsigned>(numberAfter("--delay=", arguments));
   isPlain = std::find(arguments.begin(), arguments.end(), "--plain") != arguments.end();
   buildTree(static_cast<unsigned long>(numberAfter("--folders=", arguments)),
-            static_cast<unsigned long>(numberAfter("--files=", arguments)));
+            static_cast<unsigned long>(numberAfter("--files=", arguments)),
+            std::find(arguments.begin(), arguments.end(), "--no-clips") == arguments.end());
 
   fuse_lowlevel_ops operations{};
   operations.lookup = lookUp;

@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: MIT
+#include "kmvdrive/CodexFeed.h"
+
+#include <KMVDriveLibrary/CodexVirtualFileSystemWrapper.h>
+#include <KMVDriveLibrary/KMVDriveKeys.h>
+#include <KMVDriveLibrary/KMVDriveWrapperManager.h>
+#include <KMVDriveLibrary/Queue.h>
+#include <KMVDriveLibrary/host/OrvaneApp.h>
+
+#include <utility>
+
+#include "kmvdrive/DisplayText.h"
+
+namespace kmv::tool {
+
+CodexFeed::CodexFeed(Hear hear) : state_(std::make_shared<State>()) {
+  state_->hear = std::move(hear);
+  registration_ = NotificationCenter::defaultCenter().addObserver(
+      virtualFileSystemWrapperHasUpdated,
+      [weak = std::weak_ptr<State>(state_)](const Notification& notification) {
+        const auto wrapper =
+            std::dynamic_pointer_cast<CodexVirtualFileSystemWrapper>(notification.object.object());
+        if (wrapper == nullptr) return;
+        CodexStatus status{wrapper->vfsRoot().path(), true, wrapper->estimatedVFSSize()};
+        mainQueue().async([weak, status = std::move(status)] {
+          const auto state = weak.lock();
+          if (state == nullptr) return;
+          if (state->sizesToCome > 0) --state->sizesToCome;
+          state->hear(status);
+        });
+      });
+}
+
+void CodexFeed::ask(const Dictionary& drive) {
+  const std::string* kind = drive.text("DAVolumeKind");
+  const URL* url = drive.url(kDiskURLKey);
+  if (url == nullptr || kind == nullptr || kind->find("fuse") == std::string::npos) return;
+  ++state_->questions;
+  const auto answer = [weak = std::weak_ptr<State>(state_)](std::optional<CodexStatus> status) {
+    mainQueue().async([weak, status = std::move(status)] {
+      const auto state = weak.lock();
+      if (state == nullptr) return;
+      --state->questions;
+      if (!status) return;
+      if (status->isBuilt && !status->size) ++state->sizesToCome;
+      state->hear(*status);
+    });
+  };
+  KMVDriveWrapperManager::sharedInstance().codexVFSWrapper(
+      *url, drive, /*requireIsReady=*/false, [answer](const KMVDriveWrapperManager::CodexWrapper& wrapper) {
+        if (wrapper == nullptr) return answer(std::nullopt);
+        // Not here: drives are filed on this queue, and the volume may keep whoever asks waiting.
+        makeSerialQueue("kmvdrive.codex")->async([answer, wrapper] {
+          CodexStatus status{wrapper->vfsRoot().path(), wrapper->vfsIsReady(), std::nullopt};
+          status.size = wrapper->estimatedVFSSize();
+          answer(std::move(status));
+        });
+      });
+}
+
+std::string codexText(const CodexStatus& status) {
+  if (!status.isBuilt) return "initialising";
+  return status.size ? "built, " + sizeText(*status.size) : "built";
+}
+
+}  // namespace kmv::tool

@@ -1,0 +1,55 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <KMVDriveLibrary/NotificationCenter.h>
+#include <KMVDriveLibrary/Value.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace kmv::tool {
+
+/// What is known of a Codex volume.
+struct CodexStatus {
+  std::string path;  ///< of its root
+  bool isBuilt = false;
+  std::optional<std::int64_t> size = {};  ///< bytes, once it is known
+};
+
+/// Finds out which drives are Codex volumes, and tells their state and, when it has been worked out, their
+/// size.
+///
+/// Volumes are asked on threads beside, so one that hangs gives no answer and delays nothing. Used on the
+/// main thread, on which answers come while the event loop runs.
+class CodexFeed {
+ public:
+  using Hear = std::function<void(const CodexStatus& status)>;
+
+  explicit CodexFeed(Hear hear);
+
+  /// Asks about a drive; what cannot be a Codex volume is left alone.
+  void ask(const Dictionary& drive);
+
+  /// True while an answer, or the size of a volume that is built, is still to come.
+  bool isWaiting() const { return state_->questions > 0 || state_->sizesToCome > 0; }
+
+ private:
+  /// Touched on the main thread only.
+  struct State {
+    Hear hear;
+    std::size_t questions = 0;
+    std::size_t sizesToCome = 0;
+  };
+
+  std::shared_ptr<State> state_;
+  NotificationCenter::Registration registration_;
+};
+
+/// "initialising", "built", "built, 1.5 GB".
+std::string codexText(const CodexStatus& status);
+
+}  // namespace kmv::tool
