@@ -18,4 +18,14 @@ void deviceMessage(std::string_view input);
 /// /proc/diskstats, or a device's stat file: never more records than lines.
 void diskStatistics(std::string_view input);
 
+/// The state document of a Codex volume: what a strict JSON reader takes is taken, and reading it twice
+/// changes nothing.
+void codexDocument(std::string_view input);
+
+/// What the attribute tool prints, and the number in an attribute.
+void toolOutput(std::string_view input);
+
+/// A byte count in eight bytes: its text is the count, rounded.
+void byteCount(std::string_view input);
+
 }  // namespace kmv::fuzz

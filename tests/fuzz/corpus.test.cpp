@@ -34,4 +34,16 @@ TEST(FuzzCorpus, DiskStatistics) {
   EXPECT_GT(runAll("disk_statistics", kmv::fuzz::diskStatistics), 0);
 }
 
+TEST(FuzzCorpus, CodexDocuments) {
+  EXPECT_GT(runAll("codex_document", kmv::fuzz::codexDocument), 0);
+}
+
+TEST(FuzzCorpus, ToolOutputs) {
+  EXPECT_GT(runAll("tool_output", kmv::fuzz::toolOutput), 0);
+}
+
+TEST(FuzzCorpus, ByteCounts) {
+  EXPECT_GT(runAll("byte_count", kmv::fuzz::byteCount), 0);
+}
+
 }  // namespace
