@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // What does one cycle of the activity monitor cost? On this machine beside what a user would run instead: one
 // pread of /proc/diskstats on a kept descriptor, parsed by hand, which is the least that it takes; the usual
-// stream and map; and a listing of /sys/block. And on a simulated machine of 100, 1,000 and 10,000 drivers
-// and as many volumes.
+// stream and map; a listing of /sys/block; and, where they are installed, libudev, psutil and iostat. And on
+// a simulated machine of 100, 1,000 and 10,000 drivers and as many volumes.
 #include <KMVDriveLibrary/KMVDriveLibrary.h>
 #include <KMVDriveLibrary/testing/SimulatedPlatform.h>
 #include <fcntl.h>
@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -22,6 +23,10 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
+#ifdef KMV_BENCH_UDEV
+#  include <libudev.h>
+#endif
 
 namespace {
 
@@ -91,28 +96,79 @@ void listAndReadEach() {
   keep(sum);
 }
 
+#ifdef KMV_BENCH_UDEV
+void byUdev() {
+  udev* const context = udev_new();
+  udev_enumerate* const disks = udev_enumerate_new(context);
+  udev_enumerate_add_match_subsystem(disks, "block");
+  udev_enumerate_scan_devices(disks);
+  std::uint64_t sum = 0;
+  for (udev_list_entry* entry = udev_enumerate_get_list_entry(disks); entry != nullptr;
+       entry = udev_list_entry_get_next(entry)) {
+    udev_device* const disk = udev_device_new_from_syspath(context, udev_list_entry_get_name(entry));
+    if (const char* counts = udev_device_get_sysattr_value(disk, "stat")) sum += std::strlen(counts);
+    udev_device_unref(disk);
+  }
+  keep(sum);
+  udev_enumerate_unref(disks);
+  udev_unref(context);
+}
+#endif
+
+/// Microseconds of one call of psutil, timed by itself; 0 where it is not installed.
+double microsecondsOfPsutil() {
+  FILE* const python = ::popen(
+      "/usr/bin/python3 -c 'import psutil, time; f = psutil.disk_io_counters; f(perdisk=True); t = "
+      "time.perf_counter(); "
+      "[f(perdisk=True) for i in range(100)]; print((time.perf_counter() - t) * 1e4)' 2>/dev/null",
+      "r");
+  if (python == nullptr) return 0;
+  double microseconds = 0;
+  if (std::fscanf(python, "%lf", &microseconds) != 1) microseconds = 0;
+  ::pclose(python);
+  return microseconds;
+}
+
+bool isInstalled(const std::string& program) {
+  return std::system(("command -v " + program + " >/dev/null").c_str()) == 0;
+}
+
 void onThisMachine() {
   KMVDiskArbiter::sharedInstance().startArbiter();
   KMVDriveActivityMonitor monitor;  // measures when it is told to
-  const std::vector<std::pair<const char*, std::function<void()>>> ways{
-      {"pread and parse by hand", preadAndParse},
-      {"a cycle of the monitor",
-       [&] {
-         monitor.refreshDriveStatistics();
-         monitor.refreshAppSuppliedIOStatistics();
-       }},
-      {"stream into a map", streamIntoAMap},
-      {"list /sys/block, read each", listAndReadEach}};
+  struct Way {
+    const char* name;
+    std::function<void()> work;
+    int times = 200;
+  };
+  std::vector<Way> ways{{"pread and parse by hand", preadAndParse},
+                        {"a cycle of the monitor",
+                         [&] {
+                           monitor.refreshDriveStatistics();
+                           monitor.refreshAppSuppliedIOStatistics();
+                         }},
+                        {"stream into a map", streamIntoAMap},
+                        {"list /sys/block, read each", listAndReadEach}};
+#ifdef KMV_BENCH_UDEV
+  ways.push_back({"libudev, enumerate and read", byUdev, 5});
+#endif
+  if (isInstalled("iostat"))
+    ways.push_back({"iostat (process)", [] { keep(std::system("iostat -d >/dev/null")); }, 5});
   std::vector<std::vector<double>> times(ways.size());
+  std::vector<double> psutil;
   for (std::size_t round = 0; round < kRounds; ++round) {
     for (std::size_t i = 0; i < ways.size(); ++i) {
       const std::size_t way = (i + round) % ways.size();
-      times[way].push_back(microsecondsOf(ways[way].second, 200));
+      times[way].push_back(microsecondsOf(ways[way].work, ways[way].times));
     }
+    psutil.push_back(microsecondsOfPsutil());
   }
   for (std::size_t way = 0; way < ways.size(); ++way)
-    std::printf("%-32s %10.1f us %8.2fx\n", ways[way].first, median(times[way]),
+    std::printf("%-32s %10.1f us %8.2fx\n", ways[way].name, median(times[way]),
                 median(times[way]) / median(times[0]));
+  if (median(psutil) > 0)
+    std::printf("%-32s %10.1f us %8.2fx\n", "psutil.disk_io_counters", median(psutil),
+                median(psutil) / median(times[0]));
 }
 
 void onASimulatedMachine(int drivers) {
