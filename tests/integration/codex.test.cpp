@@ -216,6 +216,9 @@ TEST_F(CodexStory, TheToolShowsItsStateAndItsSizeAsItComes) {
                                   [&](const auto& one) { return one["path"] == point; });
   ASSERT_NE(drive, list["drives"].end());
   EXPECT_EQ((*drive)["codex"], (nlohmann::json{{"state", "built"}, {"size", size}}));
+#ifdef KMV_CODEX_SIZE  // the example
+  EXPECT_EQ(run({KMV_CODEX_SIZE, point + "/clips"}).output, std::to_string(size) + " bytes\n");
+#endif
 }
 
 TEST_F(CodexStory, AHostileDocumentIsUnreadable) {
