@@ -249,7 +249,10 @@ void onAServedVolume(const char* title, int folders, int files, const char* keep
   ::mkdir(point.c_str(), 0755);
   const pid_t server = start({KMV_CODEX_FILE_SYSTEM, point, "--folders=" + std::to_string(folders),
                               "--files=" + std::to_string(files), keeps, delay, "--no-clips"});
-  for (char byte; ::getxattr(point.c_str(), "user.requests", &byte, 0) < 0;) ::usleep(1000);
+  for (int tries = 0; ::getxattr(point.c_str(), "user.requests", nullptr, 0) < 0; ++tries) {
+    if (tries == 10'000 || ::waitpid(server, nullptr, WNOHANG) != 0) give_up("the server");
+    ::usleep(1000);
+  }
   compare(title, point, folders * files, rounds, /*isServed=*/true,
           /*isSlow=*/std::string(delay) != "--delay=0");
   ::kill(server, SIGTERM);

@@ -25,7 +25,8 @@ CodexFeed::CodexFeed(Hear hear) : state_(std::make_shared<State>()) {
         mainQueue().async([weak, status = std::move(status)] {
           const auto state = weak.lock();
           if (state == nullptr) return;
-          if (state->sizesToCome > 0) --state->sizesToCome;
+          state->sizesToCome.erase(status.path);
+          state->sized.insert(status.path);
           state->hear(status);
         });
       });
@@ -42,7 +43,8 @@ void CodexFeed::ask(const Dictionary& drive) {
       if (state == nullptr) return;
       --state->questions;
       if (!status) return;
-      if (status->isBuilt && !status->size) ++state->sizesToCome;
+      if (!status->size && state->sized.contains(status->path)) return;  // its size was faster
+      if (status->isBuilt && !status->size) state->sizesToCome.insert(status->path);
       state->hear(*status);
     });
   };

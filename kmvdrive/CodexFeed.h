@@ -9,6 +9,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 
 namespace kmv::tool {
@@ -35,14 +36,15 @@ class CodexFeed {
   void ask(const Dictionary& drive);
 
   /// True while an answer, or the size of a volume that is built, is still to come.
-  bool isWaiting() const { return state_->questions > 0 || state_->sizesToCome > 0; }
+  bool isWaiting() const { return state_->questions > 0 || !state_->sizesToCome.empty(); }
 
  private:
   /// Touched on the main thread only.
   struct State {
     Hear hear;
     std::size_t questions = 0;
-    std::size_t sizesToCome = 0;
+    std::set<std::string> sizesToCome;  // the roots of volumes that are built
+    std::set<std::string> sized;
   };
 
   std::shared_ptr<State> state_;

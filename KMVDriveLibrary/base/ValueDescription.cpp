@@ -8,6 +8,7 @@
 #include <ctime>
 
 #include "base/UTF8.h"
+#include "base/ValueDescription.h"
 
 namespace kmv {
 namespace {
@@ -97,33 +98,76 @@ std::string innerText(std::string_view text) {
   return quoted + "\"";
 }
 
-std::string containerText(const Value& value, std::size_t level);
-
-std::string memberText(const Value& value, std::size_t level) {
-  const bool isContainer = value.asArray() != nullptr || value.asDictionary() != nullptr;
-  if (!isContainer) return innerText(value.description());
-  return std::string(level * kIndentWidth, ' ') + containerText(value, level);
+bool isContainer(const Value& value) {
+  return value.asArray() != nullptr || value.asDictionary() != nullptr;
 }
 
-std::string containerText(const Value& value, std::size_t level) {
-  const std::string outer(level * kIndentWidth, ' ');
-  const std::string inner((level + 1) * kIndentWidth, ' ');
-  std::string text;
-  if (const Array* array = value.asArray()) {
-    for (const Value& item : *array) {
-      text += text.empty() ? "" : ",\n";
-      const bool nested = item.asArray() != nullptr || item.asDictionary() != nullptr;
-      text += nested ? memberText(item, level + 1) : inner + memberText(item, level + 1);
+/// Writes containers, and stops when the text has reached its limit.
+class ContainerWriter {
+ public:
+  ContainerWriter(std::string& text, std::size_t most) : text_(text), most_(most) {}
+
+  void write(const Value& value, std::size_t level) {
+    const bool isArray = value.asArray() != nullptr;
+    text_ += isArray ? "(\n" : "{\n";
+    if (isArray) {
+      writeItems(*value.asArray(), level + 1);
+    } else {
+      writeMembers(*value.asDictionary(), level + 1);
     }
-    return "(\n" + text + (text.empty() ? "" : "\n") + outer + ")";
+    indent(level);
+    text_ += isArray ? ")" : "}";
   }
-  for (const auto& [key, member] : *value.asDictionary()) {
-    text += inner + innerText(key) + " = " + memberText(member, level + 1) + ";\n";
+
+ private:
+  void writeItems(const Array& items, std::size_t level) {
+    for (std::size_t i = 0; i < items.size() && text_.size() < most_; ++i) {
+      indent(level);
+      writeMember(items[i], level, /*isNamed=*/false);
+      text_ += i + 1 < items.size() ? ",\n" : "\n";
+    }
   }
-  return "{\n" + text + outer + "}";
+  void writeMembers(const Dictionary& members, std::size_t level) {
+    for (const auto& [key, member] : members) {
+      if (text_.size() >= most_) return;
+      indent(level);
+      text_ += innerText(key) + " = ";
+      writeMember(member, level, /*isNamed=*/true);
+      text_ += ";\n";
+    }
+  }
+  void writeMember(const Value& member, std::size_t level, bool isNamed) {
+    if (!isContainer(member)) {
+      text_ += innerText(member.description());
+      return;
+    }
+    if (isNamed) indent(level);  // the line's indentation once more
+    write(member, level);
+  }
+  void indent(std::size_t level) { text_.append(level * kIndentWidth, ' '); }
+
+  std::string& text_;
+  std::size_t most_;
+};
+
+std::string containerDescription(const Value& value, std::size_t most) {
+  std::string text;
+  ContainerWriter(text, most).write(value, 0);
+  return text;
 }
 
 }  // namespace
+
+std::string clippedDescription(const Value& value, std::size_t most) {
+  std::string text = isContainer(value) ? containerDescription(value, most) : value.description();
+  if (text.size() > most) {
+    std::size_t end = most;  // and no part of a character
+    while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xc0U) == 0x80) --end;
+    text.resize(end);
+    text += "…";
+  }
+  return text;
+}
 
 std::string Value::description() const {
   switch (kind()) {
@@ -145,7 +189,7 @@ std::string Value::description() const {
       return dataText(*asData());
     case Kind::array:
     case Kind::dictionary:
-      return containerText(*this, 0);
+      return containerDescription(*this, std::string::npos);
     case Kind::object:
       break;
   }

@@ -155,7 +155,10 @@ std::int64_t CodexFileSizes::walk(const std::string& folder) {
   asksHelpers_ = AskedFile::helpers().hasReplacedFileSizes();
   kmv::Platform::current().fileSystem().visitFiles(
       folder, kmv::codexAttributeName(CodexExtendedAttributes::extimatedHDESize),
-      [&](const kmv::WalkedFile& file) { count(file, total); });
+      [&](const kmv::WalkedFile& file) {
+        count(file, total);
+        return true;
+      });
   return total;
 }
 

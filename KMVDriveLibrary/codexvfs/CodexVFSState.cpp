@@ -8,6 +8,7 @@
 #include <system_error>
 #include <utility>
 
+#include "base/ValueDescription.h"
 #include "codexvfs/JSONDocument.h"
 #include "platform/Platform.h"
 
@@ -34,6 +35,12 @@ const Flag* flagOf(std::string_view key) {
     if (flag.key == key) return &flag;
   }
   return nullptr;
+}
+
+/// Nothing that a real document says comes near this; one that is made to be long fills no log.
+std::string printed(const kmv::Value& value) {
+  constexpr std::size_t kLongestText = 4096;
+  return kmv::clippedDescription(value, kLongestText);
 }
 
 const OrvaneLog& log() {
@@ -81,8 +88,7 @@ void CodexVFSState::updateFlags(const kmv::FileBytes& document) {
     log().logInfo("CodexVFS-No json found to parse.");
     return;
   }
-  for (const auto& [key, member] : *object)
-    log().logDebug("Key: " + key + ", Value: " + member.description());
+  for (const auto& [key, member] : *object) log().logDebug("Key: " + key + ", Value: " + printed(member));
   updateFlags(*object);
 }
 
@@ -90,11 +96,11 @@ void CodexVFSState::updateFlags(const kmv::Dictionary& from) {
   for (const auto& [key, value] : from) {
     const Flag* flag = flagOf(key);
     if (flag == nullptr) {  // the apostrophe at the end stands alone, on purpose
-      log().logInfo("CodexVFS-Unrecognized codex flag : {" + key + ":" + value.description() + "}'");
+      log().logInfo("CodexVFS-Unrecognized codex flag : {" + key + ":" + printed(value) + "}'");
     } else if (const std::string* text = value.asText()) {
       takeOver(flag->flag, *text);
     } else {
-      log().logInfo("CodexVFS-" + std::string(flag->complaint) + ": '" + value.description() + "'.");
+      log().logInfo("CodexVFS-" + std::string(flag->complaint) + ": '" + printed(value) + "'.");
     }
   }
 }

@@ -50,10 +50,6 @@ std::string volumeKindIn(const kmv::Dictionary& drive) {
 
 }  // namespace
 
-struct CodexVirtualFileSystemWrapper::Document {
-  kmv::FileBytes content;
-};
-
 struct CodexVirtualFileSystemWrapper::Fields {
   explicit Fields(const kmv::URL& root) : vfsRoot(root), vfsState(documentOf(root)) {}
 
@@ -126,56 +122,56 @@ void CodexVirtualFileSystemWrapper::updateWrapper(bool shouldUpdateSize) {
 }
 
 bool CodexVirtualFileSystemWrapper::vfsIsReady() {
-  return checkReadiness(/*document=*/nullptr);
-}
-
-/// `document` was read just now; null has it read here.
-bool CodexVirtualFileSystemWrapper::checkReadiness(const Document* document) {
-  using Status = CodexVFSFlag::Status;
-  bool isReady = false;
-  bool estimatesNow = false;
-  fields_->codexVFSUpdateQueue->sync([&] {
-    CodexVFSState& state = fields_->vfsState;
-    if (state.status() == Status::built) {
-      logInfo("Codex VFS already built.");
-      isReady = true;
-      return;
-    }
-    state.updateFlags(document == nullptr ? state.readDocument() : document->content);
-    isReady = estimatesNow = state.status() == Status::built;
-    if (!isReady) {
-      logInfo("Codex VFS will check status after a dealy!");  // spelt so on purpose
-      checkLater();
-    }
-    logInfo(std::string("Codex VFS now built: '") + (isReady ? "true" : "false") + "'.");
-  });
-  if (estimatesNow) {
+  Readiness found;
+  fields_->codexVFSUpdateQueue->sync([&] { found = lookWhetherReady(); });
+  if (found.hasJustBecomeReady) {
     calculateSize();
     logInfo("Codex built, will now estimate volume size.");
   }
-  return isReady;
+  return found.isReady;
 }
 
-void CodexVirtualFileSystemWrapper::checkLater() {
-  kmv::mainQueue().after(kTimeBetweenChecks, [self = shared_from_this()] { self->check(); });
+/// Runs on the update queue.
+CodexVirtualFileSystemWrapper::Readiness CodexVirtualFileSystemWrapper::lookWhetherReady() {
+  using Status = CodexVFSFlag::Status;
+  CodexVFSState& state = fields_->vfsState;
+  if (state.status() == Status::built) {
+    logInfo("Codex VFS already built.");
+    return {.isReady = true};
+  }
+  state.updateFlags();
+  const bool isReady = state.status() == Status::built;
+  if (!isReady) {
+    logInfo("Codex VFS will check status after a dealy!");  // spelt so on purpose
+    kmv::mainQueue().after(kTimeBetweenChecks, [self = shared_from_this()] { self->check(); });
+  }
+  logInfo(std::string("Codex VFS now built: '") + (isReady ? "true" : "false") + "'.");
+  return {.isReady = isReady, .hasJustBecomeReady = isReady};
 }
 
-/// The main queue is not to wait for a volume, so the document is read on the update queue first, behind
-/// whatever else waits for the volume there; a volume that hangs holds back its next check and nothing else.
+/// Runs on the main queue, which is not to wait for a volume: it asks, and the update queue answers, behind
+/// whatever else waits for the volume there. One that hangs holds back its own next check and nothing else.
 void CodexVirtualFileSystemWrapper::check() {
   fields_->codexVFSUpdateQueue->async([self = shared_from_this()] {
-    const CodexVFSState& state = self->fields_->vfsState;
-    const bool isBuilt = state.status() == CodexVFSFlag::Status::built;
-    auto document = std::make_shared<Document>(isBuilt ? Document{} : Document{state.readDocument()});
-    kmv::mainQueue().async([self, document = std::move(document)] {
-      self->checkReadiness(document.get());
+    const bool hasBecomeReady = self->lookWhetherReady().hasJustBecomeReady;
+    // What `calculateSize` would ask when the main queue gets to it, asked here for the same reason.
+    const bool isReady = hasBecomeReady && self->lookWhetherReady().isReady;
+    kmv::mainQueue().async([self, hasBecomeReady, isReady] {
+      if (hasBecomeReady) {
+        self->calculateSize(isReady);
+        logInfo("Codex built, will now estimate volume size.");
+      }
       logInfo("Codex VFS now built after delay!");  // whatever came of it
     });
   });
 }
 
 void CodexVirtualFileSystemWrapper::calculateSize() {
-  if (!vfsIsReady()) {
+  calculateSize(vfsIsReady());
+}
+
+void CodexVirtualFileSystemWrapper::calculateSize(bool isReady) {
+  if (!isReady) {
     logInfo("Codex VFS Size will not be calculated yet since it is not ready.");
     return;
   }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <KMVDriveLibrary/host/CrossAppKit.h>
 
+#include <exception>
 #include <limits>
 #include <mutex>
 #include <utility>
@@ -78,22 +79,31 @@ std::uint64_t CrossAppFileManager::aggregateFileSize(const kmv::URL& ofURL,
     return replacement(ofURL, shouldContinue, options);
   kmv::FileSystem& fileSystem = kmv::Platform::current().fileSystem();
   const std::string path = ofURL.path();
-  if (fileSystem.itemKind(path) != kmv::ItemKind::folder) {
+  std::uint64_t sum = 0;
+  std::exception_ptr thrown;  // a walk cannot be left by an exception
+  const auto add = [&](std::uint64_t size) {
+    try {
+      if (shouldContinue != nullptr && !shouldContinue()) return false;
+      if (size > std::numeric_limits<std::uint64_t>::max() - sum)
+        throw std::runtime_error("the sizes add up to more than a number can hold");
+    } catch (...) {
+      thrown = std::current_exception();
+      return false;
+    }
+    sum += size;
+    return true;
+  };
+  if (fileSystem.itemKind(path) == kmv::ItemKind::folder) {
+    fileSystem.visitFiles(path, /*attribute=*/{}, [&](const kmv::WalkedFile& file) {
+      const bool isLeftOut = (options & kSkipsHiddenFiles) != 0 && isHiddenBelow(path, file.path);
+      return isLeftOut || add(file.size);
+    });
+  } else {
     const auto size = fileSystem.sizeOfItem(path);
     if (!size) throw std::runtime_error("there is no item to take the size of");
-    return *size;
+    add(*size);
   }
-  std::uint64_t sum = 0;
-  bool goesOn = true;
-  bool fits = true;
-  fileSystem.visitFiles(path, /*attribute=*/{}, [&](const kmv::WalkedFile& file) {
-    if (!goesOn || ((options & kSkipsHiddenFiles) != 0 && isHiddenBelow(path, file.path))) return;
-    goesOn = shouldContinue == nullptr || shouldContinue();
-    if (!goesOn) return;
-    fits = fits && file.size <= std::numeric_limits<std::uint64_t>::max() - sum;
-    sum += file.size;
-  });
-  if (!fits) throw std::runtime_error("the sizes add up to more than a number can hold");
+  if (thrown) std::rethrow_exception(thrown);
   return sum;
 }
 

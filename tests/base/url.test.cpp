@@ -27,8 +27,7 @@ class FewPaths : public FileSystem {
   ItemKind itemKind(const std::string&) override { return ItemKind::none; }
   std::optional<std::uint64_t> sizeOfItem(const std::string&) override { return std::nullopt; }
   std::optional<Dictionary> attributesOfItem(const std::string&) override { return std::nullopt; }
-  void visitFiles(const std::string&, const std::string&,
-                  const std::function<void(const WalkedFile&)>&) override {}
+  void visitFiles(const std::string&, const std::string&, const VisitFile&) override {}
   bool itemExists(const std::string& path) override {
     ++questions;
     return existing.count(path) != 0;

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The document's two readers: JSON as the platform reads it, and the flags.
+#include <KMVDriveLibrary/host/OrvaneLogging.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -69,6 +70,21 @@ TEST(JSON, MayBeInAnyOfTheWideEncodings) {
   EXPECT_EQ(printed("[\0\"\0\x3d\xd8]\0"s), "none") << "half a pair";
 }
 
+TEST(CodexState, ADocumentThatIsMadeToBeLongFillsNoLog) {
+  std::string most;
+  OrvaneLog::defaultLog().setSink([&](OrvaneLog::Level, std::string_view line) {
+    if (line.size() > most.size()) most = line;
+  });
+  CodexVFSState state(URL::fileURLWithPath("/nowhere/.codexvfs", /*isDirectory=*/false));
+  std::string ones = "1";
+  for (int i = 0; i < 30'000; ++i) ones += ",1";
+  state.updateFlags(
+      FileBytes{"{\"status\":" + std::string(500, '[') + ones + std::string(500, ']') + "}", {}});
+  OrvaneLog::defaultLog().setSink(nullptr);
+  EXPECT_GT(most.size(), 4000u);
+  EXPECT_LT(most.size(), 5000u);
+}
+
 TEST(CodexState, KeepsWhatTheDocumentOnceSaid) {
   const std::string file = ::testing::TempDir() + "/kmv_document_" + std::to_string(getpid());
   CodexVFSState state(URL::fileURLWithPath(file, /*isDirectory=*/false));
@@ -98,6 +114,14 @@ TEST(CodexState, KeepsWhatTheDocumentOnceSaid) {
   EXPECT_EQ(state.logFile(), URL::fileURLWithPath(std::filesystem::current_path().native() + "/a b", true));
   read(R"({"status":"initialising"})");
   EXPECT_EQ(state.status(), CodexVFSFlag::Status::initialising);
+}
+
+TEST(AttributeNumber, IsAWholeNumberOf64Bits) {
+  EXPECT_EQ(numberInAttribute(" -42\n"), -42);
+  EXPECT_EQ(numberInAttribute("+7\0\0"s), 7);
+  EXPECT_EQ(numberInAttribute("-9223372036854775808"), INT64_MIN);
+  for (const char* text : {"", "-", "+-5", "--5", "1 2", "12 GB", "0x10", "1.5", "9223372036854775808"})
+    EXPECT_EQ(numberInAttribute(text), std::nullopt) << text;
 }
 
 TEST(ByteCount, IsWrittenAsThePlatformWritesIt) {

@@ -111,7 +111,7 @@ TEST_F(CodexSizes, OfAriFilesAreInTwoAttributes) {
   using Attribute = CodexExtendedAttributes;
   const std::map<Attribute, std::int64_t> one{{Attribute::extimatedHDESize, 1000}};
   EXPECT_EQ(codexExtendedAttributes(url("A.ari")), one);
-  machine.setAttribute(path("A.ari"), "codex.decodedSize", "+2000\0");
+  machine.setAttribute(path("A.ari"), "codex.decodedSize", std::string("+2000\n\0", 7));
   EXPECT_EQ(codexExtendedAttributes(url("A.ari")).at(Attribute::decodedSize), 2000);
   EXPECT_THROW(codexExtendedAttributes(url("A.ARI")), ExtendedAttributesError);
   EXPECT_THROW(codexExtendedAttributes(url(".ari")), ExtendedAttributesError);
@@ -129,6 +129,9 @@ TEST_F(CodexSizes, OfATreeLeaveHiddenNamesOutOnRequest) {
   EXPECT_EQ(helpers.aggregateFileSize(
                 url("clips"), [] { return false; }, 0),
             0u);
+  EXPECT_THROW(helpers.aggregateFileSize(
+                   url("clips"), []() -> bool { throw std::logic_error("no"); }, 0),
+               std::logic_error);
   EXPECT_THROW(helpers.aggregateFileSize(url("missing"), nullptr, 0), std::runtime_error);
 }
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // A Codex volume for tests: a read-only FUSE file system whose files are empty and carry their size in an
 // attribute, with a state document at its top.
-//   kmv_codex_file_system POINT [--folders=N] [--files=N] [--keeps=SECONDS] [--delay=MICROSECONDS] [--plain]
-//                         [--no-clips]
+//   kmv_codex_file_system POINT [--folders=N] [--files=N] [--keeps=SECONDS] [--delay=MICROSECONDS]
+//                         [--no-clips] [--no-types]
 // Folders "d00000" with files "f00000" each, besides the odd files of "clips". What the kernel may keep, it
 // keeps for `keeps` seconds, none at all by default. Each attribute takes `delay`. `plain`: attributes are
 // known by their plain names only. Attributes of the top tell and change it: "user.requests" counts,
@@ -48,7 +48,7 @@ std::deque<Node> nodes(2);
 std::atomic<std::uint64_t> requests{0};
 double keeps = 0;
 unsigned delay = 0;
-bool isPlain = false;
+bool tellsTypes = true;
 
 Node& node(fuse_ino_t id) {
   return nodes.at(id);
@@ -80,6 +80,7 @@ void buildClips() {
   add(clips, "A003.ari", {.attributes = {{"codex.estimatedHDESize", "3000"}}});
   addEmpty(clips, "odd \xff\n name", "  42 ");
   addEmpty(clips, "no number", "12 GB");
+  addEmpty(clips, "long", std::string(300, ' ') + "8");
   addFile(clips, ".hidden", "seven b");
   addFile(clips, "._A001.ari", "not listed");
   add(clips, "loop", {.mode = S_IFLNK | 0777, .size = 2, .content = ".."});
@@ -156,7 +157,8 @@ void fill(fuse_req_t request, fuse_ino_t id, std::size_t size, off_t from, bool 
       needed =
           fuse_add_direntry_plus(request, buffer.data() + filled, size - filled, name.c_str(), &entry, next);
     } else {
-      const struct stat status = statusOf(child);
+      struct stat status = statusOf(child);
+      if (!tellsTypes) status.st_mode = 0;
       needed = fuse_add_direntry(request, buffer.data() + filled, size - filled, name.c_str(), &status, next);
     }
     if (needed > size - filled) break;
@@ -201,8 +203,7 @@ void getAttribute(fuse_req_t request, fuse_ino_t id, const char* name, std::size
   if (id != FUSE_ROOT_ID || name != std::string_view("user.requests")) {
     if (delay > 0) usleep(delay);
     const std::shared_lock lock(mutex);
-    const std::string known = isPlain ? std::string("user.") + name : std::string(name);
-    const auto found = node(id).attributes.find(known);
+    const auto found = node(id).attributes.find(name);
     if (found == node(id).attributes.end()) return void(fuse_reply_err(request, ENODATA));
     value = found->second;
   }
@@ -245,10 +246,12 @@ int main(int argc, char** argv) {
   const std::vector<std::string> arguments(argv + 2, argv + argc);
   keeps = numberAfter("--keeps=", arguments);
   delay = static_cast<unsigned>(numberAfter("--delay=", arguments));
-  isPlain = std::find(arguments.begin(), arguments.end(), "--plain") != arguments.end();
+  const auto isGiven = [&](const char* option) {
+    return std::find(arguments.begin(), arguments.end(), option) != arguments.end();
+  };
+  tellsTypes = !isGiven("--no-types");
   buildTree(static_cast<unsigned long>(numberAfter("--folders=", arguments)),
-            static_cast<unsigned long>(numberAfter("--files=", arguments)),
-            std::find(arguments.begin(), arguments.end(), "--no-clips") == arguments.end());
+            static_cast<unsigned long>(numberAfter("--files=", arguments)), !isGiven("--no-clips"));
 
   fuse_lowlevel_ops operations{};
   operations.lookup = lookUp;
@@ -258,7 +261,7 @@ int main(int argc, char** argv) {
   operations.release = operations.releasedir = closeNode;
   operations.read = readNode;
   operations.readdir = readFolder;
-  operations.readdirplus = readFolderPlus;
+  if (tellsTypes) operations.readdirplus = readFolderPlus;
   operations.getxattr = getAttribute;
   operations.setxattr = setAttribute;
   char* own[] = {argv[0], const_cast<char*>("-osubtype=codexvfs,fsname=codex0"), nullptr};

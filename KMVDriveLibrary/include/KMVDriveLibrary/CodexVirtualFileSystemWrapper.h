@@ -20,7 +20,7 @@
 /// Threads: every member may be called from any thread unless it says otherwise. The document is read on the
 ///          queue "CodexVFSUpdateQueue", files are looked at on "codexVFSFileSizeCalculationQueue"; both are
 ///          the wrapper's own, so a volume that does not answer keeps nobody waiting but who asks about it.
-///          The check every 3 seconds comes on the main queue, when the document has been read elsewhere.
+///          The check every 3 seconds comes on the main queue, which hands it on and does not wait.
 /// Volume:  nothing on it is open but while a document is read or sizes are added up.
 class KMV_EXPORT CodexVirtualFileSystemWrapper
     : public kmv::Object,
@@ -78,17 +78,21 @@ class KMV_EXPORT CodexVirtualFileSystemWrapper
   void inspectVFSForLoadActivity();
 
   /// The size in bytes of the file or folder at `at`; 0 when there is none, or nothing tells its size. Waits
-  /// for the volume. Not on the size queue. Selector: getFileSizeOfItemAt: (Swift getFileSizeOfItem(at:))
+  /// for the volume, and as a rule walks on the calling thread, whose stack needs a megabyte for the deepest
+  /// trees. Not on the size queue. Selector: getFileSizeOfItemAt: (Swift getFileSizeOfItem(at:))
   std::int64_t getFileSizeOfItem(const kmv::URL& at) override;
 
  private:
   struct Fields;
   explicit CodexVirtualFileSystemWrapper(const kmv::URL& root);
-  struct Document;
-  bool checkReadiness(const Document* document);
-  void checkLater();
+  struct Readiness {
+    bool isReady = false;
+    bool hasJustBecomeReady = false;
+  };
+  Readiness lookWhetherReady();
   void check();
   void calculateSize();
+  void calculateSize(bool isReady);
   void estimateSize();
 
   std::unique_ptr<Fields> fields_;

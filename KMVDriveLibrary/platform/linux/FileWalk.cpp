@@ -16,7 +16,6 @@
 #include <cerrno>
 #include <climits>
 #include <condition_variable>
-#include <cstdio>
 #include <cstring>
 #include <deque>
 #include <iterator>
@@ -37,14 +36,16 @@ namespace {
 
 constexpr std::size_t kFilesAtATime = 32;       // of one folder, looked at by one thread
 constexpr std::size_t kMostHelpers = 7;         // beside the caller
-constexpr std::size_t kMostAhead = 16384;       // entries listed and not visited yet
+constexpr std::size_t kMostAhead = 16384;       // entries listed in folders that are not being visited yet
 constexpr std::size_t kWeightOfFolder = 512;    // a folder counts as so many: it holds a descriptor
 constexpr std::size_t kDeepestKeptOpen = 64;    // folders further down are opened by path
 constexpr std::size_t kListBuffer = 32 * 1024;  // bytes
-constexpr int kMaximumLinks = 40;               // as many as the kernel follows in one path
-constexpr std::size_t kLongestValue = 256;      // longer ones are asked for once more, by path
+constexpr std::size_t kLongestListing = std::size_t{1} << 28;  // bytes of names; a folder with more is none
+constexpr int kMaximumLinks = 40;                              // as many as the kernel follows in one path
+constexpr std::size_t kUsualValue = 256;
+constexpr std::size_t kLargestValue = 64 * 1024;  // the kernel's own limit
 constexpr unsigned kTypeAndSize = STATX_TYPE | STATX_SIZE;
-constexpr int kLook = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT | AT_STATX_DONT_SYNC;
+constexpr int kLook = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT;
 constexpr int kOpenFolder = O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK;
 
 #ifndef SYS_getxattrat
@@ -80,8 +81,11 @@ struct Step {
 
 /// A folder, from its being met to the visit of its last item.
 struct Folder {
-  explicit Folder(std::string pathToIt, Folder* enclosing)
-      : path(std::move(pathToIt)), parent(enclosing), depth(enclosing == nullptr ? 0 : enclosing->depth + 1) {
+  Folder(std::string pathToIt, Folder* enclosing, int links)
+      : path(std::move(pathToIt)),
+        parent(enclosing),
+        depth(enclosing == nullptr ? 0 : enclosing->depth + 1),
+        linksFollowed(links) {
     listing.folder = this;
     listing.lists = true;
   }
@@ -90,15 +94,19 @@ struct Folder {
   std::string path;
   Folder* parent;
   std::size_t depth;
-  int linksFollowed = 0;
+  int linksFollowed;
+  bool isFollowed = false;  // when it is a link; what is listed as a folder is to be one
   FileDescriptor descriptor;
+  dev_t device = 0;
+  ino_t inode = 0;
   std::string names;  // each with its NUL
   std::vector<Item> items;
   std::deque<Step> looks;
   Step listing;
   std::deque<std::unique_ptr<Folder>> folders;
   std::size_t weight = 0;
-  bool isNone = false;  // the listing's word against the item's own
+  bool isNone = false;     // the listing's word against the item's own
+  bool isStarved = false;  // there was no descriptor left to open it
 };
 
 /// False for what the platform keeps to itself.
@@ -111,31 +119,33 @@ What whatOf(std::uint16_t mode) {
   return S_ISLNK(mode) ? What::link : What::file;
 }
 
-/// The walk's state, shared with its helpers. A helper that hangs in a dead server keeps it alive.
+/// The walk's state, shared with its helpers: the last of them may notice its end after the caller has.
 class Walk : public std::enable_shared_from_this<Walk> {
  public:
-  Walk(std::string attribute, const std::function<void(const WalkedFile&)>& visit)
+  Walk(std::string attribute, const VisitFile& visit)
       : plainName_(std::move(attribute)), name_(attributeNameInSpace(plainName_)), visit_(visit) {}
 
-  void run(const std::string& folder) {
-    Folder root(folder, nullptr);
+  /// Nobody could tidy up after an exception: helpers are at work on what it would take away.
+  void run(const std::string& folder) noexcept {
+    Folder root(folder, nullptr, 0);
+    root.isFollowed = true;
     mostHelpers_ = helpersFor(folder);
-    {
-      const std::lock_guard lock(mutex_);
-      steps_.push_back(&root.listing);
-    }
+    addListing(root);
     visitFolder(root);
-    const std::lock_guard lock(mutex_);
+    std::unique_lock lock(mutex_);
     finished_ = true;
+    lists_.clear();
+    looks_.clear();
     changed_.notify_all();
+    changed_.wait(lock, [this] { return inProgress_ == 0; });  // only where the visitor had enough
   }
 
   void help() {
     std::unique_lock lock(mutex_);
     for (;;) {
-      changed_.wait(lock, [this] { return finished_ || (!steps_.empty() && ahead_ < aheadLimit()); });
+      changed_.wait(lock, [this] { return finished_ || canGoAhead(); });
       if (finished_) return;
-      doTop(lock);
+      goAhead(lock);
     }
   }
 
@@ -143,28 +153,26 @@ class Walk : public std::enable_shared_from_this<Walk> {
   /// A disk of this machine is kept busy by as many threads as there are processors; what has a server behind
   /// it answers several requests at a time, however far away.
   static std::size_t helpersFor(const std::string& folder) {
-    if (::statx(AT_FDCWD, folder.c_str(), AT_NO_AUTOMOUNT | AT_STATX_DONT_SYNC, STATX_TYPE, &scratch()) != 0)
-      return 0;
+    if (::statx(AT_FDCWD, folder.c_str(), AT_NO_AUTOMOUNT, STATX_TYPE, &scratch()) != 0) return 0;
     if (scratch().stx_dev_major == 0) return kMostHelpers;
     return std::clamp<std::size_t>(std::thread::hardware_concurrency(), 2, kMostHelpers + 1) - 1;
   }
 
-  /// Helpers that had to stop go on only when there is room for a while.
-  std::size_t aheadLimit() {
-    paused_ = ahead_ >= (paused_ ? kMostAhead / 2 : kMostAhead);
-    return paused_ ? kMostAhead / 2 : kMostAhead;
-  }
+  // --- Steps. The two stacks hold what nobody has begun, what is needed first on top. ---
 
-  // --- Steps. The stack holds what nobody has begun, what is needed first on top. ---
+  bool canGoAhead() const { return !looks_.empty() || (!lists_.empty() && !isFull_); }
 
-  void doTop(std::unique_lock<std::mutex>& lock) {
-    Step& step = *steps_.back();
-    steps_.pop_back();
+  /// Does what is needed next. Looks cost little memory and come first; listings wait while much is listed.
+  void goAhead(std::unique_lock<std::mutex>& lock) {
+    auto& stack = looks_.empty() ? lists_ : looks_;
+    Step& step = *stack.back();
+    stack.pop_back();
     carryOut(step, lock);
   }
 
   void carryOut(Step& step, std::unique_lock<std::mutex>& lock) {
     step.begun = true;
+    ++inProgress_;
     lock.unlock();
     if (step.lists) {
       list(*step.folder);
@@ -174,50 +182,60 @@ class Walk : public std::enable_shared_from_this<Walk> {
     lock.lock();
     if (step.lists) announce(*step.folder);
     step.done = true;
-    if (needed_ == &step) changed_.notify_all();
+    --inProgress_;
+    if (needed_ == &step || finished_) changed_.notify_all();
+    callHelpers(lock);
   }
 
-  /// Puts what a listed folder needs on the stack. REQUIRES: the lock is held.
+  /// Puts what a listed folder needs on the stacks. REQUIRES: the lock is held.
   void announce(Folder& folder) {
+    if (finished_) return;
     folder.weight = kWeightOfFolder + folder.items.size();
     ahead_ += folder.weight;
-    std::vector<Step*> order;
+    isFull_ = isFull_ || ahead_ >= kMostAhead;
     std::size_t at = 0;
     const auto addLooks = [&](std::size_t end) {
-      for (; at < end; at = std::min(end, at + kFilesAtATime)) {
+      for (; at < end; at = std::min(end, at + kFilesAtATime))
         folder.looks.push_back({&folder, false, at, std::min(end, at + kFilesAtATime)});
-        order.push_back(&folder.looks.back());
-      }
     };
     for (std::size_t i = 0; i < folder.items.size(); ++i) {
       if (folder.items[i].folder == nullptr) continue;
       addLooks(i);
-      order.push_back(&folder.items[i].folder->listing);
       at = i + 1;
     }
     addLooks(folder.items.size());
-    steps_.insert(steps_.end(), order.rbegin(), order.rend());
-    callHelpers();
+    for (auto step = folder.looks.rbegin(); step != folder.looks.rend(); ++step) looks_.push_back(&*step);
+    for (auto sub = folder.folders.rbegin(); sub != folder.folders.rend(); ++sub)
+      lists_.push_back(&(*sub)->listing);
+    if (canGoAhead()) changed_.notify_all();
   }
 
-  /// REQUIRES: the lock is held.
-  void callHelpers() {
-    class Helper : public Work {
-     public:
-      explicit Helper(std::shared_ptr<Walk> walk) : walk_(std::move(walk)) {}
-      void runOnWorker() override {
-        const WorkerPool::WaitingScope waiting;  // for a volume: it takes nobody's turn
-        walk_->help();
-      }
-
-     private:
-      std::shared_ptr<Walk> walk_;
-    };
-    while (helpers_ < mostHelpers_ && steps_.size() > helpers_ + 1) {
-      ++helpers_;
-      WorkerPool::shared().submit(std::make_shared<Helper>(shared_from_this()));
+  class Helper : public Work {
+   public:
+    explicit Helper(std::shared_ptr<Walk> walk) : walk_(std::move(walk)) {}
+    void runOnWorker() override {
+      const WorkerPool::WaitingScope waiting;  // for a volume: it takes nobody's turn
+      walk_->help();
     }
-    if (steps_.size() > 1) changed_.notify_all();
+
+   private:
+    std::shared_ptr<Walk> walk_;
+  };
+
+  /// As many as there is work for; a walk without one is slower and as good.
+  void callHelpers(std::unique_lock<std::mutex>& lock) {
+    while (!finished_ && helpers_ < mostHelpers_ && looks_.size() + lists_.size() > helpers_ + 1) {
+      ++helpers_;
+      lock.unlock();
+      const bool comes = WorkerPool::shared().offer(std::make_shared<Helper>(shared_from_this()));
+      lock.lock();
+      if (!comes) mostHelpers_ = 0;
+    }
+  }
+
+  void addListing(Folder& folder) {
+    const std::lock_guard lock(mutex_);
+    lists_.push_back(&folder.listing);
   }
 
   /// Returns when the step is done; does it, or others meanwhile, where that helps.
@@ -226,24 +244,30 @@ class Walk : public std::enable_shared_from_this<Walk> {
     while (!step.done) {
       if (!step.begun) {
         // On top, but for what helpers put there since: they list folders side by side.
-        steps_.erase(std::next(std::find(steps_.rbegin(), steps_.rend(), &step)).base());
+        auto& stack = step.lists ? lists_ : looks_;
+        stack.erase(std::next(std::find(stack.rbegin(), stack.rend(), &step)).base());
         carryOut(step, lock);
-        continue;
+      } else if (canGoAhead()) {
+        goAhead(lock);
+      } else {
+        needed_ = &step;
+        changed_.wait(lock);
+        needed_ = nullptr;
       }
-      if (!steps_.empty() && ahead_ < kMostAhead) {
-        doTop(lock);
-        continue;
-      }
-      needed_ = &step;
-      changed_.wait(lock);
-      needed_ = nullptr;
     }
   }
 
-  // --- The caller's side: everything in listing order. ---
+  // --- The caller's side: everything in listing order. Each is false when the visitor has had enough. ---
 
-  void visitFolder(Folder& folder) {
+  bool visitFolder(Folder& folder) {
     need(folder.listing);
+    if (folder.isStarved) {  // perhaps helpers have closed some since
+      list(folder);
+      const std::lock_guard lock(mutex_);
+      ahead_ -= folder.weight;
+      announce(folder);
+    }
+    beginVisit(folder);
     if (folder.depth >= kDeepestKeptOpen) {
       for (Step& look : folder.looks) need(look);
       folder.descriptor.reset();
@@ -255,92 +279,90 @@ class Walk : public std::enable_shared_from_this<Walk> {
         while (look->end <= i) ++look;
         if (look->begin == i) need(*look);
       }
-      visitItem(folder, item);
+      if (!visitItem(folder, item)) return false;
     }
-    const std::lock_guard lock(mutex_);
-    const bool wasFull = ahead_ >= kMostAhead / 2;
-    ahead_ -= folder.weight;
-    if (wasFull && ahead_ < kMostAhead / 2) changed_.notify_all();
+    return true;
   }
 
-  /// Nobody could tidy up after an exception of the visitor: helpers are at work on what it would take away.
-  void visitItem(Folder& folder, Item& item) noexcept {
-    if (item.what == What::nothing) return;
+  void beginVisit(const Folder& folder) {
+    const std::lock_guard lock(mutex_);
+    ahead_ -= folder.weight;
+    if (!isFull_ || ahead_ >= kMostAhead / 2) return;  // there is to be room for a while
+    isFull_ = false;
+    changed_.notify_all();
+  }
+
+  bool visitItem(Folder& folder, Item& item) {
     const char* const name = folder.nameOf(item);
-    if (folder.path.size() + 1 + std::strlen(name) >= PATH_MAX) return;  // no call could name it
+    if (folder.path.size() + 1 + std::strlen(name) >= PATH_MAX) return true;  // no call could name it
     path_.assign(folder.path).append("/").append(name);
-    if (item.what == What::link) {
-      if (!followLink(folder, item)) return;
-    }
-    if (item.what == What::folder) {
-      if (item.folder == nullptr) {  // seen only now: a link, or a system that tells no types
-        auto found = std::make_unique<Folder>(path_, &folder);
-        found->linksFollowed = folder.linksFollowed;
-        visitFound(std::move(found));
-        return;
-      }
-      visitFolder(*item.folder);
+    if (item.folder != nullptr) {
+      const bool goesOn = visitFolder(*item.folder);
+      if (!goesOn) return false;
       const bool isNone = item.folder->isNone;
       item.folder = nullptr;
       folder.folders.pop_front();
-      if (!isNone || !fill(item, ::statx(AT_FDCWD, path_.c_str(), kLook, kTypeAndSize, &scratch()))) return;
-      if (item.size == 0 && !plainName_.empty())
-        item.attribute = LinuxExtendedAttributes().get(path_, plainName_);
+      if (!isNone) return true;
+      path_.assign(folder.path).append("/").append(name);
+      lookByPath(item);
+    }
+    switch (item.what) {
+      case What::nothing:
+      case What::unknown:
+        return true;
+      case What::folder:  // which the system did not tell when it was listed
+        return visitFound(folder, folder.linksFollowed);
+      case What::link: {
+        struct stat target {};
+        if (::stat(path_.c_str(), &target) != 0) return true;  // leads nowhere
+        if (S_ISDIR(target.st_mode))
+          return folder.linksFollowed == kMaximumLinks || visitFound(folder, folder.linksFollowed + 1);
+        if (item.size == 0) item.attribute = valueByPath();
+        break;
+      }
+      case What::file:
+        break;
     }
     std::optional<std::string_view> attribute;
     if (item.attribute) attribute = *item.attribute;
-    visit_({path_, item.size, attribute});
+    return visit_({path_, item.size, attribute});
   }
 
-  void visitFound(std::unique_ptr<Folder> folder) {
-    {
-      const std::lock_guard lock(mutex_);
-      steps_.push_back(&folder->listing);
-    }
-    visitFolder(*folder);
+  bool visitFound(Folder& around, int linksFollowed) {
+    Folder found(path_, &around, linksFollowed);
+    found.isFollowed = linksFollowed > around.linksFollowed;
+    addListing(found);
+    return visitFolder(found);
   }
 
-  /// A link to a file counts as itself; one to a folder is walked unless that is being walked. False when the
-  /// item is dealt with.
-  bool followLink(Folder& folder, Item& item) {
-    struct stat target {};
-    if (::stat(path_.c_str(), &target) != 0) return false;  // leads nowhere
-    if (!S_ISDIR(target.st_mode)) {
-      if (item.size == 0 && !plainName_.empty())
-        item.attribute = LinuxExtendedAttributes().get(path_, plainName_);
-      return true;
-    }
-    if (folder.linksFollowed == kMaximumLinks) return false;
-    for (const Folder* above = &folder; above != nullptr; above = above->parent) {
-      struct stat known {};
-      if (::stat(above->path.c_str(), &known) == 0 && known.st_dev == target.st_dev &&
-          known.st_ino == target.st_ino)
-        return false;
-    }
-    auto found = std::make_unique<Folder>(path_, &folder);
-    found->linksFollowed = folder.linksFollowed + 1;
-    visitFound(std::move(found));
-    return false;
+  void lookByPath(Item& item) {
+    item.what = What::nothing;
+    if (fill(item, ::statx(AT_FDCWD, path_.c_str(), kLook, kTypeAndSize, &scratch())) &&
+        item.what == What::file && item.size == 0)
+      item.attribute = valueByPath();
+  }
+
+  std::optional<std::string> valueByPath() const {
+    return plainName_.empty() ? std::nullopt : LinuxExtendedAttributes().get(path_, plainName_);
   }
 
   // --- Any thread's side: questions to the volume. ---
 
   void list(Folder& folder) {
-    Folder* const parent = folder.parent;
-    if (parent != nullptr && parent->depth < kDeepestKeptOpen && parent->descriptor) {
-      const std::size_t name = folder.path.rfind('/') + 1;
-      folder.descriptor =
-          FileDescriptor(::openat(parent->descriptor.get(), folder.path.c_str() + name, kOpenFolder));
-    } else {
-      folder.descriptor = FileDescriptor(::open(folder.path.c_str(), kOpenFolder));
+    folder.isStarved = false;
+    folder.descriptor = FileDescriptor(openFolder(folder));
+    if (!folder.descriptor) {
+      folder.isNone = errno == ENOTDIR || errno == ELOOP;
+      folder.isStarved = errno == EMFILE || errno == ENFILE;
+      return;
     }
-    folder.isNone = !folder.descriptor && errno == ENOTDIR;
-    if (!folder.descriptor) return;
+    if (isBeingWalked(folder)) return;
     alignas(dirent64) std::array<char, kListBuffer> buffer;
     for (;;) {
       const long got = ::syscall(SYS_getdents64, folder.descriptor.get(), buffer.data(), buffer.size());
-      if (got < 0) forget(folder);
-      if (got <= 0) break;
+      if (got < 0 && errno == EINTR) continue;
+      if (got < 0 || folder.names.size() > kLongestListing) forget(folder);
+      if (got <= 0 || folder.names.size() > kLongestListing) break;
       for (long at = 0; at < got;) {
         const auto* entry = reinterpret_cast<const dirent64*>(buffer.data() + at);
         at += entry->d_reclen;
@@ -349,51 +371,64 @@ class Walk : public std::enable_shared_from_this<Walk> {
     }
   }
 
+  static int openFolder(const Folder& folder) {
+    const Folder* const parent = folder.parent;
+    const bool goesByName =
+        parent != nullptr && parent->depth < kDeepestKeptOpen && parent->descriptor && !folder.isFollowed;
+    const int from = goesByName ? parent->descriptor.get() : AT_FDCWD;
+    const char* const path = folder.path.c_str() + (goesByName ? folder.path.rfind('/') + 1 : 0);
+    const int flags = kOpenFolder | (folder.isFollowed ? 0 : O_NOFOLLOW);
+    int descriptor = -1;
+    do {
+      descriptor = ::openat(from, path, flags);
+    } while (descriptor < 0 && errno == EINTR);
+    return descriptor;
+  }
+
+  /// A link, or a mount, can lead to a folder above.
+  static bool isBeingWalked(Folder& folder) {
+    struct statx status {};
+    if (::statx(folder.descriptor.get(), "", AT_EMPTY_PATH | AT_STATX_DONT_SYNC, STATX_INO, &status) != 0)
+      return true;
+    folder.device = ::makedev(status.stx_dev_major, status.stx_dev_minor);
+    folder.inode = status.stx_ino;
+    for (const Folder* above = folder.parent; above != nullptr; above = above->parent) {
+      if (above->device == folder.device && above->inode == folder.inode) return true;
+    }
+    return false;
+  }
+
   /// What is not listed to its end is not listed.
   static void forget(Folder& folder) {
     folder.items.clear();
     folder.folders.clear();
   }
 
-  void addItem(Folder& folder, const dirent64& entry) {
+  static void addItem(Folder& folder, const dirent64& entry) {
     Item item;
     item.nameAt = static_cast<std::uint32_t>(folder.names.size());
     folder.names.append(entry.d_name, std::strlen(entry.d_name) + 1);
-    if (entry.d_type == DT_DIR) {
-      item.what = What::folder;
-      const std::string_view name(entry.d_name);
-      if (folder.path.size() + 1 + name.size() < PATH_MAX) {
-        std::string path;
-        path.reserve(folder.path.size() + 1 + name.size());
-        path.append(folder.path).append("/").append(name);
-        folder.folders.push_back(std::make_unique<Folder>(std::move(path), &folder));
-        folder.folders.back()->linksFollowed = folder.linksFollowed;
-        item.folder = folder.folders.back().get();
-      } else {
-        item.what = What::nothing;
-      }
+    const std::string_view name(entry.d_name);
+    if (entry.d_type == DT_DIR && folder.path.size() + 1 + name.size() < PATH_MAX) {
+      std::string path;
+      path.reserve(folder.path.size() + 1 + name.size());
+      path.append(folder.path).append("/").append(name);
+      folder.folders.push_back(std::make_unique<Folder>(std::move(path), &folder, folder.linksFollowed));
+      item.folder = folder.folders.back().get();
     }
     folder.items.push_back(std::move(item));
   }
 
   void look(Folder& folder, std::size_t begin, std::size_t end) {
-    for (std::size_t i = begin; i < end; ++i) {
-      if (folder.items[i].what == What::unknown) lookAt(folder.descriptor.get(), folder, folder.items[i]);
-    }
+    for (std::size_t i = begin; i < end; ++i)
+      lookAt(folder.descriptor.get(), folder.nameOf(folder.items[i]), folder.items[i]);
   }
 
-  void lookAt(int descriptor, const Folder& folder, Item& item) {
-    const char* const name = folder.nameOf(item);
-    if (cachesNothing_.load(std::memory_order_relaxed)) {
-      lookThroughItem(descriptor, name, item);
-      return;
-    }
-    if (!fill(item, ::statx(descriptor, name, kLook, kTypeAndSize, &scratch())) || item.what != What::file ||
-        item.size != 0)
-      return;
-    if (plainName_.empty()) return;
+  void lookAt(int descriptor, const char* name, Item& item) {
+    if (cachesNothing_.load(std::memory_order_relaxed) && lookThroughItem(descriptor, name, item)) return;
+    if (!fill(item, ::statx(descriptor, name, kLook, kTypeAndSize, &scratch()))) return;
     if (!cacheIsKnown_.exchange(true)) cachesNothing_ = !isInCache(descriptor, name);
-    item.attribute = valueByName(descriptor, name);
+    if (item.what == What::file && item.size == 0) item.attribute = valueByName(descriptor, name);
   }
 
   static struct statx& scratch() {
@@ -407,20 +442,21 @@ class Walk : public std::enable_shared_from_this<Walk> {
     return result == 0;
   }
 
-  /// Where the kernel keeps nothing, each look by name is a request of its own: one for all questions.
-  void lookThroughItem(int descriptor, const char* name, Item& item) {
+  /// Where the kernel keeps nothing, each look by name is a request of its own: one for all questions. What
+  /// it brought needs no second one. False when there is no descriptor left.
+  bool lookThroughItem(int descriptor, const char* name, Item& item) {
     const FileDescriptor handle(::openat(descriptor, name, O_PATH | O_NOFOLLOW | O_CLOEXEC));
-    if (!handle) {
-      item.what = What::nothing;
-      return;
-    }
-    fill(item, ::statx(handle.get(), "", AT_EMPTY_PATH | kLook, kTypeAndSize, &scratch()));
-    if (item.what != What::file || item.size != 0) return;
-    std::array<char, 40> path;
-    std::snprintf(path.data(), path.size(), "/proc/self/fd/%d", handle.get());
+    if (!handle && (errno == EMFILE || errno == ENFILE)) return false;
+    item.what = What::nothing;
+    if (!handle || !fill(item, ::statx(handle.get(), "", AT_EMPTY_PATH | AT_STATX_DONT_SYNC | kLook,
+                                       kTypeAndSize, &scratch())))
+      return true;
+    if (item.what != What::file || item.size != 0) return true;
+    const std::string path = "/proc/self/fd/" + std::to_string(handle.get());
     item.attribute = firstValue([&](const char* attribute, char* value, std::size_t size) {
-      return ::getxattr(path.data(), attribute, value, size);
+      return ::getxattr(path.c_str(), attribute, value, size);
     });
+    return true;
   }
 
   /// Whether a name that was just looked up is still known, so that the next look costs no request.
@@ -443,9 +479,8 @@ class Walk : public std::enable_shared_from_this<Walk> {
         if (errno == ENOSYS) hasGetxattrat_ = false;
       }
       // Before kernel 6.13, and where a container forbids what it does not know.
-      std::array<char, 40 + NAME_MAX + 1> path;
-      std::snprintf(path.data(), path.size(), "/proc/self/fd/%d/%s", descriptor, name);
-      return ::lgetxattr(path.data(), attribute, value, size);
+      const std::string path = "/proc/self/fd/" + std::to_string(descriptor) + "/" + name;
+      return ::lgetxattr(path.c_str(), attribute, value, size);
     });
   }
 
@@ -453,17 +488,27 @@ class Walk : public std::enable_shared_from_this<Walk> {
   template <typename Get>
   std::optional<std::string> firstValue(const Get& get) {
     if (plainName_.empty()) return std::nullopt;
-    std::array<char, kLongestValue> value;
-    ssize_t size = get(name_.c_str(), value.data(), value.size());
-    if (size < 0 && name_ != plainName_ && mayBePlainAttribute(errno))
-      size = get(plainName_.c_str(), value.data(), value.size());
+    auto value = valueUnder(name_, get);
+    if (!value && name_ != plainName_ && mayBePlainAttribute(errno)) value = valueUnder(plainName_, get);
+    return value;
+  }
+
+  template <typename Get>
+  static std::optional<std::string> valueUnder(const std::string& name, const Get& get) {
+    std::array<char, kUsualValue> usual;
+    ssize_t size = get(name.c_str(), usual.data(), usual.size());
+    if (size >= 0) return std::string(usual.data(), static_cast<std::size_t>(size));
+    if (errno != ERANGE) return std::nullopt;
+    std::string value(kLargestValue, '\0');
+    size = get(name.c_str(), value.data(), value.size());
     if (size < 0) return std::nullopt;
-    return std::string(value.data(), static_cast<std::size_t>(size));
+    value.resize(static_cast<std::size_t>(size));
+    return value;
   }
 
   const std::string plainName_;
   const std::string name_;
-  const std::function<void(const WalkedFile&)>& visit_;
+  const VisitFile& visit_;
   std::string path_;  // of the item that is visited
 
   std::atomic<bool> cacheIsKnown_{false};
@@ -472,19 +517,20 @@ class Walk : public std::enable_shared_from_this<Walk> {
 
   std::mutex mutex_;
   std::condition_variable changed_;
-  std::vector<Step*> steps_;
+  std::vector<Step*> lists_;
+  std::vector<Step*> looks_;
   const Step* needed_ = nullptr;
   std::size_t ahead_ = 0;
+  bool isFull_ = false;
+  std::size_t inProgress_ = 0;
   std::size_t helpers_ = 0;
   std::size_t mostHelpers_ = 0;
-  bool paused_ = false;
   bool finished_ = false;
 };
 
 }  // namespace
 
-void walkFiles(const std::string& folder, const std::string& attribute,
-               const std::function<void(const WalkedFile&)>& visit) {
+void walkFiles(const std::string& folder, const std::string& attribute, const VisitFile& visit) {
   const WorkerPool::WaitingScope waiting;
   std::make_shared<Walk>(attribute, visit)->run(folder);
 }

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <functional>
 #include <string>
 
 #include "platform/FileSystem.h"
@@ -13,9 +12,9 @@ namespace kmv {
 /// Each folder is read through a descriptor, and each file costs one look by name and, when it is empty, one
 /// for its attribute. A few threads look at files that come later while the caller is told of the earlier
 /// ones, so that a server with a long way has several requests to answer at a time; the caller hears of them
-/// in listing order all the same, and works along where it would wait. What lies ahead is bounded, in entries
-/// and in open folders.
-void walkFiles(const std::string& folder, const std::string& attribute,
-               const std::function<void(const WalkedFile&)>& visit);
+/// in listing order all the same, and works along where it would wait. How many folders are listed ahead is
+/// bounded; a single folder is listed as a whole, and counts as one that cannot be when its names take more
+/// than 256 MiB. Out of memory, it stops the process.
+void walkFiles(const std::string& folder, const std::string& attribute, const VisitFile& visit);
 
 }  // namespace kmv

@@ -197,7 +197,7 @@ std::optional<Dictionary> LinuxFileSystem::attributesOfItem(const std::string& p
 }
 
 void LinuxFileSystem::visitFiles(const std::string& folder, const std::string& attribute,
-                                 const std::function<void(const WalkedFile&)>& visit) {
+                                 const VisitFile& visit) {
   walkFiles(folder, attribute, visit);
 }
 

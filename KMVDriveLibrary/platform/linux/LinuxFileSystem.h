@@ -23,8 +23,7 @@ class LinuxFileSystem final : public FileSystem {
   ItemKind itemKind(const std::string& path) override;
   std::optional<std::uint64_t> sizeOfItem(const std::string& path) override;
   std::optional<Dictionary> attributesOfItem(const std::string& path) override;
-  void visitFiles(const std::string& folder, const std::string& attribute,
-                  const std::function<void(const WalkedFile&)>& visit) override;
+  void visitFiles(const std::string& folder, const std::string& attribute, const VisitFile& visit) override;
   bool itemExists(const std::string& path) override;
   std::optional<std::string> realPath(const std::string& path) override;
   const std::vector<std::string>& pathAliasPrefixes() override;

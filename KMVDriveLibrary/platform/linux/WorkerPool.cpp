@@ -4,6 +4,7 @@
 #include <pthread.h>
 #include <signal.h>
 
+#include <algorithm>
 #include <chrono>
 #include <system_error>
 #include <thread>
@@ -17,6 +18,7 @@ namespace {
 constexpr auto kIdleTime = std::chrono::milliseconds(100);
 
 constinit thread_local bool onWorker = false;
+constinit thread_local int waitingScopes = 0;  // of this thread
 
 /// Every signal but those that a thread raises by a fault of its own: a host's crash handler must see these.
 sigset_t foreignSignals() {
@@ -63,7 +65,28 @@ void WorkerPool::submit(std::shared_ptr<Work> work) {
       starts = reserveThread();
     }
   }
-  if (starts) startReservedThread();
+  if (!starts || startReservedThread()) return;
+  const std::lock_guard lock(mutex_);
+  if (threads_ > waiting_ || work_.empty()) return;  // those that are there take the work over
+  fatal("no worker thread could be started");
+}
+
+bool WorkerPool::offer(const std::shared_ptr<Work>& work) {
+  {
+    const std::lock_guard lock(mutex_);
+    if (work_.size() >= idle_ && !reserveThread()) return false;
+    work_.push_back(work);
+    if (work_.size() <= idle_) {
+      workArrived_.notify_one();
+      return true;
+    }
+  }
+  if (startReservedThread()) return true;
+  const std::lock_guard lock(mutex_);
+  const auto waiting = std::find(work_.begin(), work_.end(), work);
+  if (waiting == work_.end()) return true;  // somebody has taken it meanwhile
+  work_.erase(waiting);
+  return false;
 }
 
 /// Counts a thread that is to be started; false when enough are there. REQUIRES: `mutex_` is held.
@@ -73,13 +96,12 @@ bool WorkerPool::reserveThread() {
   return true;
 }
 
-void WorkerPool::startReservedThread() {
-  if (startDetachedThread("kmv-worker", workerBody, this)) return;
-  std::unique_lock lock(mutex_);
+/// False when the system has none left.
+bool WorkerPool::startReservedThread() {
+  if (startDetachedThread("kmv-worker", workerBody, this)) return true;
+  const std::lock_guard lock(mutex_);
   --threads_;
-  if (threads_ > waiting_ || work_.empty()) return;  // those that are there take the work over
-  lock.unlock();
-  fatal("no worker thread could be started");
+  return false;
 }
 
 void WorkerPool::workerBody(void* pool) {
@@ -107,7 +129,7 @@ std::shared_ptr<Work> WorkerPool::nextWork() {
 }
 
 WorkerPool::WaitingScope::WaitingScope() {
-  if (!onWorker) return;
+  if (!onWorker || ++waitingScopes > 1) return;
   WorkerPool& pool = shared();
   bool starts = false;
   {
@@ -119,7 +141,7 @@ WorkerPool::WaitingScope::WaitingScope() {
 }
 
 WorkerPool::WaitingScope::~WaitingScope() {
-  if (!onWorker) return;
+  if (!onWorker || --waitingScopes > 0) return;
   WorkerPool& pool = shared();
   std::lock_guard lock(pool.mutex_);
   --pool.waiting_;

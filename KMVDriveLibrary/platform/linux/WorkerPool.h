@@ -38,8 +38,11 @@ class WorkerPool {
   /// Failure: stops the process when not a single worker can be started.
   void submit(std::shared_ptr<Work> work);
 
-  /// Tells the pool, while it lives, that the calling thread waits for a queue. Costs nothing on threads that
-  /// are no workers.
+  /// The same for work that need not be done: false, and it will not run, when no thread can be had for it.
+  bool offer(const std::shared_ptr<Work>& work);
+
+  /// Tells the pool, while it lives, that the calling thread waits for a queue or a volume, or may at any
+  /// moment: it does not count as active. Scopes may be nested. Costs nothing on threads that are no workers.
   class WaitingScope {
    public:
     WaitingScope();
@@ -55,7 +58,7 @@ class WorkerPool {
   void serve();
   std::shared_ptr<Work> nextWork();
   bool reserveThread();
-  void startReservedThread();
+  bool startReservedThread();
 
   std::mutex mutex_;
   std::condition_variable workArrived_;

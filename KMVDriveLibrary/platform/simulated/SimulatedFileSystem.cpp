@@ -124,20 +124,20 @@ std::optional<Dictionary> SimulatedFileSystem::attributesOfItem(const std::strin
 
 struct SimulatedFileSystem::Walk {
   const std::string& attribute;
-  const std::function<void(const WalkedFile&)>& visit;
+  const VisitFile& visit;
   const Walk* outer;        // of the folder around
   std::string folder = {};  // resolved
 };
 
 void SimulatedFileSystem::visitFiles(const std::string& folder, const std::string& attribute,
-                                     const std::function<void(const WalkedFile&)>& visit) {
+                                     const VisitFile& visit) {
   if (const auto resolved = realPath(folder)) walk({attribute, visit, nullptr}, folder, *resolved);
 }
 
-void SimulatedFileSystem::walk(const Walk& around, const std::string& shownPath,
+bool SimulatedFileSystem::walk(const Walk& around, const std::string& shownPath,
                                const std::string& resolvedPath) {
   for (const Walk* outer = &around; outer != nullptr; outer = outer->outer) {
-    if (outer->folder == resolvedPath) return;
+    if (outer->folder == resolvedPath) return true;
   }
   const Walk here{around.attribute, around.visit, &around, resolvedPath};
   for (const std::string& name : contentsOfFolder(resolvedPath)) {
@@ -147,17 +147,19 @@ void SimulatedFileSystem::walk(const Walk& around, const std::string& shownPath,
       case ItemKind::none:
         break;
       case ItemKind::folder:
-        walk(here, path, *realPath(path));
+        if (!walk(here, path, *realPath(path))) return false;
         break;
       case ItemKind::file: {
         const std::uint64_t size = sizeOfItem(path).value_or(0);
         const bool asks = size == 0 && !here.attribute.empty() && attributeOf_;
         const auto value = asks ? attributeOf_(path, here.attribute) : std::nullopt;
-        here.visit({path, size, value ? std::optional<std::string_view>(*value) : std::nullopt});
+        if (!here.visit({path, size, value ? std::optional<std::string_view>(*value) : std::nullopt}))
+          return false;
         break;
       }
     }
   }
+  return true;
 }
 
 bool SimulatedFileSystem::itemExists(const std::string& path) {

@@ -32,8 +32,7 @@ class SimulatedFileSystem : public FileSystem {
   ItemKind itemKind(const std::string& path) override;
   std::optional<std::uint64_t> sizeOfItem(const std::string& path) override;
   std::optional<Dictionary> attributesOfItem(const std::string& path) override;
-  void visitFiles(const std::string& folder, const std::string& attribute,
-                  const std::function<void(const WalkedFile&)>& visit) override;
+  void visitFiles(const std::string& folder, const std::string& attribute, const VisitFile& visit) override;
   bool itemExists(const std::string& path) override;
   std::optional<std::string> realPath(const std::string& path) override;
   const std::vector<std::string>& pathAliasPrefixes() override;
@@ -80,7 +79,7 @@ class SimulatedFileSystem : public FileSystem {
   /// Names, in ascending order.
   std::set<std::string> contentsOfFolder(const std::string& resolvedPath) const;
   struct Walk;
-  void walk(const Walk& walk, const std::string& shownPath, const std::string& resolvedPath);
+  bool walk(const Walk& walk, const std::string& shownPath, const std::string& resolvedPath);
 
   const Scheduler& scheduler_;
   std::vector<Mount> mounts_;

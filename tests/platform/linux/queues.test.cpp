@@ -161,6 +161,21 @@ TEST_F(LinuxQueues, MoreQueuesThanWorkersMayWaitForOneThatNeedsAWorkerItself) {
   for (const auto& queue : queues) queue->sync([] {});
 }
 
+TEST_F(LinuxQueues, AWorkerThatWaitsForAVolumeTakesNobodysTurnHoweverOftenItSaysSo) {
+  const auto stuck = factory_.makeSerialQueue("stuck"), other = factory_.makeSerialQueue("other");
+  std::promise<void> began, mayGoOn, ran;
+  stuck->async([&] {
+    const WorkerPool::WaitingScope walk, look;
+    began.set_value();
+    mayGoOn.get_future().wait();
+  });
+  began.get_future().wait();
+  other->async([&] { ran.set_value(); });
+  EXPECT_EQ(ran.get_future().wait_for(kPatience), std::future_status::ready);
+  mayGoOn.set_value();
+  stuck->sync([] {});
+}
+
 TEST_F(LinuxQueues, ADelayedTaskIsNeverEarly) {
   const auto queue = factory_.makeSerialQueue("timed");
   const auto start = Clock::now();
