@@ -172,7 +172,7 @@ std::string withoutClosingCommas(std::string text) {
     if (isSpace(c)) continue;
     inString = c == '"';
     if ((c == ']' || c == '}') && comma != std::string::npos) text[comma] = ' ';
-    const bool followsValue = last != '\0' && last != '[' && last != '{' && last != ',' && last != ':';
+    const bool followsValue = last != '[' && last != '{' && last != ',' && last != ':';
     comma = c == ',' && followsValue ? at : std::string::npos;
     last = c;
   }

@@ -162,8 +162,14 @@ TEST_F(CodexWrapper, IsOneForEachVolumeAndForCodexVolumesOnly) {
   EXPECT_EQ(supplied(url("clip")), Wrapper()) << "no document";
   write(kInitialising);
   lines();
+  std::vector<Wrapper> early;  // asked for before there is one, as the next one is
+  for (int i = 0; i < 8; ++i)
+    KMVDriveWrapperManager::sharedInstance().codexVFSWrapper(
+        root, *registry.drive(root.path())->snapshot(), /*requireIsReady=*/false,
+        [&](const Wrapper& made) { early.push_back(made); });
   const auto wrapper = supplied(url("clip"), /*requireIsReady=*/true);
   ASSERT_TRUE(wrapper && *wrapper);
+  EXPECT_EQ(early, std::vector<Wrapper>(8, *wrapper));
   EXPECT_EQ(supplied(root), wrapper);
   const Lines said = lines();
   EXPECT_EQ(std::count(said.begin(), said.end(), "debug KMV-Codex new wrapper created."), 1);

@@ -276,6 +276,13 @@ TEST_F(CodexStory, TreesOfEveryShapeAreAddedUp) {
   std::filesystem::create_directory_symlink("../..", root + "/links/a/b/up");
   std::filesystem::create_directory_symlink(".", root + "/links/self");
   EXPECT_EQ(wrapper->getFileSizeOfItem(urlOf(root + "/links")), 3 + 3);
+  // A walk that is given up, in the middle of a folder behind a link.
+  std::filesystem::create_directory(root + "/given up");
+  std::filesystem::create_directory_symlink(root + "/wide", root + "/given up/link");
+  int asked = 0;
+  EXPECT_EQ(CrossAppFileManager::defaultManager().aggregateFileSize(
+                urlOf(root + "/given up"), [&] { return ++asked <= 1000; }, 0),
+            1000u);
 }
 
 TEST_F(CodexStory, AHostileDocumentIsUnreadable) {

@@ -131,13 +131,7 @@ class Walk : public std::enable_shared_from_this<Walk> {
     root.isFollowed = true;
     mostHelpers_ = helpersFor(folder);
     addListing(root);
-    visitFolder(root);
-    std::unique_lock lock(mutex_);
-    finished_ = true;
-    lists_.clear();
-    looks_.clear();
-    changed_.notify_all();
-    changed_.wait(lock, [this] { return inProgress_ == 0; });  // only where the visitor had enough
+    if (visitFolder(root)) end();
   }
 
   void help() {
@@ -257,6 +251,16 @@ class Walk : public std::enable_shared_from_this<Walk> {
     }
   }
 
+  /// From here on no folder is looked at: those on the caller's stack may go.
+  void end() {
+    std::unique_lock lock(mutex_);
+    finished_ = true;
+    lists_.clear();
+    looks_.clear();
+    changed_.notify_all();
+    changed_.wait(lock, [this] { return inProgress_ == 0; });
+  }
+
   // --- The caller's side: everything in listing order. Each is false when the visitor has had enough. ---
 
   bool visitFolder(Folder& folder) {
@@ -325,7 +329,9 @@ class Walk : public std::enable_shared_from_this<Walk> {
     }
     std::optional<std::string_view> attribute;
     if (item.attribute) attribute = *item.attribute;
-    return visit_({path_, item.size, attribute});
+    const bool goesOn = visit_({path_, item.size, attribute});
+    if (!goesOn) end();
+    return goesOn;
   }
 
   bool visitFound(Folder& around, int linksFollowed) {
