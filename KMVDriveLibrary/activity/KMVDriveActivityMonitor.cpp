@@ -120,8 +120,8 @@ void KMVDriveActivityMonitor::postActivity() {
     active.emplace_hint(active.end(), drive, std::move(activity));
   const auto reported = appTracker()->activityLookup();
   for (const auto& [drive, sample] : appTracker()->cachedIOStatistics()->snapshot()) {
-    if (active.contains(drive)) continue;  // what the platform measured counts
-    if (auto activity = reported->find(drive)) active.emplace(drive, std::move(*activity));
+    if (auto activity = reported->find(drive))
+      active.emplace(drive, std::move(*activity));  // nothing where the platform measured: that counts
   }
   if (active.empty()) return;
   kmv::Dictionary userInfo;

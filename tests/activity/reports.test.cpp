@@ -56,7 +56,14 @@ TEST_F(Reports, OfSeveralSendersTheLastByNameCountsAndAnotherOneBeginsAnew) {
   monitor().appBytesWereReadOnDrive(10, share, "a");
   nextCycle();
   EXPECT_EQ(news(), Lines{"Share read 1; "});
+  EXPECT_EQ(monitor().appTracker()->trackingId(), "b");
+  monitor().stopMonitoringAppDriveIOUpdatesFromSender("a");
+  registry.machine.runUntilIdle();
+  EXPECT_EQ(monitor().appTracker()->trackingId(), "b");
+  monitor().appBytesWereReadOnDrive(10, share, "a");
   monitor().stopMonitoringAppDriveIOUpdatesFromSender("b");
+  registry.machine.runUntilIdle();
+  EXPECT_EQ(monitor().appTracker()->trackingId(), std::nullopt);
   nextCycle();
   EXPECT_EQ(news(), Lines{}) << "another sender";
   monitor().appBytesWereReadOnDrive(3, share, "b");
