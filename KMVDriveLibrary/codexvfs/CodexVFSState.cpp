@@ -3,6 +3,7 @@
 
 #include <KMVDriveLibrary/host/OrvaneLogging.h>
 
+#include <algorithm>
 #include <array>
 #include <filesystem>
 #include <system_error>
@@ -37,11 +38,20 @@ const Flag* flagOf(std::string_view key) {
   return nullptr;
 }
 
-/// Nothing that a real document says comes near this; one that is made to be long fills no log.
-std::string printed(const kmv::Value& value) {
-  constexpr std::size_t kLongestText = 4096;
-  return kmv::clippedDescription(value, kLongestText);
-}
+/// Prints the values of one document. Nothing that a real one says comes near the limits; one that is made to
+/// be long fills no log.
+class Printer {
+ public:
+  std::string operator()(const kmv::Value& value) {
+    constexpr std::size_t kLongestText = 4096;
+    std::string text = kmv::clippedDescription(value, std::min(kLongestText, left_));
+    left_ -= std::min(left_, text.size());
+    return text;
+  }
+
+ private:
+  std::size_t left_ = kLargestDocument;
+};
 
 const OrvaneLog& log() {
   return OrvaneLog::defaultLog();
@@ -88,11 +98,13 @@ void CodexVFSState::updateFlags(const kmv::FileBytes& document) {
     log().logInfo("CodexVFS-No json found to parse.");
     return;
   }
+  Printer printed;
   for (const auto& [key, member] : *object) log().logDebug("Key: " + key + ", Value: " + printed(member));
   updateFlags(*object);
 }
 
 void CodexVFSState::updateFlags(const kmv::Dictionary& from) {
+  Printer printed;
   for (const auto& [key, value] : from) {
     const Flag* flag = flagOf(key);
     if (flag == nullptr) {  // the apostrophe at the end stands alone, on purpose

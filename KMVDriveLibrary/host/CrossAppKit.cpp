@@ -81,9 +81,10 @@ std::uint64_t CrossAppFileManager::aggregateFileSize(const kmv::URL& ofURL,
   const std::string path = ofURL.path();
   std::uint64_t sum = 0;
   std::exception_ptr thrown;  // a walk cannot be left by an exception
-  const auto add = [&](std::uint64_t size) {
+  const auto add = [&](std::uint64_t size, bool isLeftOut) {
     try {
       if (shouldContinue != nullptr && !shouldContinue()) return false;
+      if (isLeftOut) return true;
       if (size > std::numeric_limits<std::uint64_t>::max() - sum)
         throw std::runtime_error("the sizes add up to more than a number can hold");
     } catch (...) {
@@ -96,12 +97,12 @@ std::uint64_t CrossAppFileManager::aggregateFileSize(const kmv::URL& ofURL,
   if (fileSystem.itemKind(path) == kmv::ItemKind::folder) {
     fileSystem.visitFiles(path, /*attribute=*/{}, [&](const kmv::WalkedFile& file) {
       const bool isLeftOut = (options & kSkipsHiddenFiles) != 0 && isHiddenBelow(path, file.path);
-      return isLeftOut || add(file.size);
+      return add(file.size, isLeftOut);
     });
   } else {
     const auto size = fileSystem.sizeOfItem(path);
     if (!size) throw std::runtime_error("there is no item to take the size of");
-    add(*size);
+    sum = *size;
   }
   if (thrown) std::rethrow_exception(thrown);
   return sum;

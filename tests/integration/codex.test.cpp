@@ -6,9 +6,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <sys/xattr.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -276,6 +278,20 @@ TEST_F(CodexStory, TreesOfEveryShapeAreAddedUp) {
   std::filesystem::create_directory_symlink("../..", root + "/links/a/b/up");
   std::filesystem::create_directory_symlink(".", root + "/links/self");
   EXPECT_EQ(wrapper->getFileSizeOfItem(urlOf(root + "/links")), 3 + 3);
+  // With hardly a descriptor left, which the folders that lie ahead would like to have.
+  for (int i = 0; i < 200; ++i) {
+    const std::string sub = root + "/wide/" + std::to_string(i) + "/below";
+    std::filesystem::create_directory(sub);
+    std::ofstream(sub + "/file") << "1";
+  }
+  rlimit descriptors{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &descriptors), 0);
+  const int next = dup(0);
+  close(next);
+  const rlimit few{static_cast<rlim_t>(next) + 5, descriptors.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+  EXPECT_EQ(wrapper->getFileSizeOfItem(urlOf(root + "/wide")), 3200);
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &descriptors), 0);
   // A walk that is given up, in the middle of a folder behind a link.
   std::filesystem::create_directory(root + "/given up");
   std::filesystem::create_directory_symlink(root + "/wide", root + "/given up/link");

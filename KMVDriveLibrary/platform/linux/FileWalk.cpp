@@ -3,8 +3,10 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <linux/openat2.h>
 #include <sys/stat.h>
+#include <sys/statfs.h>
 #include <sys/syscall.h>
 #include <sys/sysmacros.h>
 #include <sys/xattr.h>
@@ -17,7 +19,6 @@
 #include <climits>
 #include <condition_variable>
 #include <cstring>
-#include <deque>
 #include <iterator>
 #include <memory>
 #include <mutex>
@@ -81,33 +82,55 @@ struct Step {
 
 /// A folder, from its being met to the visit of its last item.
 struct Folder {
+  /// The root of the walk, or what was found to be a folder when it was visited.
   Folder(std::string pathToIt, Folder* enclosing, int links)
-      : path(std::move(pathToIt)),
-        parent(enclosing),
-        depth(enclosing == nullptr ? 0 : enclosing->depth + 1),
-        linksFollowed(links) {
-    listing.folder = this;
-    listing.lists = true;
+      : path(std::move(pathToIt)), parent(enclosing), linksFollowed(links) {
+    prepare();
   }
+  /// One that `enclosing` lists as a folder; its path is put together when it is listed itself.
+  Folder(Folder* enclosing, std::uint32_t nameInIt)
+      : parent(enclosing), linksFollowed(enclosing->linksFollowed), nameAt(nameInIt) {
+    prepare();
+  }
+  Folder(const Folder&) = delete;
+  Folder& operator=(const Folder&) = delete;
+
   const char* nameOf(const Item& item) const { return names.data() + item.nameAt; }
 
   std::string path;
   Folder* parent;
-  std::size_t depth;
+  std::size_t depth = 0;
   int linksFollowed;
-  bool isFollowed = false;  // when it is a link; what is listed as a folder is to be one
-  FileDescriptor descriptor;
+  std::uint32_t nameAt = 0;
+  bool isFollowed = false;    // when it is a link; what is listed as a folder is to be one
+  bool isNone = false;        // the listing's word against the item's own
+  bool isStarved = false;     // there was no descriptor left to open it
+  FileDescriptor descriptor;  // none any more where descriptors are short: its items are known by path then
   dev_t device = 0;
   ino_t inode = 0;
   std::string names;  // each with its NUL
   std::vector<Item> items;
-  std::deque<Step> looks;
+  std::vector<Step> looks;
   Step listing;
-  std::deque<std::unique_ptr<Folder>> folders;
+  std::vector<std::unique_ptr<Folder>> folders;
+  std::size_t visited = 0;  // of them
   std::size_t weight = 0;
-  bool isNone = false;     // the listing's word against the item's own
-  bool isStarved = false;  // there was no descriptor left to open it
+
+ private:
+  void prepare() {
+    if (parent != nullptr) depth = parent->depth + 1;
+    listing.folder = this;
+    listing.lists = true;
+  }
 };
+
+/// Asks again when a signal came between: a walk may run on a thread of the host's.
+template <typename Call>
+auto uninterrupted(const Call& call) {
+  auto result = call();
+  while (result < 0 && errno == EINTR) result = call();
+  return result;
+}
 
 /// False for what the platform keeps to itself.
 bool isListedName(std::string_view name) {
@@ -129,6 +152,8 @@ class Walk : public std::enable_shared_from_this<Walk> {
   void run(const std::string& folder) noexcept {
     Folder root(folder, nullptr, 0);
     root.isFollowed = true;
+    struct statfs system {};
+    isFuse_ = ::statfs(folder.c_str(), &system) == 0 && system.f_type == FUSE_SUPER_MAGIC;
     mostHelpers_ = helpersFor(folder);
     addListing(root);
     if (visitFolder(root)) end();
@@ -154,7 +179,7 @@ class Walk : public std::enable_shared_from_this<Walk> {
 
   // --- Steps. The two stacks hold what nobody has begun, what is needed first on top. ---
 
-  bool canGoAhead() const { return !looks_.empty() || (!lists_.empty() && !isFull_); }
+  bool canGoAhead() const { return !looks_.empty() || (!lists_.empty() && !isFull_ && !isPoor_); }
 
   /// Does what is needed next. Looks cost little memory and come first; listings wait while much is listed.
   void goAhead(std::unique_lock<std::mutex>& lock) {
@@ -174,7 +199,10 @@ class Walk : public std::enable_shared_from_this<Walk> {
       look(*step.folder, step.begin, step.end);
     }
     lock.lock();
-    if (step.lists) announce(*step.folder);
+    if (step.lists) {
+      isPoor_ = isPoor_ || step.folder->isStarved;  // from here on only the caller opens folders
+      announce(*step.folder);
+    }
     step.done = true;
     --inProgress_;
     if (needed_ == &step || finished_) changed_.notify_all();
@@ -187,6 +215,9 @@ class Walk : public std::enable_shared_from_this<Walk> {
     folder.weight = kWeightOfFolder + folder.items.size();
     ahead_ += folder.weight;
     isFull_ = isFull_ || ahead_ >= kMostAhead;
+    listedAhead_.push_back(&folder);
+    folder.looks.reserve(folder.items.size() / kFilesAtATime + folder.folders.size() +
+                         1);  // steps do not move
     std::size_t at = 0;
     const auto addLooks = [&](std::size_t end) {
       for (; at < end; at = std::min(end, at + kFilesAtATime))
@@ -208,7 +239,8 @@ class Walk : public std::enable_shared_from_this<Walk> {
    public:
     explicit Helper(std::shared_ptr<Walk> walk) : walk_(std::move(walk)) {}
     void runOnWorker() override {
-      const WorkerPool::WaitingScope waiting;  // for a volume: it takes nobody's turn
+      const WorkerPool::WaitingScope waiting(
+          WorkerPool::WaitsFor::volume);  // for a volume: it takes nobody's turn
       walk_->help();
     }
 
@@ -265,13 +297,15 @@ class Walk : public std::enable_shared_from_this<Walk> {
 
   bool visitFolder(Folder& folder) {
     need(folder.listing);
-    if (folder.isStarved) {  // perhaps helpers have closed some since
-      list(folder);
-      const std::lock_guard lock(mutex_);
-      ahead_ -= folder.weight;
-      announce(folder);
-    }
     beginVisit(folder);
+    if (folder.isStarved) {
+      closeFoldersAhead();
+      list(folder);
+      std::unique_lock lock(mutex_);
+      announce(folder);
+      lock.unlock();
+      beginVisit(folder);
+    }
     if (folder.depth >= kDeepestKeptOpen) {
       for (Step& look : folder.looks) need(look);
       folder.descriptor.reset();
@@ -291,9 +325,22 @@ class Walk : public std::enable_shared_from_this<Walk> {
   void beginVisit(const Folder& folder) {
     const std::lock_guard lock(mutex_);
     ahead_ -= folder.weight;
+    std::erase(listedAhead_, &folder);
     if (!isFull_ || ahead_ >= kMostAhead / 2) return;  // there is to be room for a while
     isFull_ = false;
     changed_.notify_all();
+  }
+
+  /// Those that nobody is at work on. Their items are asked for by path then.
+  void closeFoldersAhead() {
+    const auto isUnderWay = [](const Step& step) { return step.begun && !step.done; };
+    const std::lock_guard lock(mutex_);
+    for (Folder* folder : listedAhead_) {
+      const bool isBusy = std::any_of(folder->looks.begin(), folder->looks.end(), isUnderWay) ||
+                          std::any_of(folder->folders.begin(), folder->folders.end(),
+                                      [&](const auto& sub) { return isUnderWay(sub->listing); });
+      if (!isBusy) folder->descriptor.reset();
+    }
   }
 
   bool visitItem(Folder& folder, Item& item) {
@@ -305,7 +352,7 @@ class Walk : public std::enable_shared_from_this<Walk> {
       if (!goesOn) return false;
       const bool isNone = item.folder->isNone;
       item.folder = nullptr;
-      folder.folders.pop_front();
+      folder.folders[folder.visited++] = nullptr;
       if (!isNone) return true;
       path_.assign(folder.path).append("/").append(name);
       lookByPath(item);
@@ -318,7 +365,7 @@ class Walk : public std::enable_shared_from_this<Walk> {
         return visitFound(folder, folder.linksFollowed);
       case What::link: {
         struct stat target {};
-        if (::stat(path_.c_str(), &target) != 0) return true;  // leads nowhere
+        if (uninterrupted([&] { return ::stat(path_.c_str(), &target); }) != 0) return true;  // leads nowhere
         if (S_ISDIR(target.st_mode))
           return folder.linksFollowed == kMaximumLinks || visitFound(folder, folder.linksFollowed + 1);
         if (item.size == 0) item.attribute = valueByPath();
@@ -335,16 +382,15 @@ class Walk : public std::enable_shared_from_this<Walk> {
   }
 
   bool visitFound(Folder& around, int linksFollowed) {
-    Folder found(path_, &around, linksFollowed);
-    found.isFollowed = linksFollowed > around.linksFollowed;
-    addListing(found);
-    return visitFolder(found);
+    const auto found = std::make_unique<Folder>(path_, &around, linksFollowed);  // stacks may be small
+    found->isFollowed = linksFollowed > around.linksFollowed;
+    addListing(*found);
+    return visitFolder(*found);
   }
 
   void lookByPath(Item& item) {
     item.what = What::nothing;
-    if (fill(item, ::statx(AT_FDCWD, path_.c_str(), kLook, kTypeAndSize, &scratch())) &&
-        item.what == What::file && item.size == 0)
+    if (fill(item, looked(AT_FDCWD, path_.c_str(), kLook)) && item.what == What::file && item.size == 0)
       item.attribute = valueByPath();
   }
 
@@ -354,7 +400,9 @@ class Walk : public std::enable_shared_from_this<Walk> {
 
   // --- Any thread's side: questions to the volume. ---
 
-  void list(Folder& folder) {
+  [[gnu::noinline]] void list(Folder& folder) {  // else its buffer would be on the stack for each level
+    if (folder.path.empty())
+      folder.path.append(folder.parent->path).append("/").append(folder.parent->names.data() + folder.nameAt);
     folder.isStarved = false;
     folder.descriptor = FileDescriptor(openFolder(folder));
     if (!folder.descriptor) {
@@ -365,10 +413,11 @@ class Walk : public std::enable_shared_from_this<Walk> {
     if (isBeingWalked(folder)) return;
     alignas(dirent64) std::array<char, kListBuffer> buffer;
     for (;;) {
-      const long got = ::syscall(SYS_getdents64, folder.descriptor.get(), buffer.data(), buffer.size());
-      if (got < 0 && errno == EINTR) continue;
-      if (got < 0 || folder.names.size() > kLongestListing) forget(folder);
-      if (got <= 0 || folder.names.size() > kLongestListing) break;
+      const long got = uninterrupted(
+          [&] { return ::syscall(SYS_getdents64, folder.descriptor.get(), buffer.data(), buffer.size()); });
+      const bool isTooLong = folder.names.size() + folder.folders.size() * sizeof(Folder) > kLongestListing;
+      if (got < 0 || isTooLong) forget(folder);
+      if (got <= 0 || isTooLong) break;
       for (long at = 0; at < got;) {
         const auto* entry = reinterpret_cast<const dirent64*>(buffer.data() + at);
         at += entry->d_reclen;
@@ -384,20 +433,18 @@ class Walk : public std::enable_shared_from_this<Walk> {
     const int from = goesByName ? parent->descriptor.get() : AT_FDCWD;
     const char* const path = folder.path.c_str() + (goesByName ? folder.path.rfind('/') + 1 : 0);
     const int flags = kOpenFolder | (folder.isFollowed ? 0 : O_NOFOLLOW);
-    int descriptor = -1;
-    do {
-      descriptor = ::openat(from, path, flags);
-    } while (descriptor < 0 && errno == EINTR);
-    return descriptor;
+    return uninterrupted([&] { return ::openat(from, path, flags); });
   }
 
-  /// A link, or a mount, can lead to a folder above.
+  /// Only a link can lead to a folder above; without one on the way the same numbers, which not every server
+  /// takes care of, are another folder's.
   static bool isBeingWalked(Folder& folder) {
     struct statx status {};
     if (::statx(folder.descriptor.get(), "", AT_EMPTY_PATH | AT_STATX_DONT_SYNC, STATX_INO, &status) != 0)
       return true;
     folder.device = ::makedev(status.stx_dev_major, status.stx_dev_minor);
     folder.inode = status.stx_ino;
+    if (folder.linksFollowed == 0 || folder.inode == 0) return false;
     for (const Folder* above = folder.parent; above != nullptr; above = above->parent) {
       if (above->device == folder.device && above->inode == folder.inode) return true;
     }
@@ -416,30 +463,38 @@ class Walk : public std::enable_shared_from_this<Walk> {
     folder.names.append(entry.d_name, std::strlen(entry.d_name) + 1);
     const std::string_view name(entry.d_name);
     if (entry.d_type == DT_DIR && folder.path.size() + 1 + name.size() < PATH_MAX) {
-      std::string path;
-      path.reserve(folder.path.size() + 1 + name.size());
-      path.append(folder.path).append("/").append(name);
-      folder.folders.push_back(std::make_unique<Folder>(std::move(path), &folder, folder.linksFollowed));
+      folder.folders.push_back(std::make_unique<Folder>(&folder, item.nameAt));
       item.folder = folder.folders.back().get();
     }
     folder.items.push_back(std::move(item));
   }
 
   void look(Folder& folder, std::size_t begin, std::size_t end) {
-    for (std::size_t i = begin; i < end; ++i)
-      lookAt(folder.descriptor.get(), folder.nameOf(folder.items[i]), folder.items[i]);
+    for (std::size_t i = begin; i < end; ++i) {
+      Item& item = folder.items[i];
+      const char* const name = folder.nameOf(item);
+      if (folder.descriptor) {
+        lookAt(folder.descriptor.get(), name, item);
+      } else {
+        lookAt(AT_FDCWD, (folder.path + "/" + name).c_str(), item);
+      }
+    }
   }
 
   void lookAt(int descriptor, const char* name, Item& item) {
     if (cachesNothing_.load(std::memory_order_relaxed) && lookThroughItem(descriptor, name, item)) return;
-    if (!fill(item, ::statx(descriptor, name, kLook, kTypeAndSize, &scratch()))) return;
-    if (!cacheIsKnown_.exchange(true)) cachesNothing_ = !isInCache(descriptor, name);
+    if (!fill(item, looked(descriptor, name, kLook))) return;
+    if (isFuse_ && !cacheIsKnown_.exchange(true)) cachesNothing_ = !isInCache(descriptor, name);
     if (item.what == What::file && item.size == 0) item.attribute = valueByName(descriptor, name);
   }
 
   static struct statx& scratch() {
     thread_local struct statx status;
     return status;
+  }
+
+  static int looked(int from, const char* name, int flags) {
+    return uninterrupted([&] { return ::statx(from, name, flags, kTypeAndSize, &scratch()); });
   }
 
   static bool fill(Item& item, int result) {
@@ -451,11 +506,11 @@ class Walk : public std::enable_shared_from_this<Walk> {
   /// Where the kernel keeps nothing, each look by name is a request of its own: one for all questions. What
   /// it brought needs no second one. False when there is no descriptor left.
   bool lookThroughItem(int descriptor, const char* name, Item& item) {
-    const FileDescriptor handle(::openat(descriptor, name, O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    const FileDescriptor handle(
+        uninterrupted([&] { return ::openat(descriptor, name, O_PATH | O_NOFOLLOW | O_CLOEXEC); }));
     if (!handle && (errno == EMFILE || errno == ENFILE)) return false;
     item.what = What::nothing;
-    if (!handle || !fill(item, ::statx(handle.get(), "", AT_EMPTY_PATH | AT_STATX_DONT_SYNC | kLook,
-                                       kTypeAndSize, &scratch())))
+    if (!handle || !fill(item, looked(handle.get(), "", AT_EMPTY_PATH | AT_STATX_DONT_SYNC | kLook)))
       return true;
     if (item.what != What::file || item.size != 0) return true;
     const std::string path = "/proc/self/fd/" + std::to_string(handle.get());
@@ -465,7 +520,8 @@ class Walk : public std::enable_shared_from_this<Walk> {
     return true;
   }
 
-  /// Whether a name that was just looked up is still known, so that the next look costs no request.
+  /// Whether a name that was just looked up on a FUSE volume is still known, so that the next look costs no
+  /// request.
   static bool isInCache(int descriptor, const char* name) {
     open_how how{};
     how.flags = O_PATH | O_NOFOLLOW | O_CLOEXEC;
@@ -485,7 +541,9 @@ class Walk : public std::enable_shared_from_this<Walk> {
         if (errno == ENOSYS) hasGetxattrat_ = false;
       }
       // Before kernel 6.13, and where a container forbids what it does not know.
-      const std::string path = "/proc/self/fd/" + std::to_string(descriptor) + "/" + name;
+      const std::string path = descriptor == AT_FDCWD
+                                   ? std::string(name)
+                                   : "/proc/self/fd/" + std::to_string(descriptor) + "/" + name;
       return ::lgetxattr(path.c_str(), attribute, value, size);
     });
   }
@@ -502,11 +560,11 @@ class Walk : public std::enable_shared_from_this<Walk> {
   template <typename Get>
   static std::optional<std::string> valueUnder(const std::string& name, const Get& get) {
     std::array<char, kUsualValue> usual;
-    ssize_t size = get(name.c_str(), usual.data(), usual.size());
+    ssize_t size = uninterrupted([&] { return get(name.c_str(), usual.data(), usual.size()); });
     if (size >= 0) return std::string(usual.data(), static_cast<std::size_t>(size));
     if (errno != ERANGE) return std::nullopt;
     std::string value(kLargestValue, '\0');
-    size = get(name.c_str(), value.data(), value.size());
+    size = uninterrupted([&] { return get(name.c_str(), value.data(), value.size()); });
     if (size < 0) return std::nullopt;
     value.resize(static_cast<std::size_t>(size));
     return value;
@@ -517,6 +575,7 @@ class Walk : public std::enable_shared_from_this<Walk> {
   const VisitFile& visit_;
   std::string path_;  // of the item that is visited
 
+  bool isFuse_ = false;
   std::atomic<bool> cacheIsKnown_{false};
   std::atomic<bool> cachesNothing_{false};
   std::atomic<bool> hasGetxattrat_{true};
@@ -526,8 +585,10 @@ class Walk : public std::enable_shared_from_this<Walk> {
   std::vector<Step*> lists_;
   std::vector<Step*> looks_;
   const Step* needed_ = nullptr;
+  std::vector<Folder*> listedAhead_;  // and their weights:
   std::size_t ahead_ = 0;
   bool isFull_ = false;
+  bool isPoor_ = false;  // in descriptors
   std::size_t inProgress_ = 0;
   std::size_t helpers_ = 0;
   std::size_t mostHelpers_ = 0;
@@ -537,7 +598,7 @@ class Walk : public std::enable_shared_from_this<Walk> {
 }  // namespace
 
 void walkFiles(const std::string& folder, const std::string& attribute, const VisitFile& visit) {
-  const WorkerPool::WaitingScope waiting;
+  const WorkerPool::WaitingScope waiting(WorkerPool::WaitsFor::volume);
   std::make_shared<Walk>(attribute, visit)->run(folder);
 }
 

@@ -47,7 +47,7 @@ class LinuxFileStream final : public FileStream {
  public:
   explicit LinuxFileStream(FileDescriptor file) : file_(std::move(file)) {}
   std::optional<std::string> read(std::size_t mostBytes) override {
-    const WorkerPool::WaitingScope waiting;
+    const WorkerPool::WaitingScope waiting(WorkerPool::WaitsFor::volume);
     std::string bytes(mostBytes, '\0');
     ssize_t got = 0;
     do {
@@ -123,7 +123,8 @@ std::optional<URL> LinuxFileSystem::volumeURL(const URL& url) {
 }
 
 FileBytes LinuxFileSystem::readRegularFile(const std::string& path, std::size_t mostBytes) {
-  const WorkerPool::WaitingScope waiting;  // for a volume: a task that does takes nobody's turn
+  const WorkerPool::WaitingScope waiting(
+      WorkerPool::WaitsFor::volume);  // for a volume: a task that does takes nobody's turn
   // Whatever is there may be hostile: a device must not be opened, a link not followed, a pipe not waited
   // for. What is looked at first may be another thing by the time it is opened, so it is looked at twice.
   struct stat status {};
@@ -155,7 +156,7 @@ FileBytes LinuxFileSystem::readRegularFile(const std::string& path, std::size_t 
 }
 
 std::unique_ptr<FileStream> LinuxFileSystem::openForReading(const std::string& path) {
-  const WorkerPool::WaitingScope waiting;
+  const WorkerPool::WaitingScope waiting(WorkerPool::WaitsFor::volume);
   struct stat status {};
   if (::stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return nullptr;
   FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
@@ -164,21 +165,21 @@ std::unique_ptr<FileStream> LinuxFileSystem::openForReading(const std::string& p
 }
 
 ItemKind LinuxFileSystem::itemKind(const std::string& path) {
-  const WorkerPool::WaitingScope waiting;
+  const WorkerPool::WaitingScope waiting(WorkerPool::WaitsFor::volume);
   struct stat status {};
   if (::stat(path.c_str(), &status) != 0) return ItemKind::none;
   return S_ISDIR(status.st_mode) ? ItemKind::folder : ItemKind::file;
 }
 
 std::optional<std::uint64_t> LinuxFileSystem::sizeOfItem(const std::string& path) {
-  const WorkerPool::WaitingScope waiting;
+  const WorkerPool::WaitingScope waiting(WorkerPool::WaitsFor::volume);
   struct stat status {};
   if (::lstat(path.c_str(), &status) != 0) return std::nullopt;
   return static_cast<std::uint64_t>(status.st_size);
 }
 
 std::optional<Dictionary> LinuxFileSystem::attributesOfItem(const std::string& path) {
-  const WorkerPool::WaitingScope waiting;
+  const WorkerPool::WaitingScope waiting(WorkerPool::WaitsFor::volume);
   struct statx status {};
   if (::statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, STATX_BASIC_STATS | STATX_BTIME,
               &status) != 0)
@@ -202,7 +203,7 @@ void LinuxFileSystem::visitFiles(const std::string& folder, const std::string& a
 }
 
 bool LinuxFileSystem::itemExists(const std::string& path) {
-  const WorkerPool::WaitingScope waiting;
+  const WorkerPool::WaitingScope waiting(WorkerPool::WaitsFor::volume);
   struct stat status {};
   return ::stat(path.c_str(), &status) == 0;
 }

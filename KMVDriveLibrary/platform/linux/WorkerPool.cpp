@@ -65,9 +65,16 @@ void WorkerPool::submit(std::shared_ptr<Work> work) {
       starts = reserveThread();
     }
   }
-  if (!starts || startReservedThread()) return;
-  const std::lock_guard lock(mutex_);
-  if (threads_ > waiting_ || work_.empty()) return;  // those that are there take the work over
+  if (starts && !startReservedThread()) requireSomebody();
+}
+
+/// After a thread could not be started: those that are there take the work over, or those that come back from
+/// a volume.
+void WorkerPool::requireSomebody() {
+  {
+    const std::lock_guard lock(mutex_);
+    if (threads_ > waiting_ - waitingForVolumes_ || work_.empty()) return;
+  }
   fatal("no worker thread could be started");
 }
 
@@ -82,10 +89,13 @@ bool WorkerPool::offer(const std::shared_ptr<Work>& work) {
     }
   }
   if (startReservedThread()) return true;
-  const std::lock_guard lock(mutex_);
-  const auto waiting = std::find(work_.begin(), work_.end(), work);
-  if (waiting == work_.end()) return true;  // somebody has taken it meanwhile
-  work_.erase(waiting);
+  {
+    const std::lock_guard lock(mutex_);
+    const auto waiting = std::find(work_.begin(), work_.end(), work);
+    if (waiting == work_.end()) return true;  // somebody has taken it meanwhile
+    work_.erase(waiting);
+  }
+  requireSomebody();  // for work that counted on this thread
   return false;
 }
 
@@ -128,16 +138,17 @@ std::shared_ptr<Work> WorkerPool::nextWork() {
   return work;
 }
 
-WorkerPool::WaitingScope::WaitingScope() {
+WorkerPool::WaitingScope::WaitingScope(WaitsFor what) : isVolume_(what == WaitsFor::volume) {
   if (!onWorker || ++waitingScopes > 1) return;
   WorkerPool& pool = shared();
   bool starts = false;
   {
     std::lock_guard lock(pool.mutex_);
     ++pool.waiting_;
+    pool.waitingForVolumes_ += isVolume_ ? 1 : 0;
     if (pool.work_.size() > pool.idle_) starts = pool.reserveThread();
   }
-  if (starts) pool.startReservedThread();
+  if (starts && !pool.startReservedThread() && !isVolume_) pool.requireSomebody();
 }
 
 WorkerPool::WaitingScope::~WaitingScope() {
@@ -145,6 +156,7 @@ WorkerPool::WaitingScope::~WaitingScope() {
   WorkerPool& pool = shared();
   std::lock_guard lock(pool.mutex_);
   --pool.waiting_;
+  pool.waitingForVolumes_ -= isVolume_ ? 1 : 0;
 }
 
 }  // namespace kmv

@@ -43,12 +43,19 @@ class WorkerPool {
 
   /// Tells the pool, while it lives, that the calling thread waits for a queue or a volume, or may at any
   /// moment: it does not count as active. Scopes may be nested. Costs nothing on threads that are no workers.
+  ///
+  /// A wait for a queue needs the other workers; when there is none and none can be started, the process
+  /// stops with a message, since it could never end. A wait for a volume ends by itself.
+  enum class WaitsFor { queue, volume };
   class WaitingScope {
    public:
-    WaitingScope();
+    explicit WaitingScope(WaitsFor what = WaitsFor::queue);
     ~WaitingScope();
     WaitingScope(const WaitingScope&) = delete;
     WaitingScope& operator=(const WaitingScope&) = delete;
+
+   private:
+    bool isVolume_;
   };
 
  private:
@@ -59,6 +66,7 @@ class WorkerPool {
   std::shared_ptr<Work> nextWork();
   bool reserveThread();
   bool startReservedThread();
+  void requireSomebody();
 
   std::mutex mutex_;
   std::condition_variable workArrived_;
@@ -66,6 +74,7 @@ class WorkerPool {
   std::size_t threads_ = 0;
   std::size_t idle_ = 0;
   std::size_t waiting_ = 0;
+  std::size_t waitingForVolumes_ = 0;  // of them
 };
 
 }  // namespace kmv

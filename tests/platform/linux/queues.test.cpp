@@ -165,7 +165,7 @@ TEST_F(LinuxQueues, AWorkerThatWaitsForAVolumeTakesNobodysTurnHoweverOftenItSays
   const auto stuck = factory_.makeSerialQueue("stuck"), other = factory_.makeSerialQueue("other");
   std::promise<void> began, mayGoOn, ran;
   stuck->async([&] {
-    const WorkerPool::WaitingScope walk, look;
+    const WorkerPool::WaitingScope walk(WorkerPool::WaitsFor::volume), look(WorkerPool::WaitsFor::volume);
     began.set_value();
     mayGoOn.get_future().wait();
   });

@@ -83,10 +83,11 @@ class KMV_EXPORT CrossAppFileManager {
   std::optional<std::uint64_t> sizeOfFileAtPath(std::string_view path) const;
   void setSizeOfFileAtPath(FileSize function);
 
-  /// The sum of the sizes in bytes of the item at `url` and, if it is a folder, of the files below it; asks
-  /// `shouldContinue`, if there is one, before each, and ends with what it has when that says no. Failure:
-  /// throws what is derived from std::exception; the default throws std::runtime_error for a missing item and
-  /// a sum beyond 64 bits. Selector: aggregateFileSize(ofURL:shouldContinue:options:)
+  /// The sum of the sizes in bytes of the item at `url` and, if it is a folder, of the files below it. Before
+  /// each of these `shouldContinue`, if there is one, is asked, and ends the sum with what it has by saying
+  /// no. Failure: throws what is derived from std::exception, and whatever `shouldContinue` throws; the
+  /// default throws std::runtime_error for a missing item and a sum beyond 64 bits. Selector:
+  /// aggregateFileSize(ofURL:shouldContinue:options:)
   std::uint64_t aggregateFileSize(const kmv::URL& ofURL, const ShouldContinue& shouldContinue,
                                   unsigned options) const;
   void setAggregateFileSize(AggregateFileSize function);
