@@ -64,7 +64,7 @@ TEST_F(CodexSizes, AreAskedOfTheHostsHelpersWhereItHasItsOwn) {
   });
   EXPECT_EQ(sizeOf("clips"), 5) << "what the file system reports, since the sum failed";
   EXPECT_EQ(sizeOf("clips/first"), 0) << "the rule alone";
-  int question = 0;
+  std::size_t question = 0;
   const auto answerInTurn = [&](std::vector<std::optional<std::uint64_t>> answers) {
     question = 0;
     helpers.setSizeOfFileAtPath([&question, answers](std::string_view) { return answers.at(question++); });

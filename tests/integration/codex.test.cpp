@@ -147,8 +147,9 @@ TEST_F(CodexStory, ALargeVolumeCostsFewRequestsAndIsAddedUpExactly) {
   const std::tuple<const char*, const char*, double> cases[] = {
       {"--keeps=600", "", 1.06}, {"--keeps=0", "", 2.1}, {"--keeps=1", "--no-types", 3}};
   for (const auto& [keeps, types, most] : cases) {
-    const FuseServer server = serve(keeps + 2, {"--folders=20", "--files=100", "--no-clips", keeps, types});
-    ASSERT_TRUE(observer.waitFor([&] { return observer.drive(keeps + 2) != nullptr; }));
+    const std::string folder = keeps + 2;
+    const FuseServer server = serve(folder, {"--folders=20", "--files=100", "--no-clips", keeps, types});
+    ASSERT_TRUE(observer.waitFor([&] { return observer.drive(folder) != nullptr; }));
     write(kBuilt);
     const auto requests = [&] {
       char text[32] = {};
