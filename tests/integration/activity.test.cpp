@@ -11,13 +11,13 @@
 #include <fstream>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <sstream>
 #include <string>
 
 #include "integration/support/FuseServer.h"
 #include "integration/support/Observer.h"
 #include "integration/support/Story.h"
+#include "support/Guarded.h"
 
 namespace kmv::integration {
 namespace {
@@ -50,22 +50,22 @@ class Sums {
  public:
   Sums()
       : registration_(NotificationCenter::defaultCenter().addObserver(
-            kDiskArbiterDriveActivityDidUpdateNotification, [this](const Notification& notification) {
-              const std::lock_guard lock(mutex_);
-              for (const auto& [url, activity] : driveActivities(notification)) {
-                Bytes& sum = sums_[url.path()];
-                if (const auto delta = activity->readDelta()) sum.read += bytesMoved(*delta).value_or(0);
-                if (const auto delta = activity->writeDelta()) sum.written += bytesMoved(*delta).value_or(0);
-              }
+            kDiskArbiterDriveActivityDidUpdateNotification, [sums = sums_](const Notification& notification) {
+              sums.with([&](auto& all) {
+                for (const auto& [url, activity] : driveActivities(notification)) {
+                  Bytes& sum = all[url.path()];
+                  if (const auto delta = activity->readDelta()) sum.read += bytesMoved(*delta).value_or(0);
+                  if (const auto delta = activity->writeDelta())
+                    sum.written += bytesMoved(*delta).value_or(0);
+                }
+              });
             })) {}
   Bytes of(const std::string& point) {
-    const std::lock_guard lock(mutex_);
-    return sums_[point];
+    return sums_.with([&](auto& all) { return all[point]; });
   }
 
  private:
-  std::mutex mutex_;
-  std::map<std::string, Bytes> sums_;
+  Guarded<std::map<std::string, Bytes>> sums_;
   NotificationCenter::Registration registration_;
 };
 

@@ -18,7 +18,6 @@
 #include <fstream>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
@@ -29,6 +28,7 @@
 #include "integration/support/FuseServer.h"
 #include "integration/support/Observer.h"
 #include "integration/support/Story.h"
+#include "support/Guarded.h"
 
 namespace kmv::integration {
 namespace {
@@ -42,9 +42,8 @@ class CodexStory : public FuseStory {
   void SetUp() override {
     FuseStory::SetUp();
     if (IsSkipped()) return;
-    OrvaneLog::defaultLog().setSink([this](OrvaneLog::Level, std::string_view line) {
-      const std::lock_guard lock(mutex_);
-      lines_.emplace_back(line);
+    OrvaneLog::defaultLog().setSink([lines = lines_](OrvaneLog::Level, std::string_view line) {
+      lines.with([&](auto& all) { all.emplace_back(line); });
     });
   }
   void TearDown() override { OrvaneLog::defaultLog().setSink(nullptr); }
@@ -75,16 +74,15 @@ class CodexStory : public FuseStory {
     return answer->value_or(nullptr);
   }
   std::size_t count(const std::string& line) {
-    const std::lock_guard lock(mutex_);
-    return static_cast<std::size_t>(std::count(lines_.begin(), lines_.end(), line));
+    return lines_.with(
+        [&](auto& all) { return static_cast<std::size_t>(std::count(all.begin(), all.end(), line)); });
   }
   static URL urlOf(const std::string& path) { return URL::fileURLWithPath(path, /*isDirectory=*/false); }
 
   std::string point;
 
  private:
-  std::mutex mutex_;
-  std::vector<std::string> lines_;
+  Guarded<std::vector<std::string>> lines_;
 };
 
 // 1000 + 3000 + 42 + 8 + 7 + 5000; the document itself comes to it.
@@ -182,9 +180,9 @@ TEST_F(CodexStory, AServerThatHangsOrDiesKeepsNobodyWaitingButWhoAsksAboutIt) {
   ASSERT_NE(wrapper, nullptr);
   wrapper->getFileSizeOfItem(urlOf(point + "/missing"));  // behind the look that follows the making
   write(kBuilt);
-  std::atomic<std::int64_t> size{0};
-  wrapper->setSizeUpdated([&](std::int64_t bytes) { size = bytes; });
-  ASSERT_TRUE(observer.waitFor([&] { return size > 0; })) << "checked on the main queue, which goes on";
+  const auto size = std::make_shared<std::atomic<std::int64_t>>(0);
+  wrapper->setSizeUpdated([size](std::int64_t bytes) { *size = bytes; });
+  ASSERT_TRUE(observer.waitFor([&] { return *size > 0; })) << "checked on the main queue, which goes on";
   const LoopDevice card = newVolume("ext4", "Card");
   mountVolume(card.node(), space().folder("card"), "ext4");
   ASSERT_TRUE(observer.waitFor([&] { return observer.drive("card") != nullptr; })) << "drives are filed";

@@ -9,7 +9,6 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -18,6 +17,7 @@
 #include "integration/support/FuseServer.h"
 #include "integration/support/Observer.h"
 #include "integration/support/Story.h"
+#include "support/Guarded.h"
 
 namespace kmv::integration {
 namespace {
@@ -195,27 +195,23 @@ class Answers {
   Answers() {
     for (const auto name : {kDiskEjectionRejected, kDiskArbiterRenameSucceeded, kDiskArbiterRenameFailed}) {
       registrations_.push_back(
-          NotificationCenter::defaultCenter().addObserver(name, [this](const auto& answer) {
-            const std::lock_guard lock(mutex_);
-            answers_.push_back(answer);
+          NotificationCenter::defaultCenter().addObserver(name, [answers = answers_](const auto& answer) {
+            answers.with([&](auto& all) { all.push_back(answer); });
           }));
     }
   }
   std::optional<Notification> next(Observer& observer) {
     const auto one = [this] {
-      const std::lock_guard lock(mutex_);
-      return answers_.empty() ? std::nullopt : std::optional(answers_.front());
+      return answers_.with([](auto& all) { return all.empty() ? std::nullopt : std::optional(all.front()); });
     };
     if (!observer.waitFor([&] { return one().has_value(); })) return std::nullopt;
     auto answer = one();
-    const std::lock_guard lock(mutex_);
-    answers_.erase(answers_.begin());
+    answers_.with([](auto& all) { all.erase(all.begin()); });
     return answer;
   }
 
  private:
-  std::mutex mutex_;
-  std::vector<Notification> answers_;
+  Guarded<std::vector<Notification>> answers_;
   std::vector<NotificationCenter::Registration> registrations_;
 };
 
