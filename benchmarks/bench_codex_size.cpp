@@ -38,8 +38,17 @@ extern char** environ;  // NOLINT(readability-redundant-declaration)
 
 namespace {
 
-constexpr char kScratch[] = "/tmp";
 constexpr char kAttribute[] = "user.codex.estimatedHDESize";
+
+/// A folder that every machine has and that does not hide the server's program.
+std::string scratchFolder() {
+  const std::string program = KMV_CODEX_FILE_SYSTEM;
+  for (const std::string folder : {"/srv", "/media", "/mnt"}) {
+    if (std::filesystem::is_directory(folder) && !program.starts_with(folder + "/")) return folder;
+  }
+  return {};
+}
+const std::string kScratch = scratchFolder();
 
 [[noreturn]] void give_up(const char* what) {
   std::perror(what);
@@ -245,7 +254,7 @@ void compare(const std::string& title, const std::string& root, int files, int r
 
 void onAServedVolume(const char* title, int folders, int files, const char* keeps, const char* delay,
                      int rounds) {
-  const std::string point = std::string(kScratch) + "/codex";
+  const std::string point = kScratch + "/codex";
   ::mkdir(point.c_str(), 0755);
   const pid_t server = start({KMV_CODEX_FILE_SYSTEM, point, "--folders=" + std::to_string(folders),
                               "--files=" + std::to_string(files), keeps, delay, "--no-clips"});
@@ -261,7 +270,7 @@ void onAServedVolume(const char* title, int folders, int files, const char* keep
 
 void onExt4(int folders, int rounds) {
   constexpr int kFiles = 100;
-  const std::string image = std::string(kScratch) + "/image", root = std::string(kScratch) + "/ext4";
+  const std::string image = kScratch + "/image", root = kScratch + "/ext4";
   const std::string make = "truncate -s 1G " + image + " && mkfs.ext4 -q -N 300000 " + image + " && mkdir " +
                            root + " && mount -o loop " + image + " " + root;
   if (std::system(make.c_str()) != 0) give_up("a volume");
@@ -286,7 +295,7 @@ int main(int argc, char** argv) {
   const bool isFull = argc > 1 && std::string_view(argv[1]) == "--full";
   if (::geteuid() != 0 || ::unshare(CLONE_NEWNS) != 0 ||
       ::mount("", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-      ::mount("tmpfs", kScratch, "tmpfs", 0, "size=2G") != 0) {
+      ::mount("tmpfs", kScratch.c_str(), "tmpfs", 0, "size=2G") != 0) {
     std::puts("needs root and a mount namespace of its own: not measured");
     return 0;
   }
