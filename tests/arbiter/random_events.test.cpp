@@ -8,6 +8,7 @@
 #include <set>
 
 #include "support/Registry.h"
+#include "support/Sanitizers.h"
 
 namespace kmv::testing {
 namespace {
@@ -230,7 +231,7 @@ TEST_P(RandomEvents, EndInTheListsAndAnnouncementsOfAPlainModel) {
   KMVDiskArbiter& arbiter = registry.start();
   PlainModel model;
   Dice dice(GetParam());
-  for (int event = 0; event < 25'000; ++event) {
+  for (int event = 0; event < test::stepsOnOneThread(25'000); ++event) {
     FixedDisk disk(dice.description());
     switch (dice.below(8)) {
       case 0:

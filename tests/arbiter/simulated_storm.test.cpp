@@ -7,6 +7,7 @@
 #include <set>
 
 #include "support/Registry.h"
+#include "support/Sanitizers.h"
 
 namespace kmv::testing {
 namespace {
@@ -182,7 +183,7 @@ class SimulatedStorm : public ::testing::TestWithParam<unsigned> {};
 TEST_P(SimulatedStorm, LeavesTheRegistryEqualToTheMachine) {
   Storm storm(GetParam(), /*withFaults=*/GetParam() % 2 == 1);
   storm.settle();
-  for (int event = 1; event <= 50'000 && !::testing::Test::HasFailure(); ++event) {
+  for (int event = 1; event <= test::stepsOnOneThread(50'000) && !::testing::Test::HasFailure(); ++event) {
     storm.happen();
     if (event % 20 == 0) storm.settle();
   }

@@ -19,9 +19,9 @@
 #include <thread>
 
 #include "integration/support/Process.h"
-#include "integration/support/Sanitizers.h"
 #include "integration/support/Story.h"
 #include "kmvdrive/CommandLine.h"
+#include "support/Sanitizers.h"
 
 namespace kmv::integration {
 namespace {

@@ -16,8 +16,8 @@
 
 #include "integration/support/FuseServer.h"
 #include "integration/support/Observer.h"
-#include "integration/support/Sanitizers.h"
 #include "integration/support/Story.h"
+#include "support/Sanitizers.h"
 
 namespace kmv::integration {
 namespace {

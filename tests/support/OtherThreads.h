@@ -6,19 +6,13 @@
 #include <iterator>
 #include <system_error>
 
-namespace kmv::test {
+#include "support/Sanitizers.h"
 
-#if defined(__SANITIZE_THREAD__)
-#  define KMV_TEST_WITH_THREAD_SANITIZER 1
-#elif defined(__has_feature)
-#  if __has_feature(thread_sanitizer)
-#    define KMV_TEST_WITH_THREAD_SANITIZER 1
-#  endif
-#endif
+namespace kmv::test {
 
 /// True while this process has a thread beside its first one (the thread sanitizer's own does not count).
 inline bool hasOtherThreads() {
-#if defined(KMV_TEST_WITH_THREAD_SANITIZER)
+#if defined(KMV_THREAD_SANITIZER)
   constexpr std::ptrdiff_t kOwn = 2;
 #else
   constexpr std::ptrdiff_t kOwn = 1;

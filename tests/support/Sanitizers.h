@@ -10,3 +10,17 @@
 #    define KMV_THREAD_SANITIZER 1
 #  endif
 #endif
+
+namespace kmv::test {
+
+/// How many steps a long run on the simulated machine takes. All of it is one thread's, so that the thread
+/// sanitizer, which makes it ten times slower, finds nothing in it.
+constexpr int stepsOnOneThread(int steps) {
+#if defined(KMV_THREAD_SANITIZER)
+  return steps / 10;
+#else
+  return steps;
+#endif
+}
+
+}  // namespace kmv::test
