@@ -3,18 +3,13 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <linux/magic.h>
-#include <linux/openat2.h>
 #include <sys/stat.h>
-#include <sys/statfs.h>
 #include <sys/syscall.h>
 #include <sys/sysmacros.h>
-#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <condition_variable>
@@ -29,7 +24,7 @@
 #include <vector>
 
 #include "platform/linux/FileDescriptor.h"
-#include "platform/linux/LinuxAttributes.h"
+#include "platform/linux/ItemLook.h"
 #include "platform/linux/WorkerPool.h"
 
 namespace kmv {
@@ -43,30 +38,12 @@ constexpr std::size_t kDeepestKeptOpen = 64;    // folders further down are open
 constexpr std::size_t kListBuffer = 32 * 1024;  // bytes
 constexpr std::size_t kLongestListing = std::size_t{1} << 28;  // bytes of names; a folder with more is none
 constexpr int kMaximumLinks = 40;                              // as many as the kernel follows in one path
-constexpr std::size_t kUsualValue = 256;
-constexpr std::size_t kLargestValue = 64 * 1024;  // the kernel's own limit
-constexpr unsigned kTypeAndSize = STATX_TYPE | STATX_SIZE;
-constexpr int kLook = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT;
 constexpr int kOpenFolder = O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK;
-
-#ifndef SYS_getxattrat
-constexpr long SYS_getxattrat = 464;
-#endif
-struct GetxattratArguments {
-  alignas(8) std::uint64_t value;
-  std::uint32_t size;
-  std::uint32_t flags;
-};
-
-enum class What : std::uint8_t { unknown, file, folder, link, nothing };
 
 struct Folder;
 
-struct Item {
+struct Item : SeenItem {
   std::uint32_t nameAt = 0;
-  What what = What::unknown;
-  std::uint64_t size = 0;
-  std::optional<std::string> attribute = {};
   Folder* folder = nullptr;  // where it is one
 };
 
@@ -124,36 +101,21 @@ struct Folder {
   }
 };
 
-/// Asks again when a signal came between: a walk may run on a thread of the host's.
-template <typename Call>
-auto uninterrupted(const Call& call) {
-  auto result = call();
-  while (result < 0 && errno == EINTR) result = call();
-  return result;
-}
-
 /// False for what the platform keeps to itself.
 bool isListedName(std::string_view name) {
   return name != "." && name != ".." && !name.starts_with("._");
 }
 
-What whatOf(std::uint16_t mode) {
-  if (S_ISDIR(mode)) return What::folder;
-  return S_ISLNK(mode) ? What::link : What::file;
-}
-
 /// The walk's state, shared with its helpers: the last of them may notice its end after the caller has.
 class Walk : public std::enable_shared_from_this<Walk> {
  public:
-  Walk(std::string attribute, const VisitFile& visit)
-      : plainName_(std::move(attribute)), name_(attributeNameInSpace(plainName_)), visit_(visit) {}
+  Walk(const std::string& folder, std::string attribute, const VisitFile& visit)
+      : look_(std::move(attribute), folder), visit_(visit) {}
 
   /// Nobody could tidy up after an exception: helpers are at work on what it would take away.
   void run(const std::string& folder) noexcept {
     Folder root(folder, nullptr, 0);
     root.isFollowed = true;
-    struct statfs system {};
-    isFuse_ = ::statfs(folder.c_str(), &system) == 0 && system.f_type == FUSE_SUPER_MAGIC;
     mostHelpers_ = helpersFor(folder);
     addListing(root);
     if (visitFolder(root)) end();
@@ -172,8 +134,9 @@ class Walk : public std::enable_shared_from_this<Walk> {
   /// A disk of this machine is kept busy by as many threads as there are processors; what has a server behind
   /// it answers several requests at a time, however far away.
   static std::size_t helpersFor(const std::string& folder) {
-    if (::statx(AT_FDCWD, folder.c_str(), AT_NO_AUTOMOUNT, STATX_TYPE, &scratch()) != 0) return 0;
-    if (scratch().stx_dev_major == 0) return kMostHelpers;
+    struct statx status {};
+    if (::statx(AT_FDCWD, folder.c_str(), AT_NO_AUTOMOUNT, STATX_TYPE, &status) != 0) return 0;
+    if (status.stx_dev_major == 0) return kMostHelpers;
     return std::clamp<std::size_t>(std::thread::hardware_concurrency(), 2, kMostHelpers + 1) - 1;
   }
 
@@ -355,7 +318,7 @@ class Walk : public std::enable_shared_from_this<Walk> {
       folder.folders[folder.visited++] = nullptr;
       if (!isNone) return true;
       path_.assign(folder.path).append("/").append(name);
-      lookByPath(item);
+      look_.lookAt(AT_FDCWD, path_.c_str(), item);
     }
     switch (item.what) {
       case What::nothing:
@@ -368,7 +331,7 @@ class Walk : public std::enable_shared_from_this<Walk> {
         if (uninterrupted([&] { return ::stat(path_.c_str(), &target); }) != 0) return true;  // leads nowhere
         if (S_ISDIR(target.st_mode))
           return folder.linksFollowed == kMaximumLinks || visitFound(folder, folder.linksFollowed + 1);
-        if (item.size == 0) item.attribute = valueByPath();
+        if (item.size == 0) item.attribute = look_.valueByPath(path_);
         break;
       }
       case What::file:
@@ -386,16 +349,6 @@ class Walk : public std::enable_shared_from_this<Walk> {
     found->isFollowed = linksFollowed > around.linksFollowed;
     addListing(*found);
     return visitFolder(*found);
-  }
-
-  void lookByPath(Item& item) {
-    item.what = What::nothing;
-    if (fill(item, looked(AT_FDCWD, path_.c_str(), kLook)) && item.what == What::file && item.size == 0)
-      item.attribute = valueByPath();
-  }
-
-  std::optional<std::string> valueByPath() const {
-    return plainName_.empty() ? std::nullopt : LinuxExtendedAttributes().get(path_, plainName_);
   }
 
   // --- Any thread's side: questions to the volume. ---
@@ -474,111 +427,16 @@ class Walk : public std::enable_shared_from_this<Walk> {
       Item& item = folder.items[i];
       const char* const name = folder.nameOf(item);
       if (folder.descriptor) {
-        lookAt(folder.descriptor.get(), name, item);
+        look_.lookAt(folder.descriptor.get(), name, item);
       } else {
-        lookAt(AT_FDCWD, (folder.path + "/" + name).c_str(), item);
+        look_.lookAt(AT_FDCWD, (folder.path + "/" + name).c_str(), item);
       }
     }
   }
 
-  void lookAt(int descriptor, const char* name, Item& item) {
-    if (cachesNothing_.load(std::memory_order_relaxed) && lookThroughItem(descriptor, name, item)) return;
-    if (!fill(item, looked(descriptor, name, kLook))) return;
-    if (isFuse_ && !cacheIsKnown_.exchange(true)) cachesNothing_ = !isInCache(descriptor, name);
-    if (item.what == What::file && item.size == 0) item.attribute = valueByName(descriptor, name);
-  }
-
-  static struct statx& scratch() {
-    thread_local struct statx status;
-    return status;
-  }
-
-  static int looked(int from, const char* name, int flags) {
-    return uninterrupted([&] { return ::statx(from, name, flags, kTypeAndSize, &scratch()); });
-  }
-
-  static bool fill(Item& item, int result) {
-    item.what = result == 0 ? whatOf(scratch().stx_mode) : What::nothing;
-    item.size = result == 0 ? scratch().stx_size : 0;
-    return result == 0;
-  }
-
-  /// Where the kernel keeps nothing, each look by name is a request of its own: one for all questions. What
-  /// it brought needs no second one. False when there is no descriptor left.
-  bool lookThroughItem(int descriptor, const char* name, Item& item) {
-    const FileDescriptor handle(
-        uninterrupted([&] { return ::openat(descriptor, name, O_PATH | O_NOFOLLOW | O_CLOEXEC); }));
-    if (!handle && (errno == EMFILE || errno == ENFILE)) return false;
-    item.what = What::nothing;
-    if (!handle || !fill(item, looked(handle.get(), "", AT_EMPTY_PATH | AT_STATX_DONT_SYNC | kLook)))
-      return true;
-    if (item.what != What::file || item.size != 0) return true;
-    const std::string path = "/proc/self/fd/" + std::to_string(handle.get());
-    item.attribute = firstValue([&](const char* attribute, char* value, std::size_t size) {
-      return ::getxattr(path.c_str(), attribute, value, size);
-    });
-    return true;
-  }
-
-  /// Whether a name that was just looked up on a FUSE volume is still known, so that the next look costs no
-  /// request.
-  static bool isInCache(int descriptor, const char* name) {
-    open_how how{};
-    how.flags = O_PATH | O_NOFOLLOW | O_CLOEXEC;
-    how.resolve = RESOLVE_CACHED;
-    const FileDescriptor handle(static_cast<int>(::syscall(SYS_openat2, descriptor, name, &how, sizeof how)));
-    return handle || errno != EAGAIN;
-  }
-
-  std::optional<std::string> valueByName(int descriptor, const char* name) {
-    return firstValue([&](const char* attribute, char* value, std::size_t size) -> ssize_t {
-      if (hasGetxattrat_.load(std::memory_order_relaxed)) {
-        GetxattratArguments arguments{reinterpret_cast<std::uintptr_t>(value),
-                                      static_cast<std::uint32_t>(size), 0};
-        const long got = ::syscall(SYS_getxattrat, descriptor, name, AT_SYMLINK_NOFOLLOW, attribute,
-                                   &arguments, sizeof arguments);
-        if (got >= 0 || (errno != ENOSYS && errno != EPERM)) return got;
-        if (errno == ENOSYS) hasGetxattrat_ = false;
-      }
-      // Before kernel 6.13, and where a container forbids what it does not know.
-      const std::string path = descriptor == AT_FDCWD
-                                   ? std::string(name)
-                                   : "/proc/self/fd/" + std::to_string(descriptor) + "/" + name;
-      return ::lgetxattr(path.c_str(), attribute, value, size);
-    });
-  }
-
-  /// The value under the name in the name space, or under the plain one where the file system may serve that.
-  template <typename Get>
-  std::optional<std::string> firstValue(const Get& get) {
-    if (plainName_.empty()) return std::nullopt;
-    auto value = valueUnder(name_, get);
-    if (!value && name_ != plainName_ && mayBePlainAttribute(errno)) value = valueUnder(plainName_, get);
-    return value;
-  }
-
-  template <typename Get>
-  static std::optional<std::string> valueUnder(const std::string& name, const Get& get) {
-    std::array<char, kUsualValue> usual;
-    ssize_t size = uninterrupted([&] { return get(name.c_str(), usual.data(), usual.size()); });
-    if (size >= 0) return std::string(usual.data(), static_cast<std::size_t>(size));
-    if (errno != ERANGE) return std::nullopt;
-    std::string value(kLargestValue, '\0');
-    size = uninterrupted([&] { return get(name.c_str(), value.data(), value.size()); });
-    if (size < 0) return std::nullopt;
-    value.resize(static_cast<std::size_t>(size));
-    return value;
-  }
-
-  const std::string plainName_;
-  const std::string name_;
+  ItemLook look_;
   const VisitFile& visit_;
   std::string path_;  // of the item that is visited
-
-  bool isFuse_ = false;
-  std::atomic<bool> cacheIsKnown_{false};
-  std::atomic<bool> cachesNothing_{false};
-  std::atomic<bool> hasGetxattrat_{true};
 
   std::mutex mutex_;
   std::condition_variable changed_;
@@ -599,7 +457,7 @@ class Walk : public std::enable_shared_from_this<Walk> {
 
 void walkFiles(const std::string& folder, const std::string& attribute, const VisitFile& visit) {
   const WorkerPool::WaitingScope waiting(WorkerPool::WaitsFor::volume);
-  std::make_shared<Walk>(attribute, visit)->run(folder);
+  std::make_shared<Walk>(folder, attribute, visit)->run(folder);
 }
 
 }  // namespace kmv
