@@ -1,14 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include <KMVDriveLibrary/KMVExtendedAttributeGatherer.h>
 
-#include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstdio>
-#include <ctime>
 #include <utility>
 #include <vector>
 
+#include "base/CalendarText.h"
 #include "base/TextOfBytes.h"
 #include "platform/Platform.h"
 
@@ -61,16 +59,9 @@ std::optional<std::string> dateText(kmv::Date date) {
   const auto milliseconds = static_cast<std::int64_t>(std::floor(seconds * 1000 + 0.5));
   const std::int64_t ofDay =
       ((milliseconds % kMillisecondsPerDay) + kMillisecondsPerDay) % kMillisecondsPerDay;
-  const auto whole = static_cast<std::time_t>((milliseconds - ofDay) / 1000 + ofDay / 1000);
-  std::tm parts{};
-  if (gmtime_r(&whole, &parts) == nullptr) return std::nullopt;
-  // The year of its era, which the text does not name: the year before 1 is 1 again.
-  const std::int64_t year = std::int64_t{parts.tm_year} + 1900;
-  const std::string eraYear = std::to_string(year > 0 ? year : 1 - year);
-  std::array<char, 64> text{};
-  const std::size_t length = std::strftime(text.data(), text.size(), "-%m-%dT%H:%M:%S.", &parts);
-  return std::string(4 - std::min<std::size_t>(4, eraYear.size()), '0') + eraYear +
-         std::string(text.data(), length) + std::to_string(ofDay) + "Z";
+  const auto text = kmv::calendarText((milliseconds - ofDay) / 1000 + ofDay / 1000);
+  if (!text) return std::nullopt;
+  return text->day + "T" + text->time + "." + std::to_string(ofDay) + "Z";
 }
 
 kmv::Error errorWith(const char* key, std::string text) {

@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
 
+#include "base/CalendarText.h"
 #include "base/UTF8.h"
 #include "base/ValueDescription.h"
 
@@ -27,13 +27,8 @@ std::string realText(double value) {
 
 std::string dateText(Date date) {
   constexpr double kReferenceDate = 978307200;  // 2001-01-01 in seconds since 1970
-  const auto seconds =
-      static_cast<std::time_t>(Value(date.secondsSinceReferenceDate + kReferenceDate).integerValue());
-  std::tm parts{};
-  if (gmtime_r(&seconds, &parts) == nullptr) return realText(date.secondsSinceReferenceDate);
-  char text[64];
-  const std::size_t length = std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S +0000", &parts);
-  return std::string(text, length);
+  const auto text = calendarText(Value(date.secondsSinceReferenceDate + kReferenceDate).integerValue());
+  return text ? text->day + " " + text->time + " +0000" : realText(date.secondsSinceReferenceDate);
 }
 
 std::string dataText(const Data& data) {

@@ -91,10 +91,11 @@ TEST_F(Attributes, DatesAreWrittenInUTCWithTheMillisecondsOfTheirDay) {
   Gatherer::setExtendedCreationDateAttributesForFile(file, dateOf(-0.7504), error);
   EXPECT_EQ(machine.attribute(file, "ltfs.modifyTime"), "2024-01-02T03:04:05.11045250Z");
   EXPECT_EQ(machine.attribute(file, "ltfs.createTime"), "1969-12-31T23:59:59.86399250Z") << "the nearest";
-  Gatherer::setExtendedModificationDateAttributesForFile(file, dateOf(-62135596800), error);
-  Gatherer::setExtendedCreationDateAttributesForFile(file, dateOf(-62135596801), error);
-  EXPECT_EQ(machine.attribute(file, "ltfs.modifyTime"), "0001-01-01T00:00:00.0Z");
-  EXPECT_EQ(machine.attribute(file, "ltfs.createTime"), "0001-12-31T23:59:59.86399000Z");
+  Gatherer::setExtendedModificationDateAttributesForFile(file, dateOf(-62135769600), error);
+  Gatherer::setExtendedCreationDateAttributesForFile(file, dateOf(-62135769601), error);
+  EXPECT_EQ(machine.attribute(file, "ltfs.modifyTime"), "0001-01-01T00:00:00.0Z") << "the distant past";
+  EXPECT_EQ(machine.attribute(file, "ltfs.createTime"), "0001-12-31T23:59:59.86399000Z")
+      << "of the era before";
   EXPECT_FALSE(error);
 
   Gatherer::setExtendedModificationDateAttributesForFile("/nowhere", dateOf(0), error);

@@ -62,6 +62,13 @@ TEST(Value, PrintsLikeTheLogsExpect) {
   EXPECT_EQ(Value(Array{"\"\\\xc3\xa9\xf0\x9f\x98\x80\xff"}).description(),
             "(\n    \"\\\"\\\\\\U00e9\\Ud83d\\Ude00\\U00ff\"\n)");
   EXPECT_EQ(Value(Date{0}).description(), "2001-01-01 00:00:00 +0000");
+  EXPECT_EQ(Value(Date{-63114076800}).description(), "0001-01-01 00:00:00 +0000") << "the distant past";
+  constexpr double kFirstGregorianDay = -141427.0 * 86400 - 978307200;
+  EXPECT_EQ(Value(Date{kFirstGregorianDay}).description(), "1582-10-15 00:00:00 +0000");
+  EXPECT_EQ(Value(Date{kFirstGregorianDay - 1}).description(), "1582-10-04 23:59:59 +0000");
+  constexpr double kDaysSinceLeapDay = 30169;  // of 1500, which only the Julian calendar has
+  EXPECT_EQ(Value(Date{kFirstGregorianDay - kDaysSinceLeapDay * 86400}).description(),
+            "1500-02-29 00:00:00 +0000");
 }
 
 TEST(Dictionary, KeepsKeysInOrderAndMergesOver) {
