@@ -16,7 +16,7 @@ class CapacityListener : public KMVDiskAdditionalInformationProtocol {
  public:
   /// Runs on the arbiter queue; nobody has heard of the drive yet.
   bool addInformationAboutDiskDictionary(const std::shared_ptr<kmv::DriveDictionary>& drive) override {
-    const double gigabytes = drive->snapshot()->doubleValue("DAMediaSize") / 1e9;
+    const double gigabytes = drive->snapshot()->doubleValue(kmv::key::kMediaSize) / 1e9;
     const bool known = gigabytes > 0;
     drive->set(kCapacityKey, !known ? "unknown" : gigabytes < 64 ? "small" : "large");
     return true;

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <cstdlib>
 
-#include "platform/linux/BlockDevices.h"
-#include "platform/linux/Description.h"
+#include "platform/linux/devices/BlockDevices.h"
+#include "platform/linux/devices/Description.h"
 #include "targets.h"
 
 namespace kmv::fuzz {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <cstdlib>
 
-#include "platform/linux/BlockStatistics.h"
+#include "platform/linux/devices/BlockStatistics.h"
 #include "targets.h"
 
 namespace kmv::fuzz {

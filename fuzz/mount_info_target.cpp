@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/MountTree.h"
+#include "platform/linux/mounts/MountTree.h"
 #include "targets.h"
 
 namespace kmv::fuzz {

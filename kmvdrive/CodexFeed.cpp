@@ -2,6 +2,7 @@
 #include "kmvdrive/CodexFeed.h"
 
 #include <KMVDriveLibrary/CodexVirtualFileSystemWrapper.h>
+#include <KMVDriveLibrary/DescriptionKeys.h>
 #include <KMVDriveLibrary/KMVDriveKeys.h>
 #include <KMVDriveLibrary/KMVDriveWrapperManager.h>
 #include <KMVDriveLibrary/Queue.h>
@@ -33,7 +34,7 @@ CodexFeed::CodexFeed(Hear hear) : state_(std::make_shared<State>()) {
 }
 
 void CodexFeed::ask(const Dictionary& drive) {
-  const std::string* kind = drive.text("DAVolumeKind");
+  const std::string* kind = drive.text(kmv::key::kVolumeKind);
   const URL* url = drive.url(kDiskURLKey);
   if (url == nullptr || kind == nullptr || kind->find("fuse") == std::string::npos) return;
   ++state_->questions;

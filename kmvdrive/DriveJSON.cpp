@@ -17,10 +17,9 @@ namespace {
 /// "2001-01-01T00:00:00Z", with milliseconds when there are any; none for an instant beyond the calendar's
 /// years.
 std::optional<std::string> isoText(Date date) {
-  constexpr double kReferenceDate = 978307200;  // 2001-01-01 in seconds since 1970
   constexpr double kLargestSecond =
       1e15;  // some thirty million years: what the calendar functions surely take
-  const double milliseconds = std::round((date.secondsSinceReferenceDate + kReferenceDate) * 1000);
+  const double milliseconds = std::round((date.secondsSinceReferenceDate + kmv::Date::kReferenceDate) * 1000);
   if (!(std::fabs(milliseconds) < kLargestSecond * 1000)) return std::nullopt;
   const double seconds = std::floor(milliseconds / 1000);
   const auto time = static_cast<std::time_t>(seconds);

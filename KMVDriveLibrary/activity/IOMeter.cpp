@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "activity/RootDrive.h"
+#include "platform/Platform.h"
 
 namespace kmv {
 namespace {
@@ -15,7 +16,9 @@ constexpr std::chrono::milliseconds kBetweenReports{100};
 }  // namespace
 
 IOMeter::IOMeter(const URL& file, std::string sender)
-    : drive_(activity::rootDriveOf(file)), sender_(std::move(sender)) {}
+    : drive_(activity::rootDriveOf(file)),
+      sender_(std::move(sender)),
+      lastReport_(Platform::current().clock().monotonicNow()) {}
 
 IOMeter::~IOMeter() {
   report();
@@ -32,11 +35,11 @@ void IOMeter::wrote(std::uint64_t bytes) {
 }
 
 void IOMeter::reportNowAndThen() {
-  if (std::chrono::steady_clock::now() - lastReport_ >= kBetweenReports) report();
+  if (Platform::current().clock().monotonicNow() - lastReport_ >= kBetweenReports) report();
 }
 
 void IOMeter::report() {
-  lastReport_ = std::chrono::steady_clock::now();
+  lastReport_ = Platform::current().clock().monotonicNow();
   if (!drive_) return;
   auto& monitor = KMVDriveActivityMonitor::defaultMonitor();
   if (const std::uint64_t bytes = std::exchange(bytesRead_, 0))

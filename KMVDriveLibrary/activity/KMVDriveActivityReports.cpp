@@ -33,8 +33,9 @@ RecordsBySender::const_iterator chosenAmong(const RecordsBySender& records) {
 
 /// Created once for the process. Its updates may run beside each other.
 kmv::ConcurrentQueue& updateQueue() {
-  static auto* const queue = new std::shared_ptr<kmv::ConcurrentQueue>(
-      kmv::Platform::current().queues().makeConcurrentQueue("applicationUpdatesActivityUpdateQueue"));
+  static auto* const queue =
+      new std::shared_ptr<kmv::ConcurrentQueue>(kmv::Platform::current().queues().makeConcurrentQueue(
+          "applicationUpdatesActivityUpdateQueue", kmv::QualityOfService::userInteractive));
   return **queue;
 }
 

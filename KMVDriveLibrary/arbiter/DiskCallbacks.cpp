@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: MIT
+#include <KMVDriveLibrary/DescriptionKeys.h>
 #include <KMVDriveLibrary/DiskCallbacks.h>
 #include <KMVDriveLibrary/KMVDiskArbiter.h>
 
 #include <memory>
-
-#include "platform/DescriptionKeys.h"
 
 namespace {
 

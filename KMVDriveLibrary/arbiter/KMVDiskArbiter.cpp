@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The registry's life, its properties and its listeners. The lists: KMVDiskArbiterLists.cpp; changes:
 // KMVDiskArbiterChanges.cpp.
+#include <KMVDriveLibrary/DescriptionKeys.h>
 #include <KMVDriveLibrary/DiskCallbacks.h>
 #include <KMVDriveLibrary/KMVDiskArbiter.h>
 #include <KMVDriveLibrary/KMVDriveKeys.h>
@@ -12,7 +13,6 @@
 #include "arbiter/WriterLock.h"
 #include "base/Fatal.h"
 #include "base/KeptForEver.h"
-#include "platform/DescriptionKeys.h"
 #include "platform/Platform.h"
 
 namespace {
@@ -58,7 +58,7 @@ void KMVDiskArbiter::startArbiter() {
           "KMVDiskArbiter: assertion failed: NO (startArbiter on a registry that is not the shared one)");
     setPresentDiskDictionaries(std::make_shared<kmv::PresentDriveTable>());
     const auto alreadyMounted = disksAlreadyMountedAtInit();
-    for (kmv::URL& url : kmv::Platform::current().fileSystem().mountedVolumeURLs())
+    for (kmv::URL& url : kmv::Platform::current().volumes().mountedVolumeURLs())
       alreadyMounted->append(std::move(url));
     diskArbitrationSession()->registerCallbacks({NewDiskAppeared, DiskDisappeared, DiskDescriptionChanged},
                                                 this);

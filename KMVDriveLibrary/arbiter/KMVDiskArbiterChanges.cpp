@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // What a changed description means: a mount, an unmount, a rename, or nothing.
+#include <KMVDriveLibrary/DescriptionKeys.h>
 #include <KMVDriveLibrary/KMVDiskArbiter.h>
 #include <KMVDriveLibrary/KMVDriveKeys.h>
 #include <KMVDriveLibrary/NotificationCenter.h>
@@ -9,7 +10,6 @@
 #include <string>
 
 #include "arbiter/WriterLock.h"
-#include "platform/DescriptionKeys.h"
 
 namespace {
 

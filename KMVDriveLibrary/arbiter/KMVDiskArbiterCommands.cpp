@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // What the registry asks of the platform, and how the platform's answers are announced.
+#include <KMVDriveLibrary/DescriptionKeys.h>
 #include <KMVDriveLibrary/DiskCallbacks.h>
 #include <KMVDriveLibrary/KMVDiskArbiter.h>
 #include <KMVDriveLibrary/KMVDriveKeys.h>
@@ -9,7 +10,6 @@
 #include <optional>
 #include <string>
 
-#include "platform/DescriptionKeys.h"
 #include "platform/DiskArbitrationSession.h"
 
 namespace {

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The lists of present and unmounted drives: adding, removing, announcing.
+#include <KMVDriveLibrary/DescriptionKeys.h>
 #include <KMVDriveLibrary/KMVDiskArbiter.h>
 #include <KMVDriveLibrary/KMVDriveKeys.h>
 #include <KMVDriveLibrary/NotificationCenter.h>
@@ -9,7 +10,6 @@
 #include <utility>
 
 #include "arbiter/WriterLock.h"
-#include "platform/DescriptionKeys.h"
 #include "platform/Platform.h"
 
 namespace {
@@ -154,8 +154,8 @@ bool KMVDiskArbiter::rootVolumeURLStillExists(const URL& url) const {
   const URL key = kmv::URLByStandardizingPath(url);
   bool isMounted = false;
   assetMutexQueue()->sync([&] { isMounted = volumeURLsCurrentlyMounted()->contains(key); });
-  return isMounted && kmv::Platform::current().fileSystem().itemExists(
-                          key.path());  // outside the queue: may wait for the volume
+  // Outside the queue: may wait for the volume.
+  return isMounted && kmv::Platform::current().files().itemKind(key.path()) != kmv::ItemKind::none;
 }
 
 void KMVDiskArbiter::discoverUUIDForArbiterDictionary(const Drive& drive) const {

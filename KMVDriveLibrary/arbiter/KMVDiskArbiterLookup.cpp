@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Which drive a thing belongs to, and what it is called: from URLs to drives, from UUIDs to URLs.
+#include <KMVDriveLibrary/DescriptionKeys.h>
 #include <KMVDriveLibrary/Exception.h>
 #include <KMVDriveLibrary/KMVDiskArbiter.h>
 #include <KMVDriveLibrary/KMVDriveKeys.h>
@@ -10,7 +11,6 @@
 
 #include "arbiter/KMVDiskArbiterProperties.h"
 #include "arbiter/WriterLock.h"
-#include "platform/DescriptionKeys.h"
 #include "platform/Platform.h"
 
 namespace {
@@ -35,12 +35,12 @@ constexpr std::size_t kLargestMarkerInBytes = 64 * 1024;
 /// The root of the volume that holds `url` or, when there is nothing at `url`, the nearest folder above it.
 URL volumeOf(const std::optional<URL>& url) {
   if (!url) raiseInvalidURL(url);
-  auto& fileSystem = kmv::Platform::current().fileSystem();
-  if (auto volume = fileSystem.volumeURL(*url)) return *std::move(volume);
+  auto& volumes = kmv::Platform::current().volumes();
+  if (auto volume = volumes.volumeURL(*url)) return *std::move(volume);
   URL place = *url;
   for (int attempt = 1; attempt < kMostAttempts; ++attempt) {
     place = place.deletingLastPathComponent();
-    if (auto volume = fileSystem.volumeURL(place)) return *std::move(volume);
+    if (auto volume = volumes.volumeURL(place)) return *std::move(volume);
   }
   raiseInvalidURL(url);
 }
@@ -115,11 +115,11 @@ KMVDiskArbiter::Drive KMVDiskArbiter::findRootMountDictionaryForRootURL(const UR
 
 std::optional<URL> KMVDiskArbiter::volumeRootForPathAtURL(const std::optional<URL>& url) {
   if (!url) return std::nullopt;
-  auto& fileSystem = kmv::Platform::current().fileSystem();
-  const auto volume = fileSystem.volumeURL(*url);
+  const auto volume = kmv::Platform::current().volumes().volumeURL(*url);
   if (!volume) return std::nullopt;
   URL root = kmv::URLByStandardizingPath(*volume);
-  return fileSystem.itemExists(root.path()) ? std::optional<URL>(std::move(root)) : std::nullopt;
+  const bool exists = kmv::Platform::current().files().itemKind(root.path()) != kmv::ItemKind::none;
+  return exists ? std::optional<URL>(std::move(root)) : std::nullopt;
 }
 
 std::optional<std::string> KMVDiskArbiter::uuidFromOrvaneFileForDriveRepresentedByURL(
@@ -128,7 +128,7 @@ std::optional<std::string> KMVDiskArbiter::uuidFromOrvaneFileForDriveRepresented
   const auto root = findRootDriveURLForPathURL(url);
   if (!root) return std::nullopt;
   const std::string path = root->appendingPathComponent(kMarkerFileName, /*isDirectory=*/false).path();
-  const auto bytes = kmv::Platform::current().fileSystem().readRegularFile(path, kLargestMarkerInBytes).bytes;
+  const auto bytes = kmv::Platform::current().files().readRegularFile(path, kLargestMarkerInBytes).bytes;
   if (!bytes || bytes->empty()) return std::nullopt;  // an empty file is no marker; nothing is trimmed
   return textOfASCII(*bytes);
 }

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
+#include <KMVDriveLibrary/DescriptionKeys.h>
 #include <KMVDriveLibrary/KMVDriveDictionaryInterpreter.h>
 #include <KMVDriveLibrary/KMVDriveKeys.h>
 
 #include <string>
 
-#include "platform/DescriptionKeys.h"
 #include "platform/Platform.h"
 
 namespace {

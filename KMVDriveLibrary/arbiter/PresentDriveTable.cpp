@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <KMVDriveLibrary/DescriptionKeys.h>
 #include <KMVDriveLibrary/PresentDriveTable.h>
 
 #include <algorithm>
@@ -11,7 +12,6 @@
 #include <unordered_map>
 
 #include "base/DriveDictionaryWatcher.h"
-#include "platform/DescriptionKeys.h"
 
 namespace kmv {
 namespace {

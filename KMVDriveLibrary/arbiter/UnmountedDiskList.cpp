@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
+#include <KMVDriveLibrary/DescriptionKeys.h>
 #include <KMVDriveLibrary/UnmountedDiskList.h>
 
 #include <cmath>
-
-#include "platform/DescriptionKeys.h"
 
 namespace kmv {
 

@@ -27,9 +27,7 @@ std::string trimmed(std::string_view text) {
 
 /// What the tool prints; none when it cannot be started. How it ends does not matter: of an attribute that is
 /// not there it prints nothing.
-std::optional<std::string> printedByTool(std::vector<std::string> arguments) {
-  const ChildProcess::Result result =
-      Platform::current().childProcess().run({kTool, std::move(arguments), /*collectsErrors=*/false});
+std::optional<std::string> printedByTool(const ChildProcess::Result& result) {
   if (!result.started) return std::nullopt;
   return kmv::isUTF8(result.output) ? std::optional(trimmed(result.output)) : std::nullopt;
 }
@@ -50,10 +48,9 @@ std::string pathForSystem(std::string_view path) {
 /// "2024-01-02T03:04:05." and the milliseconds since midnight, unpadded: what the contract's pattern says,
 /// not a fraction of the second. None for a year beyond the calendar's.
 std::optional<std::string> dateText(kmv::Date date) {
-  constexpr double kReferenceDate = 978307200;  // 2001-01-01 in seconds since 1970
   constexpr double kLargestSecond = 1e14;
   constexpr std::int64_t kMillisecondsPerDay = 86'400'000;
-  const double seconds = date.secondsSinceReferenceDate + kReferenceDate;
+  const double seconds = date.secondsSinceReferenceDate + kmv::Date::kReferenceDate;
   if (!(std::fabs(seconds) < kLargestSecond)) return std::nullopt;
   // The nearest one, as the platform does it: .250 is not .2499999.
   const auto milliseconds = static_cast<std::int64_t>(std::floor(seconds * 1000 + 0.5));
@@ -76,9 +73,8 @@ void writeDate(const char* name, std::string_view file, std::optional<kmv::Date>
     error = errorWith("exception", "the date is beyond the calendar");
     return;
   }
-  const std::string tagged = Platform::current().extendedAttributes().nameForWriting(name);
-  const ChildProcess::Result result = Platform::current().childProcess().run(
-      {kTool, {"-w", tagged, *text, std::string(file)}, /*collectsErrors=*/true});
+  const ChildProcess::Result result = Platform::current().extendedAttributes().runTool(
+      {kTool, "-w", name, *text, std::string(file), /*collectsErrors=*/true});
   if (!result.started) {
     error = errorWith("exception", result.problem);
     return;
@@ -115,9 +111,11 @@ std::optional<std::string> KMVExtendedAttributeGatherer::findValueOfExtendedAttr
     std::optional<std::string_view> title, std::string_view forItemAtLocation) {
   if (!Platform::current().childProcess().exists(kTool)) return std::nullopt;
   std::string path(forItemAtLocation);
-  if (!title) return printedByTool({"-l", std::move(path)});
-  std::string name = Platform::current().extendedAttributes().nameForReading(path, std::string(*title));
-  return printedByTool({"-p", std::move(name), std::move(path)});
+  if (!title)
+    return printedByTool(
+        Platform::current().childProcess().run({kTool, {"-l", std::move(path)}, /*collectsErrors=*/false}));
+  return printedByTool(Platform::current().extendedAttributes().runTool(
+      {kTool, "-p", std::string(*title), std::nullopt, std::move(path), /*collectsErrors=*/false}));
 }
 
 bool KMVExtendedAttributeGatherer::setValueForLTFSExtendedAttributeAtLocation(

@@ -6,10 +6,10 @@
 
 namespace kmv {
 
-class FileSystem;
+class Files;
 
 /// `path` standardised as `URLByStandardizingPath` says, without a trailing slash ("/" stays). A relative
-/// path comes back unchanged. Asks `fileSystem` only about a path with a ".." component or an alias prefix.
-std::string standardizedPath(std::string_view path, FileSystem& fileSystem);
+/// path comes back unchanged. Asks `files` only about a path with a ".." component or an alias prefix.
+std::string standardizedPath(std::string_view path, Files& files);
 
 }  // namespace kmv

@@ -90,36 +90,37 @@ bool isProtected(std::string_view path) {
 }
 
 /// True for a URL that standardising would give back letter by letter, as it does for nearly every mount URL.
-bool isStandardAlready(std::string_view text, FileSystem& fileSystem) {
+bool isStandardAlready(std::string_view text, Files& files) {
   constexpr std::string_view kScheme = "file://";
   if (!text.starts_with(kScheme)) return false;
   const std::string_view path = text.substr(kScheme.size());
-  const auto& prefixes = fileSystem.pathAliasPrefixes();
+  const auto& prefixes = files.pathAliasPrefixes();
   return isCanonicalFilePath(path) && std::none_of(prefixes.begin(), prefixes.end(), [&](const auto& prefix) {
            return isAtOrBelow(path, prefix);
          });
 }
 
-std::string withoutAliasPrefix(std::string path, FileSystem& fileSystem) {
-  for (const std::string& prefix : fileSystem.pathAliasPrefixes()) {
+std::string withoutAliasPrefix(std::string path, Files& files) {
+  for (const std::string& prefix : files.pathAliasPrefixes()) {
     if (!isAtOrBelow(path, prefix) || path.size() == prefix.size()) continue;
     std::string rest = path.substr(prefix.size());
-    return !isProtected(rest) && fileSystem.itemExists(rest) ? rest
-                                                             : path;  // the first prefix that fits decides
+    return !isProtected(rest) && files.itemKind(rest) != ItemKind::none
+               ? rest
+               : path;  // the first prefix that fits decides
   }
   return path;
 }
 
 }  // namespace
 
-std::string standardizedPath(std::string_view path, FileSystem& fileSystem) {
+std::string standardizedPath(std::string_view path, Files& files) {
   if (path.empty() || path.front() != '/') return std::string(path);
   std::string standard;
   if (hasParentComponent(path)) {
-    if (auto real = fileSystem.realPath(std::string(path))) standard = std::move(*real);
+    if (auto real = files.realPath(std::string(path))) standard = std::move(*real);
   }
   if (standard.empty()) standard = textuallyResolved(path);
-  return withoutAliasPrefix(std::move(standard), fileSystem);
+  return withoutAliasPrefix(std::move(standard), files);
 }
 
 URL URL::standardized() const {
@@ -132,12 +133,12 @@ URL URL::standardized() const {
 }
 
 URL URLByStandardizingPath(const URL& url) {
-  FileSystem& fileSystem = Platform::current().fileSystem();
-  if (isStandardAlready(url.absoluteString(), fileSystem)) return url;
+  Files& files = Platform::current().files();
+  if (isStandardAlready(url.absoluteString(), files)) return url;
   if (!url.isFileURL()) return url;
   const std::string path = url.path();
   if (path.empty() || path.front() != '/') return url;
-  return URL::fileURLWithPath(standardizedPath(path, fileSystem), url.hasDirectoryPath());
+  return URL::fileURLWithPath(standardizedPath(path, files), url.hasDirectoryPath());
 }
 
 }  // namespace kmv

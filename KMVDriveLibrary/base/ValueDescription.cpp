@@ -26,8 +26,7 @@ std::string realText(double value) {
 }
 
 std::string dateText(Date date) {
-  constexpr double kReferenceDate = 978307200;  // 2001-01-01 in seconds since 1970
-  const auto text = calendarText(Value(date.secondsSinceReferenceDate + kReferenceDate).integerValue());
+  const auto text = calendarText(Value(date.secondsSinceReferenceDate + Date::kReferenceDate).integerValue());
   return text ? text->day + " " + text->time + " +0000" : realText(date.secondsSinceReferenceDate);
 }
 

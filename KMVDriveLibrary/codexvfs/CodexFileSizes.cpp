@@ -60,7 +60,7 @@ class AskedFile {
     }
   }
   bool isFile() const {
-    return kmv::Platform::current().fileSystem().itemKind(url_.path()) == kmv::ItemKind::file;
+    return kmv::Platform::current().files().itemKind(url_.path()) == kmv::ItemKind::file;
   }
   std::optional<std::int64_t> estimate() const { return kmv::codexEstimatedHDESize(url_); }
 
@@ -153,7 +153,7 @@ std::optional<std::int64_t> CodexFileSizes::sizeOfFile(const URL& file) {
 std::int64_t CodexFileSizes::walk(const std::string& folder) {
   std::int64_t total = 0;
   asksHelpers_ = AskedFile::helpers().hasReplacedFileSizes();
-  kmv::Platform::current().fileSystem().visitFiles(
+  kmv::Platform::current().treeWalk().visitFiles(
       folder, kmv::codexAttributeName(CodexExtendedAttributes::extimatedHDESize),
       [&](const kmv::WalkedFile& file) {
         count(file, total);

@@ -11,7 +11,7 @@
 #include <string_view>
 #include <unordered_map>
 
-#include "platform/FileSystem.h"
+#include "platform/TreeWalk.h"
 
 /// The sizes of a Codex volume's files: by their own, by the attribute that stands for it where a file is
 /// empty, or by what was found before. A sum that 64 bits cannot hold stops the process, by contract.

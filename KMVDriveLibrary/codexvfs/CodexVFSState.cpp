@@ -5,8 +5,6 @@
 
 #include <algorithm>
 #include <array>
-#include <filesystem>
-#include <system_error>
 #include <utility>
 
 #include "base/ValueDescription.h"
@@ -70,9 +68,7 @@ std::string failureText(const std::string& fileName, kmv::FileBytes::Failure fai
 kmv::URL fileURLOfPath(const std::string& path) {
   std::string whole = path;
   if (!whole.starts_with('/')) {
-    std::error_code error;
-    const auto folder = std::filesystem::current_path(error);
-    if (!error) whole = folder.native() + "/" + whole;
+    if (const auto folder = kmv::Platform::current().files().currentFolder()) whole = *folder + "/" + whole;
   }
   return kmv::URL::fileURLWithPath(whole, /*isDirectory=*/whole.ends_with('/'));
 }
@@ -84,7 +80,7 @@ CodexVFSState::CodexVFSState(kmv::URL vfsFilePath) : vfsFilePath_(std::move(vfsF
 }
 
 kmv::FileBytes CodexVFSState::readDocument() const {
-  return kmv::Platform::current().fileSystem().readRegularFile(vfsFilePath_.path(), kLargestDocument);
+  return kmv::Platform::current().files().readRegularFile(vfsFilePath_.path(), kLargestDocument);
 }
 
 void CodexVFSState::updateFlags(const kmv::FileBytes& document) {

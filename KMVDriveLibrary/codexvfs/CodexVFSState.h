@@ -9,7 +9,7 @@
 #include <string>
 #include <variant>
 
-#include "platform/FileSystem.h"
+#include "platform/Files.h"
 
 /// What a state document can say.
 struct CodexVFSFlag {

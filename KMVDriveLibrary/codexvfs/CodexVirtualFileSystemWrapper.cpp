@@ -29,8 +29,8 @@ kmv::URL documentOf(const kmv::URL& root) {
   return root.appendingPathComponent(kDocumentName, /*isDirectory=*/false);
 }
 
-std::shared_ptr<kmv::SerialQueue> newQueue(const char* label) {
-  return Platform::current().queues().makeSerialQueue(label);
+std::shared_ptr<kmv::SerialQueue> newQueue(const char* label, kmv::QualityOfService quality) {
+  return Platform::current().queues().makeSerialQueue(label, quality);
 }
 
 void logInfo(const std::string& line) {
@@ -54,7 +54,8 @@ struct CodexVirtualFileSystemWrapper::Fields {
   explicit Fields(const kmv::URL& root) : vfsRoot(root), vfsState(documentOf(root)) {}
 
   kmv::AtomicProperty<std::string> driveTypeString{"Codex HDE Virtual FS"};
-  std::shared_ptr<kmv::SerialQueue> codexVFSUpdateQueue = newQueue("CodexVFSUpdateQueue");
+  std::shared_ptr<kmv::SerialQueue> codexVFSUpdateQueue =
+      newQueue("CodexVFSUpdateQueue", kmv::QualityOfService::standard);
   const kmv::URL vfsRoot;
   std::atomic<VirtualFileSystemType> vfsType{VirtualFileSystemType::codexHDE};
   CodexVFSState vfsState;  // on the update queue
@@ -63,14 +64,14 @@ struct CodexVirtualFileSystemWrapper::Fields {
   kmv::AtomicProperty<SizeHandler> sizeUpdated;
   CodexFileSizes sizes;  // on the size queue
   std::shared_ptr<kmv::SerialQueue> fileSizeCalculationDispatch =
-      newQueue("codexVFSFileSizeCalculationQueue");
+      newQueue("codexVFSFileSizeCalculationQueue", kmv::QualityOfService::standard);
 
   // Kept as they stand: nothing reads them, and nothing is sent to the queue.
   [[maybe_unused]] const float vfsLoadThreshold = 10.0F;
   [[maybe_unused]] const std::array<const char*, 3> resourceKeysList{
       "NSURLCreationDateKey", "NSURLContentModificationDateKey", "NSURLIsDirectoryKey"};
   std::shared_ptr<kmv::SerialQueue> loadActivityObservationQueue =
-      newQueue("CodexVFSLoadActivityObservationQueue");
+      newQueue("CodexVFSLoadActivityObservationQueue", kmv::QualityOfService::background);
 };
 
 CodexVirtualFileSystemWrapper::CodexVirtualFileSystemWrapper(const kmv::URL& root)
@@ -89,7 +90,8 @@ std::shared_ptr<CodexVirtualFileSystemWrapper> CodexVirtualFileSystemWrapper::in
 bool CodexVirtualFileSystemWrapper::urlIsInVirtualFileSystem(const kmv::URL& url,
                                                              const kmv::Dictionary& withDictionary) {
   const auto root = KMVDiskArbiter::sharedInstance().findRootDriveURLForPathURL(url);
-  if (!root || !Platform::current().fileSystem().itemExists(documentOf(*root).path())) return false;
+  if (!root || Platform::current().files().itemKind(documentOf(*root).path()) == kmv::ItemKind::none)
+    return false;
   return volumeKindIn(withDictionary).find("fuse") != std::string::npos &&
          !isTrue(withDictionary.find(kDiskLTOArbiterTapeKey));
 }
@@ -225,7 +227,7 @@ void CodexVirtualFileSystemWrapper::setSizeUpdated(SizeHandler handler) {
 }
 
 std::optional<kmv::Dictionary> CodexVirtualFileSystemWrapper::vfsFileAttributes() const {
-  return Platform::current().fileSystem().attributesOfItem(fields_->vfsRoot.path());
+  return Platform::current().files().attributesOfItem(fields_->vfsRoot.path());
 }
 
 std::optional<kmv::Date> CodexVirtualFileSystemWrapper::vfsLastModifiedDate() const {
@@ -238,7 +240,7 @@ std::int64_t CodexVirtualFileSystemWrapper::getFileSizeOfItem(const kmv::URL& at
   std::int64_t size = 0;
   fields_->fileSizeCalculationDispatch->sync([&] {
     const std::string path = at.path();
-    switch (Platform::current().fileSystem().itemKind(path)) {
+    switch (Platform::current().files().itemKind(path)) {
       case kmv::ItemKind::none:
         break;
       case kmv::ItemKind::folder:

@@ -16,6 +16,18 @@ bool isHiddenBelow(std::string_view folder, std::string_view path) {
   return path.substr(folder.size()).find("/.") != std::string_view::npos;
 }
 
+/// In bytes; of the item itself when it is a link.
+std::optional<std::uint64_t> sizeOfItem(const std::string& path) {
+  const auto attributes = kmv::Platform::current().files().attributesOfItem(path);
+  const kmv::Value* size = attributes ? attributes->find("NSFileSize") : nullptr;
+  if (size == nullptr) return std::nullopt;
+  if (size->kind() == kmv::Value::Kind::integer) return static_cast<std::uint64_t>(size->integerValue());
+  // A size above the range of signed numbers travels as a real.
+  constexpr double kAboveAll = 18446744073709551616.0;
+  return size->doubleValue() >= kAboveAll ? std::numeric_limits<std::uint64_t>::max()
+                                          : static_cast<std::uint64_t>(size->doubleValue());
+}
+
 }  // namespace
 
 ExtendedAttributesError::~ExtendedAttributesError() = default;
@@ -55,7 +67,7 @@ CrossAppFileManager& CrossAppFileManager::defaultManager() {
 
 std::optional<kmv::URL> CrossAppFileManager::standardizedVolumeRootForFilePathURL(const kmv::URL& url) const {
   if (const VolumeRoot replacement = volumeRoot_.get()) return replacement(url);
-  const auto volume = kmv::Platform::current().fileSystem().volumeURL(url);
+  const auto volume = kmv::Platform::current().volumes().volumeURL(url);
   return volume ? std::optional(kmv::URLByStandardizingPath(*volume)) : std::nullopt;
 }
 
@@ -65,7 +77,7 @@ void CrossAppFileManager::setStandardizedVolumeRootForFilePathURL(VolumeRoot fun
 
 std::optional<std::uint64_t> CrossAppFileManager::sizeOfFileAtPath(std::string_view path) const {
   if (const FileSize replacement = fileSize_.get()) return replacement(path);
-  return kmv::Platform::current().fileSystem().sizeOfItem(std::string(path));
+  return sizeOfItem(std::string(path));
 }
 
 void CrossAppFileManager::setSizeOfFileAtPath(FileSize function) {
@@ -77,7 +89,7 @@ std::uint64_t CrossAppFileManager::aggregateFileSize(const kmv::URL& ofURL,
                                                      unsigned options) const {
   if (const AggregateFileSize replacement = aggregateFileSize_.get())
     return replacement(ofURL, shouldContinue, options);
-  kmv::FileSystem& fileSystem = kmv::Platform::current().fileSystem();
+  kmv::Platform& platform = kmv::Platform::current();
   const std::string path = ofURL.path();
   std::uint64_t sum = 0;
   std::exception_ptr thrown;  // a walk cannot be left by an exception
@@ -94,13 +106,13 @@ std::uint64_t CrossAppFileManager::aggregateFileSize(const kmv::URL& ofURL,
     sum += size;
     return true;
   };
-  if (fileSystem.itemKind(path) == kmv::ItemKind::folder) {
-    fileSystem.visitFiles(path, /*attribute=*/{}, [&](const kmv::WalkedFile& file) {
+  if (platform.files().itemKind(path) == kmv::ItemKind::folder) {
+    platform.treeWalk().visitFiles(path, /*attribute=*/{}, [&](const kmv::WalkedFile& file) {
       const bool isLeftOut = (options & kSkipsHiddenFiles) != 0 && isHiddenBelow(path, file.path);
       return add(file.size, isLeftOut);
     });
   } else {
-    const auto size = fileSystem.sizeOfItem(path);
+    const auto size = sizeOfItem(path);
     if (!size) throw std::runtime_error("there is no item to take the size of");
     sum = *size;
   }

@@ -25,7 +25,7 @@ class DefaultReader final : public StreamFileReader {
   explicit DefaultReader(const kmv::URL& file) : path_(file.path()) {}
 
   void openForReading(OpenHandler completion) override {
-    stream_ = kmv::Platform::current().fileSystem().openForReading(path_);
+    stream_ = kmv::Platform::current().files().openForReading(path_);
     completion(stream_ != nullptr);
   }
 

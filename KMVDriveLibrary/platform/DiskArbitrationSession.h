@@ -30,15 +30,16 @@ using CommandCompletion = void (*)(Disk* disk, const Dictionary* dissenter, void
 /// - Appeared, changed and disappeared of one disk come in an order that makes sense: appeared first,
 /// disappeared last.
 /// - A mount shows as `descriptionChanged` with "DAVolumePath" when the unmounted disk was known, else as
-/// appeared with a
-///   path. A disk backed by a device shows an unmount as `descriptionChanged` without the path, one without a
-///   device as disappeared with the path. A volume that moves without changing its name disappears and
-///   appears.
+/// appeared with a path. A disk backed by a device shows an unmount as `descriptionChanged` without the path,
+/// one without a device as disappeared with the path.
+/// - A volume that moves without changing its name disappears and appears where the platform has no event for
+/// it (Linux, the simulated machine). Where it has one, that event comes as it is: a changed path alone.
 /// - "DAAppearanceTime" is given once per appearance of a device, differs between any two, and stays over
-/// mount and unmount.
-/// - `changedKeys` holds every key in which the description differs from the one of the disk's last event
-/// that carried or lost
-///   a path, so that whoever heard only of those can still recognise the disk.
+/// mount and unmount. A disk without a device may have none.
+/// - `changedKeys` holds at least the keys that the platform names for this change. A backend that finds
+/// changes by comparing (Linux, the simulated machine) also names every key in which the description differs
+/// from the one of the disk's last event that carried or lost a path, so that whoever heard only of those can
+/// still recognise the disk.
 /// - Descriptions are handed over as they were when the event was queued.
 /// - A disk that cannot be described is not reported.
 class DiskArbitrationSession {

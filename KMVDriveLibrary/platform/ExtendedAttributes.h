@@ -4,6 +4,9 @@
 #include <cstddef>
 #include <optional>
 #include <string>
+#include <utility>
+
+#include "platform/ChildProcess.h"
 
 namespace kmv {
 
@@ -18,9 +21,25 @@ class ExtendedAttributes {
   /// False when the system refuses.
   virtual bool set(const std::string& path, const std::string& name, const std::string& value) = 0;
 
-  /// What the attribute tool is to call the attribute `name` of this file when it reads it, or writes it.
-  virtual std::string nameForReading(const std::string& path, const std::string& name) = 0;
-  virtual std::string nameForWriting(const std::string& name) = 0;
+  /// One run of the platform's attribute tool for one attribute.
+  struct ToolRun {
+    std::string tool;    ///< its absolute path
+    std::string option;  ///< "-p" to print the attribute, "-w" to write it
+    std::string name;    ///< of the attribute, as the library knows it; the backend spells it for its tool
+    std::optional<std::string> value;  ///< only when it is written
+    std::string path;
+    bool collectsErrors = false;  ///< see `ChildProcess::Request`
+  };
+  /// Runs the tool with the option, the attribute's name, the value and the path, in this order.
+  virtual ChildProcess::Result runTool(const ToolRun& run) = 0;
+
+ protected:
+  static ChildProcess::Request requestFor(const ToolRun& run, std::string spelledName) {
+    ChildProcess::Request request{run.tool, {run.option, std::move(spelledName)}, run.collectsErrors};
+    if (run.value) request.arguments.push_back(*run.value);
+    request.arguments.push_back(run.path);
+    return request;
+  }
 };
 
 }  // namespace kmv

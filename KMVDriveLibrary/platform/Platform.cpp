@@ -4,6 +4,8 @@
 #include <mutex>
 #include <utility>
 
+#include "platform/NativePlatform.h"
+
 namespace kmv {
 namespace {
 
@@ -46,7 +48,7 @@ std::shared_ptr<SerialQueue> makeSerialQueue(std::string label) {
 }
 
 std::vector<HiddenMount> hiddenMounts() {
-  return Platform::current().fileSystem().hiddenMounts();
+  return Platform::current().volumes().hiddenMounts();
 }
 
 }  // namespace kmv

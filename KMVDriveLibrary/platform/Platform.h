@@ -3,39 +3,21 @@
 
 #include <KMVDriveLibrary/Export.h>
 #include <KMVDriveLibrary/NetServiceBrowser.h>
-#include <KMVDriveLibrary/Queue.h>
 
 #include <memory>
-#include <string>
 
 #include "platform/ChildProcess.h"
 #include "platform/Clock.h"
 #include "platform/DiskArbitrationSession.h"
 #include "platform/ExtendedAttributes.h"
-#include "platform/FileSystem.h"
+#include "platform/Files.h"
 #include "platform/IORegistry.h"
+#include "platform/QueueFactory.h"
 #include "platform/SystemInformation.h"
+#include "platform/TreeWalk.h"
+#include "platform/Volumes.h"
 
 namespace kmv {
-
-/// A labelled queue whose tasks may run beside each other. Every member may be called from any thread.
-class ConcurrentQueue {
- public:
-  virtual ~ConcurrentQueue() = default;
-  virtual const std::string& label() const = 0;
-  /// Runs `task` later; returns at once.
-  virtual void async(SerialQueue::Task task) = 0;
-};
-
-/// Makes the queues. Every member may be called from any thread.
-class QueueFactory {
- public:
-  virtual ~QueueFactory() = default;
-  virtual std::shared_ptr<SerialQueue> makeSerialQueue(std::string label) = 0;
-  virtual std::shared_ptr<ConcurrentQueue> makeConcurrentQueue(std::string label) = 0;
-  /// The one main queue; lives as long as the platform.
-  virtual MainQueue& mainQueue() = 0;
-};
 
 /// Everything the library knows of the machine it runs on: one narrow interface each. The only type a room is
 /// given.
@@ -44,7 +26,9 @@ class Platform {
   virtual ~Platform() = default;
 
   virtual QueueFactory& queues() = 0;
-  virtual FileSystem& fileSystem() = 0;
+  virtual Volumes& volumes() = 0;
+  virtual Files& files() = 0;
+  virtual TreeWalk& treeWalk() = 0;
   virtual IORegistry& ioRegistry() = 0;
   virtual SystemInformation& systemInformation() = 0;
   virtual Clock& clock() = 0;
@@ -61,8 +45,5 @@ class Platform {
   /// installed before.
   KMV_EXPORT static bool install(std::unique_ptr<Platform> platform);
 };
-
-/// The backend that this build was made for; defined by that backend's folder.
-std::unique_ptr<Platform> makeNativePlatform();
 
 }  // namespace kmv

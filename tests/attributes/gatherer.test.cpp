@@ -15,7 +15,7 @@ class Attributes : public ::testing::Test {
     machine.setAttribute(file, "ltfs.startblock", value);
     return Gatherer::findLocationOfLTFSStartBlockAtLocation(file);
   }
-  static Date dateOf(double secondsSince1970) { return {secondsSince1970 - 978307200}; }
+  static Date dateOf(double secondsSince1970) { return {secondsSince1970 - Date::kReferenceDate}; }
 
   SimulatedPlatform& machine = SimulatedPlatform::install();
   const std::string file = "/tape/clip.mov";

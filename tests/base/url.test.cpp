@@ -7,7 +7,7 @@
 
 #include "base/PathStandardizing.h"
 #include "base/Percent.h"
-#include "platform/FileSystem.h"
+#include "platform/Forwarding.h"
 
 namespace kmv {
 namespace {
@@ -17,20 +17,12 @@ std::string standardized(std::string_view text) {
 }
 
 /// Knows a few paths and counts how often it was asked.
-class FewPaths : public FileSystem {
+class FewPaths : public ForwardingFiles {
  public:
-  std::vector<URL> mountedVolumeURLs() override { return {}; }
-  std::vector<HiddenMount> hiddenMounts() override { return {}; }
-  std::optional<URL> volumeURL(const URL&) override { return std::nullopt; }
-  FileBytes readRegularFile(const std::string&, std::size_t) override { return {}; }
-  std::unique_ptr<FileStream> openForReading(const std::string&) override { return nullptr; }
-  ItemKind itemKind(const std::string&) override { return ItemKind::none; }
-  std::optional<std::uint64_t> sizeOfItem(const std::string&) override { return std::nullopt; }
-  std::optional<Dictionary> attributesOfItem(const std::string&) override { return std::nullopt; }
-  void visitFiles(const std::string&, const std::string&, const VisitFile&) override {}
-  bool itemExists(const std::string& path) override {
+  FewPaths() : ForwardingFiles(Platform::current().files()) {}
+  ItemKind itemKind(const std::string& path) override {
     ++questions;
-    return existing.count(path) != 0;
+    return existing.contains(path) ? ItemKind::folder : ItemKind::none;
   }
   std::optional<std::string> realPath(const std::string& path) override {
     ++questions;

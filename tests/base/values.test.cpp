@@ -63,7 +63,7 @@ TEST(Value, PrintsLikeTheLogsExpect) {
             "(\n    \"\\\"\\\\\\U00e9\\Ud83d\\Ude00\\U00ff\"\n)");
   EXPECT_EQ(Value(Date{0}).description(), "2001-01-01 00:00:00 +0000");
   EXPECT_EQ(Value(Date{-63114076800}).description(), "0001-01-01 00:00:00 +0000") << "the distant past";
-  constexpr double kFirstGregorianDay = -141427.0 * 86400 - 978307200;
+  constexpr double kFirstGregorianDay = -141427.0 * 86400 - Date::kReferenceDate;
   EXPECT_EQ(Value(Date{kFirstGregorianDay}).description(), "1582-10-15 00:00:00 +0000");
   EXPECT_EQ(Value(Date{kFirstGregorianDay - 1}).description(), "1582-10-04 23:59:59 +0000");
   constexpr double kDaysSinceLeapDay = 30169;  // of 1500, which only the Julian calendar has

@@ -2,7 +2,7 @@
 #include <poll.h>
 
 #include "contract/QueueHarness.h"
-#include "platform/linux/Queues.h"
+#include "platform/linux/queues/Queues.h"
 #include "support/OtherThreads.h"
 
 namespace kmv::test {

@@ -43,7 +43,7 @@ class KMV_EXPORT IOMeter {
   std::string sender_;
   std::uint64_t bytesRead_ = 0;
   std::uint64_t bytesWritten_ = 0;
-  std::chrono::steady_clock::time_point lastReport_ = std::chrono::steady_clock::now();
+  std::chrono::nanoseconds lastReport_;  // on the platform's monotonic clock
 };
 
 }  // namespace kmv

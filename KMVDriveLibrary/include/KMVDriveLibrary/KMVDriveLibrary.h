@@ -5,6 +5,7 @@
 // <KMVDriveLibrary/testing/SimulatedPlatform.h>.
 #include <KMVDriveLibrary/CodexExtendedAttributes.h>
 #include <KMVDriveLibrary/CodexVirtualFileSystemWrapper.h>
+#include <KMVDriveLibrary/DescriptionKeys.h>
 #include <KMVDriveLibrary/Disk.h>
 #include <KMVDriveLibrary/DiskCallbacks.h>
 #include <KMVDriveLibrary/DissentStatus.h>

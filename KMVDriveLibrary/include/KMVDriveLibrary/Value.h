@@ -35,6 +35,8 @@ class KMV_EXPORT Object {
 
 /// An instant: seconds since 2001-01-01 00:00:00 UTC.
 struct Date {
+  /// 2001-01-01 00:00 UTC, from which dates count, in seconds since 1970-01-01 00:00 UTC.
+  static constexpr double kReferenceDate = 978307200;
   double secondsSinceReferenceDate = 0;
   friend bool operator==(const Date&, const Date&) = default;
 };

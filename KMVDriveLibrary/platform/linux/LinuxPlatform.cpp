@@ -3,43 +3,16 @@
 
 #include <utility>
 
-#include "platform/linux/LinuxSession.h"
+#include "platform/linux/session/LinuxSession.h"
 
 namespace kmv {
 
 LinuxPlatform::LinuxPlatform(LinuxOptions options)
     : options_(std::move(options)),
-      fileSystem_(options_),
+      volumes_(options_),
       ioRegistry_(options_),
-      childProcess_(options_.programRoot) {}
-
-QueueFactory& LinuxPlatform::queues() {
-  return queues_;
-}
-
-FileSystem& LinuxPlatform::fileSystem() {
-  return fileSystem_;
-}
-
-IORegistry& LinuxPlatform::ioRegistry() {
-  return ioRegistry_;
-}
-
-SystemInformation& LinuxPlatform::systemInformation() {
-  return systemInformation_;
-}
-
-ExtendedAttributes& LinuxPlatform::extendedAttributes() {
-  return extendedAttributes_;
-}
-
-ChildProcess& LinuxPlatform::childProcess() {
-  return childProcess_;
-}
-
-Clock& LinuxPlatform::clock() {
-  return clock_;
-}
+      childProcess_(options_.programRoot),
+      extendedAttributes_(childProcess_) {}
 
 std::unique_ptr<NetServiceBrowser> LinuxPlatform::makeServiceBrowser() {
   return std::make_unique<NoServiceBrowser>();
@@ -47,10 +20,6 @@ std::unique_ptr<NetServiceBrowser> LinuxPlatform::makeServiceBrowser() {
 
 std::unique_ptr<DiskArbitrationSession> LinuxPlatform::makeDiskArbitrationSession() {
   return std::make_unique<LinuxSession>(options_);
-}
-
-std::unique_ptr<Platform> makeNativePlatform() {
-  return std::make_unique<LinuxPlatform>();
 }
 
 }  // namespace kmv

@@ -2,11 +2,15 @@
 #pragma once
 
 #include "platform/Platform.h"
-#include "platform/linux/LinuxAttributes.h"
-#include "platform/linux/LinuxFileSystem.h"
-#include "platform/linux/LinuxIORegistry.h"
 #include "platform/linux/LinuxOptions.h"
-#include "platform/linux/Queues.h"
+#include "platform/linux/LinuxSystem.h"
+#include "platform/linux/devices/LinuxIORegistry.h"
+#include "platform/linux/files/FileWalk.h"
+#include "platform/linux/files/LinuxAttributes.h"
+#include "platform/linux/files/LinuxFiles.h"
+#include "platform/linux/mounts/LinuxVolumes.h"
+#include "platform/linux/queues/Queues.h"
+#include "platform/posix/PosixClock.h"
 
 namespace kmv {
 
@@ -15,25 +19,29 @@ class LinuxPlatform final : public Platform {
  public:
   explicit LinuxPlatform(LinuxOptions options = {});
 
-  QueueFactory& queues() override;
-  FileSystem& fileSystem() override;
-  IORegistry& ioRegistry() override;
-  SystemInformation& systemInformation() override;
-  Clock& clock() override;
-  ExtendedAttributes& extendedAttributes() override;
-  ChildProcess& childProcess() override;
+  QueueFactory& queues() override { return queues_; }
+  Volumes& volumes() override { return volumes_; }
+  Files& files() override { return files_; }
+  TreeWalk& treeWalk() override { return treeWalk_; }
+  IORegistry& ioRegistry() override { return ioRegistry_; }
+  SystemInformation& systemInformation() override { return systemInformation_; }
+  Clock& clock() override { return clock_; }
+  ExtendedAttributes& extendedAttributes() override { return extendedAttributes_; }
+  ChildProcess& childProcess() override { return childProcess_; }
   std::unique_ptr<NetServiceBrowser> makeServiceBrowser() override;
   std::unique_ptr<DiskArbitrationSession> makeDiskArbitrationSession() override;
 
  private:
   LinuxOptions options_;
   LinuxQueueFactory queues_;
-  LinuxFileSystem fileSystem_;
+  LinuxVolumes volumes_;
+  LinuxFiles files_;
+  LinuxTreeWalk treeWalk_;
   LinuxIORegistry ioRegistry_;
   LinuxSystemInformation systemInformation_;
-  LinuxClock clock_;
-  LinuxExtendedAttributes extendedAttributes_;
+  PosixClock clock_;
   LinuxChildProcess childProcess_;
+  LinuxExtendedAttributes extendedAttributes_;
 };
 
 }  // namespace kmv

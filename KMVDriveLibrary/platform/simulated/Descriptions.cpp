@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "platform/simulated/Descriptions.h"
 
+#include <KMVDriveLibrary/DescriptionKeys.h>
+
 #include <algorithm>
 #include <charconv>
-
-#include "platform/DescriptionKeys.h"
 
 namespace kmv::simulated {
 namespace {

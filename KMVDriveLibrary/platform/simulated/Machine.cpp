@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "platform/simulated/Machine.h"
 
+#include <KMVDriveLibrary/DescriptionKeys.h>
 #include <KMVDriveLibrary/DissentStatus.h>
 
 #include <algorithm>
 #include <utility>
 
 #include "base/Fatal.h"
-#include "platform/DescriptionKeys.h"
 #include "platform/simulated/Descriptions.h"
 
 namespace kmv::simulated {

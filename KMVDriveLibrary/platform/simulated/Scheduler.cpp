@@ -96,12 +96,12 @@ QueueStatePointer Scheduler::makeState(std::string label) {
   return state;
 }
 
-std::shared_ptr<SerialQueue> Scheduler::makeSerialQueue(std::string label) {
+std::shared_ptr<SerialQueue> Scheduler::makeSerialQueue(std::string label, QualityOfService) {
   requireOwnThread();
   return std::make_shared<Queue>(*this, makeState(std::move(label)));
 }
 
-std::shared_ptr<ConcurrentQueue> Scheduler::makeConcurrentQueue(std::string label) {
+std::shared_ptr<ConcurrentQueue> Scheduler::makeConcurrentQueue(std::string label, QualityOfService) {
   requireOwnThread();
   return std::make_shared<ConcurrentTasks>(*this, std::move(label));
 }

@@ -15,7 +15,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/Platform.h"
+#include "platform/QueueFactory.h"
 #include "platform/simulated/Random.h"
 
 namespace kmv::simulated {
@@ -35,8 +35,10 @@ class Scheduler : public QueueFactory {
   explicit Scheduler(std::uint64_t seed);
   ~Scheduler() override;
 
-  std::shared_ptr<SerialQueue> makeSerialQueue(std::string label) override;
-  std::shared_ptr<ConcurrentQueue> makeConcurrentQueue(std::string label) override;
+  std::shared_ptr<SerialQueue> makeSerialQueue(std::string label,
+                                               QualityOfService = QualityOfService::unspecified) override;
+  std::shared_ptr<ConcurrentQueue> makeConcurrentQueue(
+      std::string label, QualityOfService = QualityOfService::unspecified) override;
   MainQueue& mainQueue() override;
 
   std::size_t runUntilIdle();

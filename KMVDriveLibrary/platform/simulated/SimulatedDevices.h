@@ -91,6 +91,7 @@ class SimulatedClock final : public Clock {
   static constexpr double kStart = 788'918'400;
   explicit SimulatedClock(const Scheduler& scheduler) : scheduler_(scheduler) {}
   Date now() override { return {kStart + std::chrono::duration<double>(scheduler_.now()).count()}; }
+  std::chrono::nanoseconds monotonicNow() override { return scheduler_.now(); }
 
  private:
   const Scheduler& scheduler_;
@@ -119,8 +120,7 @@ class SimulatedAttributes final : public ExtendedAttributes, public ChildProcess
 
   std::optional<std::string> get(const std::string& path, const std::string& name) override;
   bool set(const std::string& path, const std::string& name, const std::string& value) override;
-  std::string nameForReading(const std::string&, const std::string& name) override { return name; }
-  std::string nameForWriting(const std::string& name) override { return name; }
+  ChildProcess::Result runTool(const ToolRun& call) override { return run(requestFor(call, call.name)); }
   Result run(const Request& request) override;
   bool exists(const std::string& program) override { return programs.contains(program); }
 

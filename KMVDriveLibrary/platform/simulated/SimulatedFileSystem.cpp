@@ -114,10 +114,11 @@ std::optional<std::uint64_t> SimulatedFileSystem::sizeOfItem(const std::string& 
 }
 
 std::optional<Dictionary> SimulatedFileSystem::attributesOfItem(const std::string& path) {
-  if (!itemExists(path)) return std::nullopt;
+  const auto size = sizeOfItem(path);
+  if (!size) return std::nullopt;
   constexpr double kStart = 788'918'400;  // the wall clock when the machine was made
   const bool isFolder = itemKind(path) == ItemKind::folder;
-  return Dictionary{{"NSFileSize", isFolder ? 0 : sizeOfItem(path).value_or(0)},
+  return Dictionary{{"NSFileSize", isFolder ? 0 : *size},
                     {"NSFileModificationDate", Date{kStart}},
                     {"NSFileType", isFolder ? "NSFileTypeDirectory" : "NSFileTypeRegular"}};
 }

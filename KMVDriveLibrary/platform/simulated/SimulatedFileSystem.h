@@ -13,14 +13,16 @@
 #include <utility>
 #include <vector>
 
-#include "platform/FileSystem.h"
+#include "platform/Files.h"
+#include "platform/TreeWalk.h"
+#include "platform/Volumes.h"
 #include "platform/simulated/Scheduler.h"
 
 namespace kmv::simulated {
 
 /// Names and links only: what is mounted where, and what exists. An item on a mounted volume belongs to the
 /// volume and goes where it goes; "/" counts as the machine's own, whatever is mounted there.
-class SimulatedFileSystem : public FileSystem {
+class SimulatedFileSystem : public Volumes, public Files, public TreeWalk {
  public:
   explicit SimulatedFileSystem(const Scheduler& scheduler);
 
@@ -30,10 +32,9 @@ class SimulatedFileSystem : public FileSystem {
   FileBytes readRegularFile(const std::string& path, std::size_t mostBytes) override;
   std::unique_ptr<FileStream> openForReading(const std::string& path) override;
   ItemKind itemKind(const std::string& path) override;
-  std::optional<std::uint64_t> sizeOfItem(const std::string& path) override;
   std::optional<Dictionary> attributesOfItem(const std::string& path) override;
   void visitFiles(const std::string& folder, const std::string& attribute, const VisitFile& visit) override;
-  bool itemExists(const std::string& path) override;
+  std::optional<std::string> currentFolder() override { return "/"; }
   std::optional<std::string> realPath(const std::string& path) override;
   const std::vector<std::string>& pathAliasPrefixes() override;
 
@@ -47,6 +48,7 @@ class SimulatedFileSystem : public FileSystem {
     for (const Mount& mount : mounts_) visit(mount.volume, mount.url);
   }
 
+  bool itemExists(const std::string& path);
   void createItem(const std::string& path);
   void writeFile(const std::string& path, std::string bytes);
   void setReportedSize(const std::string& path, std::uint64_t size);
@@ -71,6 +73,8 @@ class SimulatedFileSystem : public FileSystem {
   /// volume's root.
   using Place = std::pair<std::optional<testing::DiskId>, std::string>;
 
+  /// In bytes; of the item itself when it is a link.
+  std::optional<std::uint64_t> sizeOfItem(const std::string& path);
   enum class Missing { isNone, isKept };
   std::optional<std::string> resolve(const std::string& path, Missing missing) const;
   Place placeOf(const std::string& resolvedPath) const;

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
+#include <KMVDriveLibrary/DescriptionKeys.h>
 #include <KMVDriveLibrary/testing/SimulatedPlatform.h>
 
 #include <utility>
 
 #include "base/Fatal.h"
-#include "platform/DescriptionKeys.h"
 #include "platform/simulated/Machine.h"
 
 namespace kmv {
@@ -15,7 +15,9 @@ class PlatformOfMachine : public Platform {
   explicit PlatformOfMachine(std::shared_ptr<simulated::Machine> machine) : machine_(std::move(machine)) {}
 
   QueueFactory& queues() override { return machine_->scheduler(); }
-  FileSystem& fileSystem() override { return machine_->fileSystem(); }
+  Volumes& volumes() override { return machine_->fileSystem(); }
+  Files& files() override { return machine_->fileSystem(); }
+  TreeWalk& treeWalk() override { return machine_->fileSystem(); }
   IORegistry& ioRegistry() override { return machine_->ioRegistry(); }
   SystemInformation& systemInformation() override { return machine_->systemInformation(); }
   ExtendedAttributes& extendedAttributes() override { return machine_->attributes(); }

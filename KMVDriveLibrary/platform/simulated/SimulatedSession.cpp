@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "platform/simulated/SimulatedSession.h"
 
+#include <KMVDriveLibrary/DescriptionKeys.h>
+
 #include <algorithm>
 
 #include "base/Fatal.h"
-#include "platform/DescriptionKeys.h"
 #include "platform/simulated/Descriptions.h"
 
 namespace kmv::simulated {

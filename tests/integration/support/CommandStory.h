@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <KMVDriveLibrary/DescriptionKeys.h>
+
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/prctl.h>
@@ -14,9 +16,8 @@
 #include <string>
 
 #include "integration/support/Story.h"
-#include "platform/DescriptionKeys.h"
-#include "platform/linux/Commands.h"
-#include "platform/linux/Files.h"
+#include "platform/linux/session/Commands.h"
+#include "platform/posix/SystemFiles.h"
 
 namespace kmv::integration {
 

@@ -1,14 +1,15 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <KMVDriveLibrary/DescriptionKeys.h>
+
 #include <map>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "platform/DescriptionKeys.h"
-#include "platform/linux/DiskModel.h"
+#include "platform/linux/session/DiskModel.h"
 
 namespace kmv::test {
 

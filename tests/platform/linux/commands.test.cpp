@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 // What commands answer before, and instead of, the kernel's help. Their work on real volumes is told
 // elsewhere.
-#include "platform/linux/Commands.h"
-#include "platform/DescriptionKeys.h"
+#include "platform/linux/session/Commands.h"
+
+#include <KMVDriveLibrary/DescriptionKeys.h>
 
 #include <gtest/gtest.h>
 
@@ -12,7 +13,7 @@
 #include <fstream>
 #include <string>
 
-#include "platform/linux/Holders.h"
+#include "platform/linux/session/Holders.h"
 
 namespace kmv {
 namespace {

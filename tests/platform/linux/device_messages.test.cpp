@@ -4,7 +4,7 @@
 #include <cstring>
 #include <string>
 
-#include "platform/linux/UdevRecord.h"
+#include "platform/linux/devices/UdevRecord.h"
 
 namespace kmv {
 namespace {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // What hosts hear when devices and mounts come and go.
-#include "platform/linux/DiskModel.h"
+#include "platform/linux/session/DiskModel.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,16 +1,17 @@
 // SPDX-License-Identifier: MIT
 // Whole machines as plain folders: what is a disk, how it is described, and which mounts are drives.
+#include <KMVDriveLibrary/DescriptionKeys.h>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
-#include "platform/DescriptionKeys.h"
-#include "platform/linux/BlockDevices.h"
-#include "platform/linux/Description.h"
 #include "platform/linux/FakeMachine.h"
-#include "platform/linux/LinuxFileSystem.h"
+#include "platform/linux/devices/BlockDevices.h"
+#include "platform/linux/devices/Description.h"
+#include "platform/linux/mounts/LinuxVolumes.h"
 
 namespace kmv {
 namespace {
@@ -156,10 +157,10 @@ TEST(Machines, AMountWithoutDeviceIsNamedAfterItsPoint) {
 // Which mounts are drives. Each line of the answer: rule or "-", then the point.
 std::vector<std::string> verdicts(FakeMachine& machine, const std::string& table) {
   machine.mounts(table);
-  LinuxFileSystem fileSystem(machine.options());
+  LinuxVolumes volumes(machine.options());
   std::vector<std::string> lines;
-  for (const URL& url : fileSystem.mountedVolumeURLs()) lines.push_back("- " + url.path());
-  for (const HiddenMount& mount : fileSystem.hiddenMounts()) lines.push_back(mount.rule + " " + mount.path);
+  for (const URL& url : volumes.mountedVolumeURLs()) lines.push_back("- " + url.path());
+  for (const HiddenMount& mount : volumes.hiddenMounts()) lines.push_back(mount.rule + " " + mount.path);
   return lines;
 }
 

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
-#include "platform/linux/MountInfo.h"
+#include "platform/linux/mounts/MountInfo.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <string>
 
-#include "platform/linux/MountTableWatcher.h"
+#include "platform/linux/mounts/MountTableWatcher.h"
 
 namespace kmv {
 namespace {

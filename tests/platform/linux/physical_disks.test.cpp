@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/linux/FakeMachine.h"
-#include "platform/linux/PhysicalDisks.h"
+#include "platform/linux/devices/PhysicalDisks.h"
 
 namespace kmv::test {
 namespace {

@@ -19,8 +19,8 @@
 #include <utility>
 #include <vector>
 
-#include "platform/linux/Queues.h"
-#include "platform/linux/WorkerPool.h"
+#include "platform/linux/queues/Queues.h"
+#include "platform/linux/queues/WorkerPool.h"
 #include "support/OtherThreads.h"
 
 namespace kmv::test {

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 // The session over a machine of plain folders, and the whole of it over the machine that runs the test.
-#include "platform/linux/LinuxSession.h"
+#include "platform/linux/session/LinuxSession.h"
+
+#include <KMVDriveLibrary/DescriptionKeys.h>
 
 #include <gtest/gtest.h>
 
@@ -9,7 +11,6 @@
 #include <set>
 #include <string>
 
-#include "platform/DescriptionKeys.h"
 #include "platform/linux/FakeMachine.h"
 #include "platform/linux/LinuxPlatform.h"
 
@@ -85,7 +86,7 @@ TEST(LinuxSession, EndsWithoutWaitingForItsQueue) {
 
 TEST(LinuxSession, AgreesWithTheMountTableOfThisMachine) {
   LinuxPlatform platform;
-  const auto volumes = platform.fileSystem().mountedVolumeURLs();
+  const auto volumes = platform.volumes().mountedVolumeURLs();
   if (volumes.empty()) GTEST_SKIP() << "no drive is mounted here";
   const auto queue = platform.queues().makeSerialQueue("recorder");
   std::set<std::string> paths;

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/BlockStatistics.h"
 #include "platform/linux/FakeMachine.h"
-#include "platform/linux/LinuxDriveStatistics.h"
+#include "platform/linux/devices/BlockStatistics.h"
+#include "platform/linux/devices/LinuxDriveStatistics.h"
 
 namespace kmv::test {
 namespace {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <KMVDriveLibrary/DescriptionKeys.h>
 #include <KMVDriveLibrary/testing/SimulatedPlatform.h>
 
 #include <memory>
@@ -9,7 +10,6 @@
 #include <utility>
 #include <vector>
 
-#include "platform/DescriptionKeys.h"
 #include "platform/Platform.h"
 
 namespace kmv {

@@ -14,7 +14,9 @@ using ::testing::IsEmpty;
 class SimulatedFiles : public ::testing::Test {
  protected:
   testing::SimulatedPlatform& machine = testing::SimulatedPlatform::install();
-  FileSystem& files = Platform::current().fileSystem();
+  Files& files = Platform::current().files();
+  Volumes& volumes = Platform::current().volumes();
+  bool exists(const std::string& path) { return files.itemKind(path) != ItemKind::none; }
 };
 
 URL folder(const char* path) {
@@ -27,29 +29,29 @@ TEST_F(SimulatedFiles, ListsTheMountedVolumesInTheOrderOfTheirMountsAndFailsOnDe
   machine.plugInPathVolume({.mountPoint = "/Volumes/share"});
   machine.mount(card, "/Volumes/CARD");
   machine.addHiddenMount({"/proc", "proc", "kernel"});
-  EXPECT_THAT(files.mountedVolumeURLs(),
+  EXPECT_THAT(volumes.mountedVolumeURLs(),
               ElementsAre(folder("/"), folder("/Volumes/share"), folder("/Volumes/CARD")));
   machine.failNextMountedVolumeList();
-  EXPECT_THAT(files.mountedVolumeURLs(), IsEmpty());
+  EXPECT_THAT(volumes.mountedVolumeURLs(), IsEmpty());
   machine.unmount(card);
-  EXPECT_THAT(files.mountedVolumeURLs(), ElementsAre(folder("/"), folder("/Volumes/share")));
-  ASSERT_EQ(files.hiddenMounts().size(), 1U);
-  EXPECT_EQ(files.hiddenMounts()[0].path, "/proc");
+  EXPECT_THAT(volumes.mountedVolumeURLs(), ElementsAre(folder("/"), folder("/Volumes/share")));
+  ASSERT_EQ(volumes.hiddenMounts().size(), 1U);
+  EXPECT_EQ(volumes.hiddenMounts()[0].path, "/proc");
 }
 
 TEST_F(SimulatedFiles, ItemsOnAVolumeComeAndGoWithIt) {
   const auto card = machine.plugIn({.name = "CARD", .mountPoint = "/Volumes/CARD"});
   machine.createItem("/Volumes/CARD/DCIM/clip.mov");
-  EXPECT_TRUE(files.itemExists("/Volumes/CARD/DCIM"));
+  EXPECT_TRUE(exists("/Volumes/CARD/DCIM"));
   machine.rename(card, "REEL");
-  EXPECT_TRUE(files.itemExists("/Volumes/REEL/DCIM/clip.mov"));
-  EXPECT_FALSE(files.itemExists("/Volumes/CARD/DCIM/clip.mov"));
+  EXPECT_TRUE(exists("/Volumes/REEL/DCIM/clip.mov"));
+  EXPECT_FALSE(exists("/Volumes/CARD/DCIM/clip.mov"));
   machine.unmount(card);
-  EXPECT_FALSE(files.itemExists("/Volumes/REEL"));
+  EXPECT_FALSE(exists("/Volumes/REEL"));
   machine.mount(card, "/mnt");
   machine.removeItem("/mnt/DCIM");
-  EXPECT_FALSE(files.itemExists("/mnt/DCIM/clip.mov"));
-  EXPECT_TRUE(files.itemExists("/mnt"));
+  EXPECT_FALSE(exists("/mnt/DCIM/clip.mov"));
+  EXPECT_TRUE(exists("/mnt"));
 }
 
 TEST_F(SimulatedFiles, FollowsLinksAndStripsThePlatformsAliases) {

@@ -110,7 +110,7 @@ TEST_F(SimulatedSession, EntriesCanBeSetTogetherAndAPathWithoutItsUsualEvents) {
   machine.changeDescription(odd,
                             {{key::kVolumePath, URL::fileURLWithPath("/mnt", true)}, {key::kMediaSize, 5}});
   EXPECT_THAT(heard(), ElementsAre("changed ODD at /mnt (DAMediaSize DAVolumePath)"));
-  EXPECT_EQ(Platform::current().fileSystem().mountedVolumeURLs().front().path(), "/mnt");
+  EXPECT_EQ(Platform::current().volumes().mountedVolumeURLs().front().path(), "/mnt");
 }
 
 TEST_F(SimulatedSession, EventsCarryTheDescriptionOfTheirMoment) {

@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+// The description vocabulary: the keys under which a platform describes a disk and its volume, and under
+// which a drive dictionary therefore holds the same facts. This is the one list of them: backends write these
+// keys, the library and hosts read them. Where each platform takes a value from: docs/platforms.md.
+//
+// A key that the platform cannot answer is absent. The registry's own keys, and the names that the contract
+// gives to some of these, are in KMVDriveKeys.h.
+
+namespace kmv::key {
+
+// The volume.
+inline constexpr char kVolumeKind[] = "DAVolumeKind";            ///< text: file-system type, "ext4"
+inline constexpr char kVolumeMountable[] = "DAVolumeMountable";  ///< boolean
+inline constexpr char kVolumeName[] = "DAVolumeName";            ///< text: the label
+inline constexpr char kVolumeNetwork[] = "DAVolumeNetwork";      ///< boolean
+inline constexpr char kVolumePath[] = "DAVolumePath";            ///< URL, a directory URL; only while mounted
+inline constexpr char kVolumeType[] = "DAVolumeType";            ///< text: the type in words
+inline constexpr char kVolumeUUID[] = "DAVolumeUUID";            ///< UUID
+
+// The medium.
+inline constexpr char kMediaBSDName[] = "DAMediaBSDName";  ///< text: "sda1", "disk4s2"
+inline constexpr char kMediaBSDUnit[] = "DAMediaBSDUnit";  ///< integer: a whole disk and its slices share it
+inline constexpr char kMediaContent[] = "DAMediaContent";  ///< text: the partition's type
+inline constexpr char kMediaEjectable[] = "DAMediaEjectable";  ///< boolean
+inline constexpr char kMediaRemovable[] = "DAMediaRemovable";  ///< boolean
+inline constexpr char kMediaSize[] = "DAMediaSize";            ///< integer: bytes
+inline constexpr char kMediaWhole[] = "DAMediaWhole";          ///< boolean: a whole disk, no slice of one
+
+// The device.
+inline constexpr char kDeviceInternal[] = "DADeviceInternal";  ///< boolean
+inline constexpr char kDeviceModel[] = "DADeviceModel";        ///< text
+
+/// Real: seconds since 2001-01-01 00:00 UTC; given once per appearance of a device.
+inline constexpr char kAppearanceTime[] = "DAAppearanceTime";
+
+// The record in which a refused command says why.
+inline constexpr char kDissenterStatus[] = "DAStatus";        ///< integer, see DissentStatus.h
+inline constexpr char kDissenterProcessID[] = "DAProcessID";  ///< integer; absent when no process is known
+
+}  // namespace kmv::key

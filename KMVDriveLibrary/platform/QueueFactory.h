@@ -1,0 +1,29 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <KMVDriveLibrary/Queue.h>
+
+#include <memory>
+#include <string>
+
+#include "platform/ConcurrentQueue.h"
+
+namespace kmv {
+
+/// How urgent a queue's work is, in the platform's classes. A hint: a platform without such classes ignores
+/// it.
+enum class QualityOfService { unspecified, userInteractive, userInitiated, standard, utility, background };
+
+/// Makes the queues. Every member may be called from any thread.
+class QueueFactory {
+ public:
+  virtual ~QueueFactory() = default;
+  virtual std::shared_ptr<SerialQueue> makeSerialQueue(
+      std::string label, QualityOfService quality = QualityOfService::unspecified) = 0;
+  virtual std::shared_ptr<ConcurrentQueue> makeConcurrentQueue(
+      std::string label, QualityOfService quality = QualityOfService::unspecified) = 0;
+  /// The one main queue; lives as long as the platform.
+  virtual MainQueue& mainQueue() = 0;
+};
+
+}  // namespace kmv

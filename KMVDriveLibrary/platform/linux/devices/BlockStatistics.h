@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+#include "platform/linux/mounts/MountInfo.h"
+
+namespace kmv {
+
+/// What the kernel counts of a block device.
+struct BlockStatistics {
+  std::uint64_t sectorsRead = 0;  ///< of 512 bytes, whatever the device's own block is
+  std::uint64_t millisecondsReading = 0;
+  std::uint64_t sectorsWritten = 0;
+  std::uint64_t millisecondsWriting = 0;
+  friend bool operator==(const BlockStatistics&, const BlockStatistics&) = default;
+};
+
+/// The text of /sys/block/X/stat; none when it is cut short.
+std::optional<BlockStatistics> parseBlockStatistics(std::string_view text);
+
+/// One line of /proc/diskstats.
+struct DiskStatisticsLine {
+  DeviceNumber number;
+  BlockStatistics statistics;
+};
+
+/// Takes the first line off `text`, the text of /proc/diskstats; none when nothing is left. A line that is no
+/// record is passed over.
+std::optional<DiskStatisticsLine> takeDiskStatisticsLine(std::string_view& text);
+
+}  // namespace kmv

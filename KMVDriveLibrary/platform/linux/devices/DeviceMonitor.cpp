@@ -1,0 +1,79 @@
+// SPDX-License-Identifier: MIT
+#include "platform/linux/devices/DeviceMonitor.h"
+
+#include <linux/netlink.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <string_view>
+
+#include "platform/posix/FileDescriptor.h"
+
+namespace kmv {
+namespace {
+
+constexpr std::uint32_t kKernelGroup = 1;
+constexpr std::size_t kLongestMessage = 16384;  // the kernel's own limit is 2 KiB of properties
+
+class KernelMonitor final : public DeviceMonitor {
+ public:
+  explicit KernelMonitor(const LinuxOptions& options)
+      : socket_(::socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_KOBJECT_UEVENT)) {
+    if (!socket_) return;
+    setReceiveBuffer(socket_.get(), options.netlinkBufferBytes);
+    sockaddr_nl address{};
+    address.nl_family = AF_NETLINK;
+    address.nl_groups = kKernelGroup;
+    if (::bind(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
+      socket_.reset();
+  }
+
+  int descriptor() const override { return socket_.get(); }
+
+  News drain() override {
+    News news;
+    std::array<char, kLongestMessage> buffer;
+    while (socket_) {
+      sockaddr_nl sender{};
+      socklen_t senderSize = sizeof sender;
+      const ssize_t size = ::recvfrom(socket_.get(), buffer.data(), buffer.size(), 0,
+                                      reinterpret_cast<sockaddr*>(&sender), &senderSize);
+      if (size < 0 && errno == EINTR) continue;
+      if (size < 0 && errno == ENOBUFS) {
+        news.lost = true;
+        continue;
+      }
+      if (size < 0) break;
+      // Any process of the right privileges may write to the group; only the kernel has no port number.
+      if (sender.nl_pid != 0) continue;
+      if (auto event = parseDeviceMessage({buffer.data(), static_cast<std::size_t>(size)})) {
+        news.events.push_back(std::move(*event));
+      }
+    }
+    return news;
+  }
+
+ private:
+  FileDescriptor socket_;
+};
+
+}  // namespace
+
+void setReceiveBuffer(int socket, int bytes) {
+  if (::setsockopt(socket, SOL_SOCKET, SO_RCVBUFFORCE, &bytes, sizeof bytes) == 0) return;
+  ::setsockopt(socket, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
+}
+
+std::unique_ptr<DeviceMonitor> makeDeviceMonitor(const LinuxOptions& options) {
+#ifdef KMV_WITH_UDEV
+  // Without udevd its group stays silent, with no sign of it.
+  if (::access((options.udevDataRoot + "/control").c_str(), F_OK) == 0) {
+    if (auto monitor = makeUdevMonitor(options)) return monitor;
+  }
+#endif
+  return std::make_unique<KernelMonitor>(options);
+}
+
+}  // namespace kmv

@@ -1,0 +1,201 @@
+// SPDX-License-Identifier: MIT
+#include "platform/linux/devices/LinuxDriveStatistics.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <set>
+#include <utility>
+
+#include "platform/linux/mounts/PointType.h"
+#include "platform/posix/SystemFiles.h"
+
+namespace kmv {
+namespace {
+
+constexpr std::uint64_t kBytesPerSector = 512;
+constexpr std::uint64_t kNanosecondsPerMillisecond = 1'000'000;
+/// A line of /proc/diskstats costs the kernel about half of what a read of one device's own file does.
+constexpr std::size_t kLinesPerFile = 2;
+constexpr std::size_t kFirstTableBytes = 16 * 1024;
+
+/// Places that the system keeps for itself, and what a dot hides; never the root.
+bool isHiddenPlace(std::string_view point) {
+  return point == "/boot" || point == "/boot/efi" || point.find("/.") != std::string_view::npos;
+}
+
+}  // namespace
+
+LinuxDriveStatistics::LinuxDriveStatistics(const LinuxOptions& options)
+    : options_(options),
+      devices_(options),
+      watcher_(makeMountInfoWatcher(options.procRoot)),
+      tree_([view = options.viewRoot](const MountEntry& mount) { return pointIsDirectory(view, mount); }) {}
+
+LinuxDriveStatistics::~LinuxDriveStatistics() = default;
+
+void LinuxDriveStatistics::read(std::uint32_t, DriveStatistics& statistics) {
+  if (followMounts()) planDrivers();
+  countDisks();
+  statistics.wereDriversFound = true;
+  if (statistics.generation != generation_) {
+    statistics.generation = generation_;
+    statistics.volumes = volumes_;
+    statistics.drivers.clear();
+    for (const Plan& driver : drivers_) statistics.drivers.push_back({driver.path, std::nullopt});
+  }
+  for (std::size_t i = 0; i < drivers_.size(); ++i) {
+    bool isCounted = false;
+    const DriverCounters sum = sumOf(drivers_[i], isCounted);
+    statistics.drivers[i].counters = isCounted ? std::optional(sum) : std::nullopt;
+  }
+}
+
+/// True when the mount table changed, and at first.
+bool LinuxDriveStatistics::followMounts() {
+  pollfd table{watcher_->descriptor(), POLLPRI, 0};
+  const bool reported = ::poll(&table, 1, 0) > 0;
+  if (!reported && isRead_) return false;
+  isRead_ = true;
+  const MountDelta delta = watcher_->refresh(reported);
+  for (const MountEntry& entry : delta.detached) media_.erase(entry.id);
+  return !tree_.apply(delta).empty() || generation_ == 0;
+}
+
+void LinuxDriveStatistics::planDrivers() {
+  ++generation_;
+  volumes_.clear();
+  std::map<std::string, std::vector<std::string>> disksOfDriver;
+  tree_.forEach([&](const MountEntry& mount, std::string_view rule) {
+    if (!rule.empty()) return;
+    auto known = media_.find(mount.id);
+    if (known != media_.end() && known->second.mayGrow) {
+      media_.erase(known);
+      known = media_.end();
+    }
+    if (known == media_.end()) known = media_.emplace(mount.id, mediumBehind(mount)).first;
+    const Medium& medium = known->second;
+    if (medium.isHidden) return;
+    volumes_.push_back({URL::fileURLWithPath(mount.point, /*isDirectory=*/true), medium.mediaPath});
+    if (!medium.driverPath.empty()) disksOfDriver.emplace(medium.driverPath, medium.disks);
+  });
+  drivers_.clear();
+  for (auto& [path, disks] : disksOfDriver) drivers_.push_back({path, std::move(disks)});
+  openDisks();
+}
+
+LinuxDriveStatistics::Medium LinuxDriveStatistics::mediumBehind(const MountEntry& mount) const {
+  Medium medium;
+  const auto device = devices_.readBehind(mount);
+  medium.isHidden = mount.point != "/" && (isHiddenPlace(mount.point) || (device && device->hiddenFromUsers));
+  if (!device) return medium;
+  medium.mayGrow = mount.device.major == 0;
+  const PhysicalDisks stacks(options_);
+  const auto placeOf = [&](const std::string& folder) {
+    return folder.substr(options_.sysRoot.size()) + "/";
+  };
+  if (const auto system = stacks.systemOver(device->name); system && system->devices.size() > 1) {
+    medium.driverPath = medium.mediaPath = "/devices/virtual/kmv/btrfs/" + system->id + "/";
+    std::set<std::string> disks;
+    for (const std::string& member : system->devices) {
+      const std::string folder = stacks.wholeFolderOf(member);
+      if (!folder.empty()) disks.insert(std::string(lastComponent(folder)));
+    }
+    medium.disks.assign(disks.begin(), disks.end());
+    return medium;
+  }
+  const std::string folder = stacks.folderOf(device->name), whole = stacks.wholeFolderOf(device->name);
+  if (folder.empty() || whole.empty()) return medium;
+  medium.mediaPath = placeOf(folder);
+  medium.driverPath = placeOf(whole);
+  medium.disks = {std::string(lastComponent(whole))};
+  return medium;
+}
+
+/// Keeps what is still counted, and decides which way of counting is the cheaper one now.
+void LinuxDriveStatistics::openDisks() {
+  std::set<std::string> wanted;
+  for (const Plan& driver : drivers_) wanted.insert(driver.disks.begin(), driver.disks.end());
+  std::erase_if(disks_, [&](const auto& disk) { return !wanted.contains(disk.first); });
+  const std::string all = readFile(options_.procRoot + "/diskstats").value_or(std::string());
+  const auto lines = static_cast<std::size_t>(std::count(all.begin(), all.end(), '\n'));
+  countsFromTable_ = lines > 0 && wanted.size() * kLinesPerFile >= lines;
+  if (!countsFromTable_) {
+    table_ = FileDescriptor();
+  } else if (!table_) {
+    table_ = FileDescriptor(::open((options_.procRoot + "/diskstats").c_str(), O_RDONLY | O_CLOEXEC));
+  }
+  for (const std::string& name : wanted) {
+    Disk& disk = disks_[name];
+    const std::string folder = options_.sysRoot + "/class/block/" + name;
+    // The name may have passed to another device: its file is opened again with every change.
+    disk.number = parseDeviceNumber(readAttribute(folder + "/dev")).value_or(DeviceNumber());
+    disk.file = countsFromTable_ ? FileDescriptor()
+                                 : FileDescriptor(::open(statFileOf(name).c_str(), O_RDONLY | O_CLOEXEC));
+  }
+}
+
+std::string LinuxDriveStatistics::statFileOf(const std::string& disk) const {
+  return options_.sysRoot + "/class/block/" + disk + "/stat";
+}
+
+void LinuxDriveStatistics::countDisks() {
+  for (auto& [name, disk] : disks_) disk.counted.reset();
+  if (countsFromTable_) {
+    countFromTable();
+  } else {
+    countFromFiles();
+  }
+}
+
+void LinuxDriveStatistics::countFromFiles() {
+  char text[512];
+  for (auto& [name, disk] : disks_) {
+    ssize_t got = disk.file ? ::pread(disk.file.get(), text, sizeof text, 0) : -1;
+    if (got <= 0) {
+      // The device went, and another may have its name and number, mounted before anybody looked.
+      disk.file = FileDescriptor(::open(statFileOf(name).c_str(), O_RDONLY | O_CLOEXEC));
+      got = disk.file ? ::pread(disk.file.get(), text, sizeof text, 0) : -1;
+    }
+    if (got > 0) disk.counted = parseBlockStatistics({text, static_cast<std::size_t>(got)});
+  }
+}
+
+void LinuxDriveStatistics::countFromTable() {
+  if (!table_) return;
+  if (text_.empty()) text_.resize(kFirstTableBytes);
+  std::size_t filled = 0;
+  for (;;) {
+    const ssize_t got =
+        ::pread(table_.get(), text_.data() + filled, text_.size() - filled, static_cast<off_t>(filled));
+    if (got <= 0) break;
+    filled += static_cast<std::size_t>(got);
+    if (filled == text_.size()) text_.resize(2 * text_.size());
+  }
+  std::map<DeviceNumber, Disk*> byNumber;
+  for (auto& [name, disk] : disks_) byNumber.emplace(disk.number, &disk);
+  std::string_view rest(text_.data(), filled);
+  while (const auto line = takeDiskStatisticsLine(rest)) {
+    const auto disk = byNumber.find(line->number);
+    if (disk != byNumber.end()) disk->second->counted = line->statistics;
+  }
+}
+
+/// Of several disks all that can be counted; `isCounted` when any can.
+DriverCounters LinuxDriveStatistics::sumOf(const Plan& driver, bool& isCounted) const {
+  DriverCounters sum;
+  for (const std::string& name : driver.disks) {
+    const auto& counted = disks_.at(name).counted;
+    if (!counted) continue;
+    isCounted = true;
+    sum.bytesRead += counted->sectorsRead * kBytesPerSector;
+    sum.bytesWritten += counted->sectorsWritten * kBytesPerSector;
+    sum.readLatency += counted->millisecondsReading * kNanosecondsPerMillisecond;
+    sum.writeLatency += counted->millisecondsWriting * kNanosecondsPerMillisecond;
+  }
+  return sum;
+}
+
+}  // namespace kmv

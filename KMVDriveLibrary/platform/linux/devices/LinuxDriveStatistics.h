@@ -1,0 +1,82 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "platform/DriveStatistics.h"
+#include "platform/linux/LinuxOptions.h"
+#include "platform/linux/devices/BlockDevices.h"
+#include "platform/linux/devices/BlockStatistics.h"
+#include "platform/linux/devices/PhysicalDisks.h"
+#include "platform/linux/mounts/MountTableWatcher.h"
+#include "platform/linux/mounts/MountTree.h"
+#include "platform/posix/FileDescriptor.h"
+
+namespace kmv {
+
+/// Counts the whole disks right below the mounted volumes: a loop device or mapping is one, what it stands on
+/// is not asked.
+///
+/// Places in the "registry" are sysfs paths that end in "/", so that loop1 is no beginning of loop10. A btrfs
+/// over several devices is a driver of its own, with the sum of their disks. The mount table is looked at
+/// again only after a change, and the devices behind its volumes only when volumes came or went; in between a
+/// look costs a poll and one read a disk, or one of /proc/diskstats where that is cheaper.
+class LinuxDriveStatistics final : public DriveStatisticsReader {
+ public:
+  explicit LinuxDriveStatistics(const LinuxOptions& options);
+  ~LinuxDriveStatistics() override;
+
+  void read(std::uint32_t port, DriveStatistics& statistics) override;
+
+ private:
+  /// A whole disk that is counted.
+  struct Disk {
+    DeviceNumber number;
+    FileDescriptor file;  // its "stat" in sysfs, while those are read
+    std::optional<BlockStatistics> counted;
+  };
+  /// What a mount stands on.
+  struct Medium {
+    std::string driverPath;  // empty: nothing that is counted
+    std::string mediaPath;
+    std::vector<std::string> disks;  // names of whole disks
+    bool isHidden = false;
+    bool mayGrow = false;  // devices can join the file system: to be looked up again with every change
+  };
+  struct Plan {
+    std::string path;
+    std::vector<std::string> disks;
+  };
+
+  bool followMounts();
+  void planDrivers();
+  Medium mediumBehind(const MountEntry& mount) const;
+  void openDisks();
+  std::string statFileOf(const std::string& disk) const;
+  void countDisks();
+  void countFromFiles();
+  void countFromTable();
+  DriverCounters sumOf(const Plan& driver, bool& isCounted) const;
+
+  const LinuxOptions options_;
+  BlockDevices devices_;
+  std::unique_ptr<MountTableWatcher> watcher_;
+  MountTree tree_;
+  bool isRead_ = false;
+  std::uint64_t generation_ = 0;
+  std::unordered_map<std::uint64_t, Medium> media_;  // by mount id
+  std::vector<DriveStatistics::Volume> volumes_;
+  std::vector<Plan> drivers_;  // ascending by path
+  std::map<std::string, Disk> disks_;
+  bool countsFromTable_ = false;
+  FileDescriptor table_;  // /proc/diskstats, while it is read
+  std::string text_;      // of it
+};
+
+}  // namespace kmv

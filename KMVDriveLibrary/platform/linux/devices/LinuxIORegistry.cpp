@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: MIT
+#include "platform/linux/devices/LinuxIORegistry.h"
+
+#include "platform/linux/devices/LinuxDriveStatistics.h"
+#include "platform/posix/SystemFiles.h"
+
+namespace kmv {
+
+LinuxIORegistry::LinuxIORegistry(const LinuxOptions& options)
+    : options_(options), blockFolder_(options.sysRoot + "/class/block/"), below_(options) {}
+
+std::optional<StorageDevice> LinuxIORegistry::wholeDisk(const std::string& name) {
+  return below_.wholeDiskOf(name);
+}
+
+std::vector<StorageDevice> LinuxIORegistry::physicalDisks(const std::string& name) {
+  return below_.below(name);
+}
+
+std::vector<IOService> LinuxIORegistry::servicesMatchingBSDName(const std::string& name) {
+  if (name.empty() || name.find('/') != std::string::npos) return {};
+  const std::string folder = blockFolder_ + name;
+  if (readAttribute(folder + "/dev").empty()) return {};
+  IOService service{name, {}};
+  for (const std::string& child : listFolder(folder)) {
+    if (!readAttribute(folder + "/" + child + "/partition").empty()) service.childNames.push_back(child);
+  }
+  return {service};
+}
+
+std::unique_ptr<DriveStatisticsReader> LinuxIORegistry::makeStatisticsReader() {
+  return std::make_unique<LinuxDriveStatistics>(options_);
+}
+
+}  // namespace kmv

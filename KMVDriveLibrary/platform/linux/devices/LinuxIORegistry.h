@@ -1,0 +1,25 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "platform/IORegistry.h"
+#include "platform/linux/LinuxOptions.h"
+#include "platform/linux/devices/PhysicalDisks.h"
+
+namespace kmv {
+
+/// The devices of /sys/class/block as services: a disk's children are its partitions. Immutable: any thread.
+class LinuxIORegistry final : public IORegistry {
+ public:
+  explicit LinuxIORegistry(const LinuxOptions& options);
+  std::vector<IOService> servicesMatchingBSDName(const std::string& name) override;
+  std::optional<StorageDevice> wholeDisk(const std::string& name) override;
+  std::vector<StorageDevice> physicalDisks(const std::string& name) override;
+  std::unique_ptr<DriveStatisticsReader> makeStatisticsReader() override;
+
+ private:
+  LinuxOptions options_;
+  std::string blockFolder_;
+  PhysicalDisks below_;
+};
+
+}  // namespace kmv

@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <KMVDriveLibrary/StorageDevices.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/linux/LinuxOptions.h"
+#include "platform/linux/devices/BlockDevices.h"
+
+namespace kmv {
+
+/// A file system over several devices.
+struct SpanningSystem {
+  std::string id;
+  std::vector<std::string> devices;
+};
+
+/// Follows sysfs down from a block device to the disks that stand on nothing else. Opens no device and
+/// touches no volume. Immutable: any thread.
+class PhysicalDisks {
+ public:
+  explicit PhysicalDisks(const LinuxOptions& options);
+
+  std::optional<StorageDevice> wholeDiskOf(const std::string& name) const;
+
+  /// Ascending by name. A stack that leads back into itself ends where it does.
+  std::vector<StorageDevice> below(const std::string& name) const;
+
+  /// The device's folder below /sys/devices, and that of its whole disk; empty when there is none.
+  std::string folderOf(const std::string& name) const;
+  std::string wholeFolderOf(const std::string& name) const;
+  /// The file system on the device, when it is one that says which devices it has.
+  std::optional<SpanningSystem> systemOver(const std::string& name) const;
+
+ private:
+  StorageDevice describe(const std::string& folder) const;
+  std::vector<std::string> membersBeside(const std::string& name) const;
+  std::vector<std::string> standsOn(const std::string& folder) const;
+  std::vector<std::string> devicesHoldingFile(const std::string& path) const;
+
+  LinuxOptions options_;
+  BlockDevices devices_;
+};
+
+}  // namespace kmv

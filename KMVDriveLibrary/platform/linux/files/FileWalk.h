@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <string>
+
+#include "platform/TreeWalk.h"
+
+namespace kmv {
+
+/// Visits the files below a folder, as `TreeWalk::visitFiles` says.
+///
+/// Each folder is read through a descriptor, and each file costs one look by name and, when it is empty, one
+/// for its attribute. A few threads look at files that come later while the caller is told of the earlier
+/// ones, so that a server with a long way has several requests to answer at a time; the caller hears of them
+/// in listing order all the same, and works along where it would wait. How many folders are listed ahead is
+/// bounded; a single folder is listed as a whole, and counts as one that cannot be when that takes more
+/// than 256 MiB. Out of memory, it stops the process.
+void walkFiles(const std::string& folder, const std::string& attribute, const VisitFile& visit);
+
+class LinuxTreeWalk final : public TreeWalk {
+ public:
+  void visitFiles(const std::string& folder, const std::string& attribute, const VisitFile& visit) override {
+    walkFiles(folder, attribute, visit);
+  }
+};
+
+}  // namespace kmv

@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: MIT
+#include "platform/linux/files/LinuxAttributes.h"
+
+#include <sys/xattr.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <string_view>
+
+namespace kmv {
+namespace {
+
+constexpr std::size_t kUsualValue = 512;
+constexpr std::size_t kLargestValue = 1 << 20;  // the kernel's own limit is 64 KiB; a server may say anything
+
+/// One call where the value is short. Between asking for the size and for the value it can grow; then it is
+/// asked again.
+std::optional<std::string> valueOf(const std::string& path, const std::string& name) {
+  std::string value(kUsualValue, '\0');
+  for (;;) {
+    const ssize_t size = ::getxattr(path.c_str(), name.c_str(), value.data(), value.size());
+    if (size >= 0) {
+      value.resize(static_cast<std::size_t>(size));
+      return value;
+    }
+    if (errno != ERANGE || value.size() >= kLargestValue) return std::nullopt;
+    value.resize(value.size() * 4);
+  }
+}
+
+/// The name under which the file has the attribute; the one in the name space when it has neither.
+std::string nameForReading(const std::string& path, const std::string& name) {
+  std::string first = attributeNameInSpace(name);
+  if (first == name || ::getxattr(path.c_str(), first.c_str(), nullptr, 0) >= 0 ||
+      !mayBePlainAttribute(errno))
+    return first;
+  return ::getxattr(path.c_str(), name.c_str(), nullptr, 0) >= 0 ? name : first;
+}
+
+}  // namespace
+
+std::string attributeNameInSpace(const std::string& name) {
+  constexpr std::array<std::string_view, 4> kNameSpaces{"user.", "trusted.", "security.", "system."};
+  const bool hasOne = std::any_of(kNameSpaces.begin(), kNameSpaces.end(),
+                                  [&](std::string_view space) { return name.starts_with(space); });
+  return hasOne ? name : "user." + name;
+}
+
+bool mayBePlainAttribute(int error) {
+  return error == ENODATA || error == EOPNOTSUPP;
+}
+
+std::optional<std::string> attributeOf(const std::string& path, const std::string& name) {
+  const std::string first = attributeNameInSpace(name);
+  auto value = valueOf(path, first);
+  if (!value && first != name && mayBePlainAttribute(errno)) value = valueOf(path, name);
+  return value;
+}
+
+bool LinuxExtendedAttributes::set(const std::string& path, const std::string& name,
+                                  const std::string& value) {
+  return ::setxattr(path.c_str(), attributeNameInSpace(name).c_str(), value.data(), value.size(), 0) == 0;
+}
+
+ChildProcess::Result LinuxExtendedAttributes::runTool(const ToolRun& run) {
+  return tools_.run(
+      requestFor(run, run.value ? attributeNameInSpace(run.name) : nameForReading(run.path, run.name)));
+}
+
+}  // namespace kmv

@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "platform/Files.h"
+
+namespace kmv {
+
+class LinuxFiles final : public Files {
+ public:
+  FileBytes readRegularFile(const std::string& path, std::size_t mostBytes) override;
+  std::unique_ptr<FileStream> openForReading(const std::string& path) override;
+  ItemKind itemKind(const std::string& path) override;
+  std::optional<Dictionary> attributesOfItem(const std::string& path) override;
+  std::optional<std::string> realPath(const std::string& path) override;
+  std::optional<std::string> currentFolder() override;
+  const std::vector<std::string>& pathAliasPrefixes() override;
+};
+
+}  // namespace kmv

@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <string_view>
+
+#include "platform/linux/mounts/MountInfo.h"
+
+namespace kmv {
+
+// What a mount's own record says about it, without looking at any other.
+
+/// Why a mount is no volume. Empty: it is one.
+namespace rule {
+inline constexpr std::string_view kPseudo = "pseudo";      // no storage behind it
+inline constexpr std::string_view kHelper = "helper";      // a desktop's or container's own FUSE mount
+inline constexpr std::string_view kSnap = "snap";          // an application image
+inline constexpr std::string_view kFile = "file";          // a single file is mounted
+inline constexpr std::string_view kCovered = "covered";    // another mount on the same point hides it
+inline constexpr std::string_view kShadowed = "shadowed";  // another mount on a folder above hides it
+inline constexpr std::string_view kBind = "bind";          // the same volume again
+inline constexpr std::string_view kFolder = "folder";      // a folder of a volume that is mounted elsewhere
+}  // namespace rule
+
+bool isFuseKind(std::string_view kind);
+bool isNetworkKind(std::string_view kind);
+
+/// True when a block device lies behind the mount: its device number says so, or, for file systems that span
+/// devices, its source.
+bool isBlockBacked(const MountEntry& entry);
+
+/// The rule that hides the mount whatever else is mounted; empty when none does.
+std::string_view ownRule(const MountEntry& entry);
+
+/// True when the mount shows a whole volume: the whole file system, or exactly one btrfs subvolume.
+bool showsWholeVolume(const MountEntry& entry);
+
+/// True when `path` lies strictly below the folder `folder`. Both absolute.
+bool isBelow(std::string_view path, std::string_view folder);
+
+/// The text range of all paths strictly below `folder`: from the first to just before the second.
+struct PathRange {
+  std::string from;
+  std::string to;
+};
+PathRange pathsBelow(std::string_view folder);
+
+}  // namespace kmv

@@ -1,0 +1,143 @@
+// SPDX-License-Identifier: MIT
+#include "platform/linux/queues/MainQueue.h"
+
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <utility>
+
+#include "base/Fatal.h"
+#include "platform/linux/queues/QueueFrame.h"
+#include "platform/linux/queues/TimerThread.h"
+#include "platform/linux/queues/WorkerPool.h"
+
+namespace kmv {
+
+LinuxMainQueue::~LinuxMainQueue() {
+  if (descriptor_ >= 0) ::close(descriptor_);
+}
+
+void LinuxMainQueue::async(Task task) {
+  append({std::move(task), nullptr});
+}
+
+/// The descriptor is kept readable exactly while tasks wait and nobody is at work on them: one write a batch.
+void LinuxMainQueue::append(Entry entry) {
+  Lock lock(mutex_);
+  entries_.push_back(std::move(entry));
+  if (entries_.size() > 1) return;
+  if (hasMainThread_) {
+    wake_.notify_one();
+  } else {
+    makeReadable(lock);
+  }
+}
+
+void LinuxMainQueue::sync(TaskReference task) {
+  if (isCurrent()) QueueFrame::stopForReentry("sync", *this);
+  Waiter waiter{task};
+  append({nullptr, &waiter});
+  {
+    WorkerPool::WaitingScope waiting;
+    Lock lock(mutex_);
+    waiter.finished.wait(lock, [&] { return waiter.isFinished; });
+  }
+  if (waiter.exception != nullptr) std::rethrow_exception(std::move(waiter.exception));
+}
+
+void LinuxMainQueue::after(std::chrono::nanoseconds delay, Task task) {
+  if (delay <= std::chrono::nanoseconds::zero()) return async(std::move(task));
+  TimerThread::shared().schedule(delay, shared_from_this(), std::move(task));
+}
+
+bool LinuxMainQueue::isCurrent() const {
+  return QueueFrame::holds(*this);
+}
+
+void LinuxMainQueue::run() {
+  if (isCurrent()) QueueFrame::stopForReentry("run", *this);
+  Lock lock(mutex_);
+  takeMainThread(lock);
+  while (true) {
+    wake_.wait(lock, [&] { return stopRequested_ || !entries_.empty(); });
+    if (std::exchange(stopRequested_, false)) break;
+    runNext(lock);
+  }
+  leaveMainThread(lock);
+}
+
+void LinuxMainQueue::stop() {
+  std::lock_guard lock(mutex_);
+  stopRequested_ = true;
+  wake_.notify_one();
+}
+
+std::size_t LinuxMainQueue::drain() {
+  if (isCurrent()) return 0;
+  Lock lock(mutex_);
+  takeMainThread(lock);
+  const std::size_t count = entries_.size();
+  for (std::size_t i = 0; i < count; ++i) runNext(lock);
+  leaveMainThread(lock);
+  return count;
+}
+
+int LinuxMainQueue::fileDescriptor() {
+  Lock lock(mutex_);
+  if (descriptor_ >= 0) return descriptor_;
+  descriptor_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+  if (!entries_.empty() && !hasMainThread_) makeReadable(lock);
+  return descriptor_;
+}
+
+void LinuxMainQueue::takeMainThread(const Lock& lock) {
+  if (std::exchange(hasMainThread_, true)) fatal("the main queue is run or drained by two threads at a time");
+  makeUnreadable(lock);
+}
+
+void LinuxMainQueue::leaveMainThread(const Lock& lock) {
+  hasMainThread_ = false;
+  if (!entries_.empty()) makeReadable(lock);
+}
+
+/// Runs the first entry with `lock` released. REQUIRES: there is one, and the calling thread is the main
+/// thread.
+void LinuxMainQueue::runNext(Lock& lock) {
+  Entry entry = std::move(entries_.front());
+  entries_.pop_front();
+  lock.unlock();
+  runEntry(entry);
+  lock.lock();
+  if (entry.waiter == nullptr) return;
+  entry.waiter->isFinished = true;
+  entry.waiter->finished.notify_one();  // under the lock: the waiter dies as soon as it gets it
+}
+
+void LinuxMainQueue::runEntry(Entry& entry) {
+  QueueFrame frame(*this);
+  if (entry.waiter == nullptr) {
+    runOrStop(entry.task, label());
+    entry.task = nullptr;
+    return;
+  }
+  try {
+    entry.waiter->task();
+  } catch (...) {
+    entry.waiter->exception = std::current_exception();
+  }
+}
+
+void LinuxMainQueue::makeReadable(const Lock&) {
+  if (descriptor_ < 0 || std::exchange(isReadable_, true)) return;
+  const std::uint64_t one = 1;
+  (void)!::write(descriptor_, &one, sizeof one);  // cannot fail: the counter is 0
+}
+
+void LinuxMainQueue::makeUnreadable(const Lock&) {
+  if (!std::exchange(isReadable_, false)) return;
+  std::uint64_t count = 0;
+  (void)!::read(descriptor_, &count, sizeof count);
+}
+
+}  // namespace kmv

@@ -1,0 +1,303 @@
+// SPDX-License-Identifier: MIT
+#include "platform/linux/queues/Queues.h"
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <exception>
+#include <mutex>
+#include <utility>
+#include <vector>
+
+#include "base/Fatal.h"
+#include "platform/linux/queues/MainQueue.h"
+#include "platform/linux/queues/QueueFrame.h"
+#include "platform/linux/queues/TimerThread.h"
+#include "platform/linux/queues/WorkerPool.h"
+
+namespace kmv {
+
+constinit thread_local const QueueFrame* QueueFrame::innermost_ = nullptr;
+
+bool QueueFrame::holds(const SerialQueue& queue) {
+  const QueueFrame* frame = innermost_;
+  while (frame != nullptr && &frame->queue_ != &queue) frame = frame->outer_;
+  return frame != nullptr;
+}
+
+void QueueFrame::stopForReentry(std::string_view call, const SerialQueue& queue) {
+  const SerialQueue& innermost = innermost_->queue_;
+  std::string message =
+      std::string(call) + " called on queue \"" + queue.label() + "\" that the calling thread already owns";
+  if (&innermost != &queue) message += " (it is running a task of queue \"" + innermost.label() + "\" now)";
+  fatal(message + "; it would wait for ever");
+}
+
+namespace {
+
+[[noreturn]] void stopForException(std::string_view label, std::string_view problem) {
+  fatal("a task of queue \"" + std::string(label) + "\" ended with an exception: " + std::string(problem));
+}
+
+}  // namespace
+
+void runOrStop(const SerialQueue::Task& task, std::string_view label) {
+  try {
+    task();
+  } catch (const std::exception& exception) {
+    stopForException(label, exception.what());
+  } catch (...) {
+    stopForException(label, "of unknown type");
+  }
+}
+
+namespace {
+
+/// How often a thread looks again before it goes to sleep: for about as long as falling asleep and being
+/// woken takes.
+constexpr int kLooksBeforeSleep = 400;
+
+void pauseProcessor() {
+#if defined(__x86_64__) || defined(__i386__)
+  __builtin_ia32_pause();
+#elif defined(__aarch64__)
+  __asm__ volatile("yield");
+#endif
+}
+
+/// Locks a mutex that is never held for long; sleeping for it would cost more than the work under it.
+std::unique_lock<std::mutex> lockBriefly(std::mutex& mutex) {
+  std::unique_lock lock(mutex, std::try_to_lock);
+  for (int looks = 0; !lock.owns_lock() && looks < kLooksBeforeSleep; ++looks) {
+    pauseProcessor();
+    (void)lock.try_lock();
+  }
+  if (!lock.owns_lock()) lock.lock();
+  return lock;
+}
+
+/// The state word says who may touch what. `kBusy`: some thread owns the queue's turn; it alone uses
+/// `batch_`. `kPending`: the owner must not just clear the word when it ends, since entries wait. A free
+/// queue is taken and left with one exchange each; everything else goes through `mutex_`.
+class LinuxSerialQueue final : public SerialQueue,
+                               public Work,
+                               public std::enable_shared_from_this<LinuxSerialQueue> {
+ public:
+  explicit LinuxSerialQueue(std::string label) : label_(std::move(label)) {}
+
+  const std::string& label() const override { return label_; }
+  void async(Task task) override;
+  void sync(TaskReference task) override;
+  void after(std::chrono::nanoseconds delay, Task task) override;
+  bool isCurrent() const override { return QueueFrame::holds(*this); }
+
+  void runOnWorker() override;
+
+ private:
+  static constexpr std::uint32_t kFree = 0;
+  static constexpr std::uint32_t kBusy = 1;
+  static constexpr std::uint32_t kPending = 2;
+  static constexpr std::size_t kBlockLength = 256;
+
+  /// A caller of `sync` in the line, on the stack of its thread; guarded by `mutex_`.
+  struct Waiter {
+    std::condition_variable turn;
+    bool hasTurn = false;
+  };
+  /// A task, or a waiter.
+  struct Entry {
+    Entry(Task&& t, Waiter* w) : task(std::move(t)), waiter(w) {}
+    Task task;
+    Waiter* waiter;
+  };
+  /// A line in blocks, so that a long one grows without moving what it holds. The first block stays when the
+  /// line is empty.
+  using Line = std::vector<std::vector<Entry>>;
+
+  /// The calling thread's turn: the frame leaves first, then the queue.
+  class Turn {
+   public:
+    explicit Turn(LinuxSerialQueue& queue) : release_{queue}, frame_(queue) {}
+
+   private:
+    struct Release {
+      LinuxSerialQueue& queue;
+      ~Release() { queue.leave(); }
+    };
+    Release release_;
+    QueueFrame frame_;
+  };
+
+  bool tryTakeTurn();
+  void waitForTurn();
+  void leave();
+  void passOn();
+  bool append(Task&& task, Waiter* waiter);
+  Entry* peek();
+  Entry* peekIntoIncoming();
+  void giveTurn(Waiter& waiter);
+
+  const std::string label_;
+  std::atomic<std::uint32_t> state_{kFree};
+  std::mutex mutex_;
+  Line incoming_;              // guarded by `mutex_`; holds entries only while the state is busy and pending
+  Line batch_;                 // of the owner of the turn
+  std::size_t nextBlock_ = 0;  // into `batch_`
+  std::size_t next_ = 0;       // into that block
+};
+
+void LinuxSerialQueue::async(Task task) {
+  bool takesTurn = false;
+  {
+    const auto lock = lockBriefly(mutex_);
+    if (!append(std::move(task), nullptr)) return;
+    takesTurn = (state_.fetch_or(kBusy | kPending, std::memory_order_acq_rel) & kBusy) == 0;
+  }
+  if (takesTurn) WorkerPool::shared().submit(shared_from_this());
+}
+
+/// Adds to `incoming_`; true when the entry is its first. REQUIRES: `mutex_` is held.
+bool LinuxSerialQueue::append(Task&& task, Waiter* waiter) {
+  if (incoming_.empty()) incoming_.emplace_back();
+  if (incoming_.back().size() == kBlockLength) incoming_.emplace_back().reserve(kBlockLength);
+  incoming_.back().emplace_back(std::move(task), waiter);
+  return incoming_.front().size() == 1;
+}
+
+void LinuxSerialQueue::sync(TaskReference task) {
+  if (!tryTakeTurn()) waitForTurn();
+  Turn turn(*this);
+  task();
+}
+
+bool LinuxSerialQueue::tryTakeTurn() {
+  std::uint32_t expected = kFree;
+  return state_.compare_exchange_strong(expected, kBusy, std::memory_order_acquire,
+                                        std::memory_order_relaxed);
+}
+
+void LinuxSerialQueue::after(std::chrono::nanoseconds delay, Task task) {
+  if (delay <= std::chrono::nanoseconds::zero()) return async(std::move(task));
+  TimerThread::shared().schedule(delay, shared_from_this(), std::move(task));
+}
+
+void LinuxSerialQueue::waitForTurn() {
+  if (isCurrent()) QueueFrame::stopForReentry("sync", *this);
+  // Whoever is inside `sync` without a line behind it is gone soon.
+  for (int looks = 0; looks < kLooksBeforeSleep && (state_.load(std::memory_order_relaxed) & kPending) == 0;
+       ++looks) {
+    if (tryTakeTurn()) return;
+    pauseProcessor();
+  }
+  Waiter waiter;
+  std::unique_lock lock(mutex_);
+  if ((state_.fetch_or(kBusy | kPending, std::memory_order_acq_rel) & kBusy) == 0)
+    return;  // left in the meantime
+  append(nullptr, &waiter);
+  lock.unlock();
+  WorkerPool::WaitingScope waiting;
+  lock.lock();
+  waiter.turn.wait(lock, [&] { return waiter.hasTurn; });
+  lock.unlock();
+}
+
+void LinuxSerialQueue::leave() {
+  std::uint32_t expected = kBusy;
+  if (!state_.compare_exchange_strong(expected, kFree, std::memory_order_release, std::memory_order_relaxed))
+    passOn();
+}
+
+/// Gives the turn to the first in line, or to nobody. The caller no longer owns it.
+void LinuxSerialQueue::passOn() {
+  const Entry* entry = peek();
+  if (entry == nullptr) return;
+  if (entry->waiter == nullptr) return WorkerPool::shared().submit(shared_from_this());
+  ++next_;
+  giveTurn(*entry->waiter);
+}
+
+void LinuxSerialQueue::runOnWorker() {
+  while (Entry* entry = peek()) {
+    ++next_;
+    if (entry->waiter != nullptr) return giveTurn(*entry->waiter);
+    QueueFrame frame(*this);
+    runOrStop(entry->task, label_);
+    entry->task = nullptr;  // what it captured dies within the turn
+  }
+}
+
+/// The first entry in line; null when nothing waits, and then the queue was left. REQUIRES: the turn.
+LinuxSerialQueue::Entry* LinuxSerialQueue::peek() {
+  if (nextBlock_ < batch_.size()) {
+    if (next_ < batch_[nextBlock_].size()) return &batch_[nextBlock_][next_];
+    next_ = 0;
+    if (++nextBlock_ < batch_.size()) {
+      batch_[nextBlock_ - 1] = {};
+      return &batch_[nextBlock_].front();
+    }
+  }
+  return peekIntoIncoming();
+}
+
+LinuxSerialQueue::Entry* LinuxSerialQueue::peekIntoIncoming() {
+  if (batch_.size() > 1) {
+    batch_.front() = std::move(batch_.back());
+    batch_.resize(1);
+  }
+  if (!batch_.empty()) batch_.front().clear();
+  nextBlock_ = 0;
+  const auto lock = lockBriefly(mutex_);
+  if (incoming_.empty() || incoming_.front().empty()) {
+    state_.store(kFree, std::memory_order_release);
+    return nullptr;
+  }
+  batch_.swap(incoming_);
+  return &batch_.front().front();
+}
+
+void LinuxSerialQueue::giveTurn(Waiter& waiter) {
+  std::lock_guard lock(mutex_);
+  waiter.hasTurn = true;
+  waiter.turn.notify_one();  // under the lock: the waiter dies as soon as it gets it
+}
+
+/// Each task is work of its own for the pool.
+class LinuxConcurrentQueue final : public ConcurrentQueue {
+ public:
+  explicit LinuxConcurrentQueue(std::string label) : label_(std::move(label)) {}
+  const std::string& label() const override { return label_; }
+  void async(SerialQueue::Task task) override {
+    struct TaskAsWork final : Work {
+      TaskAsWork(SerialQueue::Task&& t, std::string l) : task(std::move(t)), label(std::move(l)) {}
+      void runOnWorker() override { runOrStop(task, label); }
+      SerialQueue::Task task;
+      std::string label;
+    };
+    WorkerPool::shared().submit(std::make_shared<TaskAsWork>(std::move(task), label_));
+  }
+
+ private:
+  const std::string label_;
+};
+
+}  // namespace
+
+LinuxQueueFactory::LinuxQueueFactory() : mainQueue_(std::make_shared<LinuxMainQueue>()) {}
+
+LinuxQueueFactory::~LinuxQueueFactory() = default;
+
+std::shared_ptr<SerialQueue> LinuxQueueFactory::makeSerialQueue(std::string label, QualityOfService) {
+  return std::make_shared<LinuxSerialQueue>(std::move(label));
+}
+
+std::shared_ptr<ConcurrentQueue> LinuxQueueFactory::makeConcurrentQueue(std::string label, QualityOfService) {
+  return std::make_shared<LinuxConcurrentQueue>(std::move(label));
+}
+
+MainQueue& LinuxQueueFactory::mainQueue() {
+  return *mainQueue_;
+}
+
+}  // namespace kmv

@@ -1,0 +1,389 @@
+// SPDX-License-Identifier: MIT
+#include "platform/linux/session/DiskModel.h"
+
+#include <KMVDriveLibrary/DescriptionKeys.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "platform/linux/devices/Description.h"
+#include "platform/linux/mounts/VolumeRules.h"
+
+namespace kmv {
+
+/// One announced disk.
+struct DiskModel::Disk {
+  double appearanceTime = 0;
+  std::optional<InstanceKey> instance;  // what is mounted; none for the unmounted disk of a device
+  std::string point;
+  Dictionary told;      // as last announced
+  Dictionary baseline;  // as at its last event that brought or took a path
+};
+
+/// A device, or a mounted file system without one, with everything mounted from it.
+struct DiskModel::Storage {
+  StorageKey key;
+  std::optional<BlockDevice> device;
+  std::optional<SignatureFacts> probed;  // newer than the device's own
+  std::map<InstanceKey, MountEntry> mounts;
+  std::set<SuperblockKey> superblocks;
+  std::vector<Disk> disks;
+  std::map<InstanceKey, double> moving;  // appearance times of disks between their old path and their new one
+  std::uint64_t ticket = 0;              // of the probe whose answer counts; 0 for none
+  bool awaitsProbe = false;
+  std::optional<Clock::time_point> deadline;
+
+  bool reportsUnmounted() const { return device && device->reportUnmounted; }
+};
+
+DiskModel::DiskModel(Outside outside) : outside_(std::move(outside)), tree_(outside_.isDirectory) {}
+DiskModel::~DiskModel() = default;
+
+DiskModel::Storage& DiskModel::storageFor(const StorageKey& key) {
+  Storage& storage = storages_[key];
+  storage.key = key;
+  dirty_.insert(key);
+  return storage;
+}
+
+void DiskModel::deviceSeen(BlockDevice device) {
+  forgetMedium(device, nullptr);
+  Storage& storage = storageFor(keyOf(device.number));
+  setDevice(storage, std::move(device), /*probe=*/true);
+}
+
+void DiskModel::setDevice(Storage& storage, BlockDevice device, bool probe) {
+  if (!device.whole) partitions_[device.wholeNumber].insert(device.number);
+  if (startingUp_ && device.inDatabase) probe = false;
+  storage.device = std::move(device);
+  if (probe) wantProbe(storage);
+}
+
+/// A device that came back with another medium was away in between, and with it the partitions of the old
+/// one.
+void DiskModel::forgetMedium(const BlockDevice& newer, const SuperblockKey* stays) {
+  const auto found = storages_.find(keyOf(newer.number));
+  if (found == storages_.end() || !found->second.device) return;
+  const std::uint64_t old = found->second.device->mediumSequence;
+  if (old == newer.mediumSequence) return;
+  std::set<DeviceNumber> partitions;
+  if (const auto parts = partitions_.find(newer.number); parts != partitions_.end())
+    partitions = parts->second;
+  for (const DeviceNumber number : partitions) {
+    const auto part = storages_.find(keyOf(number));
+    if (part != storages_.end() && part->second.device->mediumSequence == old) forget(part->first, nullptr);
+  }
+  forget(keyOf(newer.number), stays);
+}
+
+void DiskModel::deviceRemoved(DeviceNumber number) {
+  const auto found = storages_.find(keyOf(number));
+  if (found == storages_.end() || !found->second.device) return;
+  if (const auto parts = partitions_.find(number); parts != partitions_.end()) {
+    const std::set<DeviceNumber> gone = std::move(parts->second);
+    partitions_.erase(parts);
+    for (const DeviceNumber part : gone) forget(keyOf(part), nullptr);
+  }
+  forget(keyOf(number), nullptr);
+}
+
+void DiskModel::deviceRemovedAt(DeviceNumber number, std::uint64_t sequence) {
+  const auto found = storages_.find(keyOf(number));
+  if (found == storages_.end() || !found->second.device) return;
+  const std::uint64_t readAt = found->second.device->readAt;
+  if (sequence == 0 || readAt < sequence) deviceRemoved(number);
+}
+
+void DiskModel::devicesListed(std::vector<BlockDevice> devices) {
+  std::set<DeviceNumber> gone;
+  for (const auto& [key, storage] : storages_) {
+    if (storage.device) gone.insert(key.device);
+  }
+  for (const BlockDevice& device : devices) gone.erase(device.number);
+  for (const DeviceNumber number : gone) deviceRemoved(number);
+  for (BlockDevice& device : devices) deviceSeen(std::move(device));
+}
+
+/// Announces the end of everything on a storage, with paths as they were. Its mounts outlive it, and their
+/// own end says nothing new; only those of `stays` are looked at again.
+void DiskModel::forget(const StorageKey& key, const SuperblockKey* stays) {
+  const auto found = storages_.find(key);
+  if (found == storages_.end()) return;
+  Storage& storage = found->second;
+  for (const Disk& disk : storage.disks) tellDisappeared(disk);
+  // Those mounts too that something hides at the moment.
+  if (storage.device) storage.superblocks.insert(key);
+  for (const SuperblockKey& superblock : storage.superblocks) {
+    if (stays != nullptr && superblock == *stays) continue;
+    tree_.retire(superblock);
+    bindings_.erase(superblock);
+  }
+  if (storage.device && !storage.device->whole) {
+    const auto siblings = partitions_.find(storage.device->wholeNumber);
+    if (siblings != partitions_.end()) siblings->second.erase(storage.device->number);
+    if (siblings != partitions_.end() && siblings->second.empty()) partitions_.erase(siblings);
+  }
+  if (storage.deadline) deadlines_.erase({*storage.deadline, key});
+  dirty_.erase(key);
+  unasked_.erase(key);
+  storages_.erase(found);
+}
+
+void DiskModel::mountsChanged(const MountDelta& delta) {
+  if (delta.empty()) return;
+  const std::vector<VolumeChange> changes = tree_.apply(delta);
+  std::map<SuperblockKey, std::vector<const VolumeChange*>> bySuperblock;
+  for (const VolumeChange& change : changes) bySuperblock[change.instance.superblock].push_back(&change);
+  for (const auto& [superblock, its] : bySuperblock) updateBinding(superblock, its);
+}
+
+void DiskModel::updateBinding(const SuperblockKey& superblock,
+                              const std::vector<const VolumeChange*>& changes) {
+  const bool bound = bindings_.contains(superblock);
+  const bool anyMount = std::any_of(changes.begin(), changes.end(),
+                                    [](const auto* change) { return change->mount.has_value(); });
+  if (!bound && !anyMount) return;  // nothing of it was a volume, or its device is gone
+  Binding& binding = bindings_[superblock];
+  for (const VolumeChange* change : changes) {
+    if (change->mount) {
+      binding.mounts.insert_or_assign(change->instance.root, *change->mount);
+    } else {
+      binding.mounts.erase(change->instance.root);
+    }
+  }
+  const bool stayed = tree_.wasMountedThroughout(superblock);
+  if (!binding.mounts.empty() && !(bound && stayed)) bind(superblock, binding, bound, /*probe=*/!stayed);
+  Storage& storage = storageFor(binding.storage);
+  for (const VolumeChange* change : changes) {
+    if (change->mount) {
+      storage.mounts.insert_or_assign(change->instance, *change->mount);
+    } else {
+      storage.mounts.erase(change->instance);
+    }
+  }
+  if (binding.mounts.empty()) unbind(superblock);
+}
+
+/// Looks at the device again: anything could have happened to it, even if its events are still under way.
+void DiskModel::bind(const SuperblockKey& superblock, Binding& binding, bool wasBound, bool probe) {
+  if (wasBound) release(superblock, binding);
+  auto device = deviceBehind(binding.mounts.begin()->second);
+  if (device) forgetMedium(*device, &superblock);
+  binding.storage = device ? keyOf(device->number) : superblock;
+  Storage& storage = storageFor(binding.storage);
+  storage.superblocks.insert(superblock);
+  if (device) setDevice(storage, std::move(*device), probe);
+}
+
+/// Takes away what was mounted under a number that now belongs to another file system, or to the same again.
+void DiskModel::release(const SuperblockKey& superblock, const Binding& binding) {
+  const auto found = storages_.find(binding.storage);
+  if (found == storages_.end()) return;
+  if (!found->second.device) return forget(found->first, &superblock);
+  Storage& storage = storageFor(binding.storage);
+  storage.superblocks.erase(superblock);
+  std::erase_if(storage.mounts, [&](const auto& entry) { return entry.first.superblock == superblock; });
+}
+
+std::optional<BlockDevice> DiskModel::deviceBehind(const MountEntry& mount) const {
+  if (!isBlockBacked(mount)) return std::nullopt;
+  const auto known = storages_.find(keyOf(mount.device));
+  // At the start all devices were read a moment ago.
+  if (startingUp_ && known != storages_.end() && known->second.device) return known->second.device;
+  return outside_.deviceBehind(mount);
+}
+
+void DiskModel::unbind(const SuperblockKey& superblock) {
+  const auto binding = bindings_.find(superblock);
+  if (const auto storage = storages_.find(binding->second.storage); storage != storages_.end()) {
+    storage->second.superblocks.erase(superblock);
+  }
+  bindings_.erase(binding);
+}
+
+void DiskModel::wantProbe(Storage& storage) {
+  if (!outside_.probing) return;
+  storage.awaitsProbe = true;
+  storage.ticket = ++lastTicket_;
+  unasked_.insert(storage.key);
+}
+
+std::vector<ProbeRequest> DiskModel::takeProbeRequests() {
+  std::vector<ProbeRequest> requests;
+  for (const StorageKey& key : std::exchange(unasked_, {})) {
+    const auto found = storages_.find(key);
+    if (found == storages_.end() || !found->second.device) continue;
+    const Storage& storage = found->second;
+    const std::string kind = storage.mounts.empty() ? std::string() : storage.mounts.begin()->second.kind;
+    requests.push_back({*storage.device, kind, storage.ticket});
+  }
+  return requests;
+}
+
+void DiskModel::probeFinished(DeviceNumber number, std::uint64_t ticket,
+                              std::optional<SignatureFacts> facts) {
+  const auto found = storages_.find(keyOf(number));
+  if (found == storages_.end() || found->second.ticket != ticket)
+    return;  // another medium, or asked again since
+  Storage& storage = storageFor(found->first);
+  storage.awaitsProbe = false;
+  if (facts && facts->partitionType.empty()) facts->partitionType = storage.device->facts.partitionType;
+  storage.probed = std::move(facts);
+}
+
+std::optional<DiskModel::Clock::time_point> DiskModel::nextDeadline() const {
+  return deadlines_.empty() ? std::nullopt : std::optional(deadlines_.begin()->first);
+}
+
+std::vector<DiskEvent> DiskModel::settle(Clock::time_point now) {
+  while (!deadlines_.empty() && deadlines_.begin()->first <= now) {
+    const StorageKey key = deadlines_.begin()->second;
+    deadlines_.erase(deadlines_.begin());
+    Storage& storage = storageFor(key);
+    storage.deadline.reset();
+    storage.awaitsProbe = false;  // what the probe says later is told as a change
+  }
+  std::vector<StorageKey> ready;
+  for (const StorageKey& key : std::exchange(dirty_, {})) {
+    Storage& storage = storages_.at(key);
+    if (storage.awaitsProbe && !storage.deadline) {
+      storage.deadline = now + kProbePatience;
+      deadlines_.insert({*storage.deadline, key});
+    }
+    if (!storage.awaitsProbe && storage.deadline) {
+      deadlines_.erase({*std::exchange(storage.deadline, std::nullopt), key});
+    }
+    tellLosses(storage, storage.awaitsProbe);
+    if (!storage.awaitsProbe) ready.push_back(key);
+  }
+  for (const StorageKey& key : ready) {
+    Storage& storage = storages_.at(key);
+    tellGains(storage);
+    if (!storage.device && storage.mounts.empty()) storages_.erase(key);
+  }
+  return std::exchange(events_, {});
+}
+
+void DiskModel::tellLosses(Storage& storage, bool withheld) {
+  for (std::size_t i = 0; i < storage.disks.size();) {
+    Disk& disk = storage.disks[i];
+    if (!disk.instance) {
+      const bool stays = storage.reportsUnmounted() || !storage.mounts.empty();
+      if (!stays) tellDisappeared(disk);
+      if (!stays) storage.disks.erase(storage.disks.begin() + static_cast<std::ptrdiff_t>(i));
+      i += stays ? 1 : 0;
+      continue;
+    }
+    const auto mount = storage.mounts.find(*disk.instance);
+    const bool mounted = mount != storage.mounts.end();
+    if (mounted && mount->second.point == disk.point) {
+      ++i;
+      continue;
+    }
+    const bool moves = mounted && !withheld;
+    if (!moves && storage.disks.size() == 1 && storage.reportsUnmounted()) {
+      disk.instance.reset();
+      disk.point.clear();
+      tellChange(storage, disk, nullptr);
+      ++i;
+      continue;
+    }
+    // Hosts know a mounted drive by its path: one that moves leaves and comes.
+    if (mounted) storage.moving.insert_or_assign(*disk.instance, disk.appearanceTime);
+    tellDisappeared(disk);
+    storage.disks.erase(storage.disks.begin() + static_cast<std::ptrdiff_t>(i));
+  }
+}
+
+void DiskModel::tellGains(Storage& storage) {
+  for (const auto& [instance, mount] : storage.mounts) {
+    const auto disk =
+        std::find_if(storage.disks.begin(), storage.disks.end(), [&key = instance](const Disk& candidate) {
+          return !candidate.instance || *candidate.instance == key;
+        });
+    if (disk == storage.disks.end()) {
+      tellAppeared(storage, &instance, &mount);
+      continue;
+    }
+    disk->instance = instance;
+    disk->point = mount.point;
+    tellChange(storage, *disk, &mount);
+  }
+  storage.moving.clear();
+  if (!storage.mounts.empty() || !storage.reportsUnmounted()) return;
+  if (storage.disks.empty()) {
+    tellAppeared(storage, nullptr, nullptr);
+  } else {
+    tellChange(storage, storage.disks.front(), nullptr);
+  }
+}
+
+void DiskModel::tellChange(Storage& storage, Disk& disk, const MountEntry* mount) {
+  Dictionary now = describe(storage, mount, disk.appearanceTime);
+  ChangedKeys sinceTold = differingKeys(disk.told, now);
+  if (sinceTold.empty()) return noteMounted(disk.told, mount);  // it may be another mount of the same
+  const bool pathChanged = std::find(sinceTold.begin(), sinceTold.end(), key::kVolumePath) != sinceTold.end();
+  // Whoever heard only of paths is told everything that differs since then; a value that came back counts as
+  // changed too where nothing else is left to tell.
+  ChangedKeys keys = differingKeys(disk.baseline, now);
+  if (keys.empty()) keys = std::move(sinceTold);
+  noteUnmounted(disk.told);
+  noteMounted(now, mount);
+  disk.told = now;
+  if (pathChanged) disk.baseline = now;
+  events_.push_back({DiskEvent::Kind::changed, std::move(now), std::move(keys)});
+}
+
+void DiskModel::tellAppeared(Storage& storage, const InstanceKey* instance, const MountEntry* mount) {
+  Disk disk;
+  const auto moved = instance == nullptr ? storage.moving.end() : storage.moving.find(*instance);
+  disk.appearanceTime = moved == storage.moving.end() ? outside_.nextAppearanceTime() : moved->second;
+  if (instance != nullptr) disk.instance = *instance;
+  if (mount != nullptr) disk.point = mount->point;
+  disk.told = disk.baseline = describe(storage, mount, disk.appearanceTime);
+  noteMounted(disk.told, mount);
+  events_.push_back({DiskEvent::Kind::appeared, disk.told, {}});
+  storage.disks.push_back(std::move(disk));
+}
+
+void DiskModel::tellDisappeared(const Disk& disk) {
+  noteUnmounted(disk.told);
+  events_.push_back({DiskEvent::Kind::disappeared, disk.told, {}});
+}
+
+void DiskModel::noteMounted(const Dictionary& description, const MountEntry* mount) {
+  if (mount != nullptr) mounted_.insert_or_assign(mount->point, MountedDisk{description, *mount});
+}
+
+/// Another disk may have taken the path over already.
+void DiskModel::noteUnmounted(const Dictionary& description) {
+  const URL* path = description.url(key::kVolumePath);
+  const auto found = path == nullptr ? mounted_.end() : mounted_.find(path->path());
+  if (found == mounted_.end()) return;
+  const double time = description.doubleValue(key::kAppearanceTime);
+  if (found->second.description.doubleValue(key::kAppearanceTime) == time) mounted_.erase(found);
+}
+
+const DiskModel::MountedDisk* DiskModel::diskAt(const std::string& point) const {
+  const auto found = mounted_.find(point);
+  return found == mounted_.end() ? nullptr : &found->second;
+}
+
+bool DiskModel::isAwaitedAt(const std::string& point) const {
+  return std::any_of(deadlines_.begin(), deadlines_.end(), [&](const auto& deadline) {
+    const auto storage = storages_.find(deadline.second);
+    return storage != storages_.end() &&
+           std::any_of(storage->second.mounts.begin(), storage->second.mounts.end(),
+                       [&](const auto& mount) { return mount.second.point == point; });
+  });
+}
+
+Dictionary DiskModel::describe(const Storage& storage, const MountEntry* mount, double appearanceTime) const {
+  if (!storage.device) return describeDisk(nullptr, mount, appearanceTime);
+  if (!storage.probed) return describeDisk(&*storage.device, mount, appearanceTime);
+  BlockDevice probed = *storage.device;
+  probed.facts = *storage.probed;
+  return describeDisk(&probed, mount, appearanceTime);
+}
+
+}  // namespace kmv

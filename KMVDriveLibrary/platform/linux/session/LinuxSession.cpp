@@ -1,0 +1,310 @@
+// SPDX-License-Identifier: MIT
+#include "platform/linux/session/LinuxSession.h"
+
+#include <KMVDriveLibrary/DescriptionKeys.h>
+
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <map>
+#include <utility>
+
+#include "base/Fatal.h"
+#include "platform/linux/devices/Description.h"
+#include "platform/linux/mounts/PointType.h"
+#include "platform/linux/mounts/VolumeRules.h"
+#include "platform/linux/queues/Threads.h"
+#include "platform/linux/session/AppearanceClock.h"
+
+namespace kmv {
+namespace {
+
+/// A disk as it was when its event was queued.
+class DescribedDisk final : public Disk {
+ public:
+  explicit DescribedDisk(Dictionary description) : description_(std::move(description)) {}
+  std::optional<Dictionary> copyDescription() const override { return description_; }
+
+ private:
+  Dictionary description_;
+};
+
+/// A disk that a host asked for. It remembers its mount, by which a command finds the volume.
+class MountedVolume final : public Disk {
+ public:
+  explicit MountedVolume(DiskModel::MountedDisk disk) : disk_(std::move(disk)) {}
+  std::optional<Dictionary> copyDescription() const override { return disk_.description; }
+  const DiskModel::MountedDisk& disk() const { return disk_; }
+
+ private:
+  DiskModel::MountedDisk disk_;
+};
+
+TargetVolume targetOf(const MountEntry& mount) {
+  const bool hasNode = isBlockBacked(mount) && mount.source.starts_with("/dev/");
+  return {mount.point, mount.kind, hasNode ? mount.source : std::string(), mount.id, mount.device};
+}
+
+void tell(DiskEvent& event, const DiskCallbacks& callbacks, void* context) {
+  DescribedDisk disk(std::move(event.description));
+  switch (event.kind) {
+    case DiskEvent::Kind::appeared:
+      if (callbacks.appeared != nullptr) callbacks.appeared(&disk, context);
+      return;
+    case DiskEvent::Kind::disappeared:
+      if (callbacks.disappeared != nullptr) callbacks.disappeared(&disk, context);
+      return;
+    case DiskEvent::Kind::changed:
+      if (callbacks.descriptionChanged != nullptr)
+        callbacks.descriptionChanged(&disk, &event.changedKeys, context);
+      return;
+  }
+}
+
+void watch(const FileDescriptor& poll, int descriptor, std::uint32_t events) {
+  if (descriptor < 0) return;
+  epoll_event request{};
+  request.events = events;
+  request.data.fd = descriptor;
+  ::epoll_ctl(poll.get(), EPOLL_CTL_ADD, descriptor, &request);
+}
+
+/// Milliseconds until `deadline`, rounded up so that waiting them is enough; -1 for no deadline.
+int millisecondsUntil(std::optional<DiskModel::Clock::time_point> deadline) {
+  if (!deadline) return -1;
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(*deadline - DiskModel::Clock::now()).count();
+  return left > 0 ? static_cast<int>(left) : 0;
+}
+
+}  // namespace
+
+LinuxSession::LinuxSession(LinuxOptions options) : options_(std::move(options)), devices_(options_) {}
+
+LinuxSession::~LinuxSession() {
+  {
+    std::lock_guard lock(questionsMutex_);
+    listens_ = false;
+  }
+  *stopped_ = true;
+  if (!thread_.joinable()) return;
+  ::eventfd_write(wake_.get(), 1);
+  thread_.join();
+}
+
+void LinuxSession::setQueue(std::shared_ptr<SerialQueue> queue) {
+  queue_ = std::move(queue);
+}
+
+void LinuxSession::registerCallbacks(const DiskCallbacks& callbacks, void* context) {
+  if (!queue_) fatal("a disk arbitration session needs a queue before its callbacks");
+  if (thread_.joinable()) fatal("callbacks can be registered with a disk arbitration session only once");
+  callbacks_ = callbacks;
+  context_ = context;
+  wake_ = FileDescriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+  poll_ = FileDescriptor(::epoll_create1(EPOLL_CLOEXEC));
+  if (!wake_ || !poll_) fatal("no descriptors are left for a disk arbitration session");
+  // Listen first, look second: what happens in between is seen twice, and the difference is empty then.
+  monitor_ = makeDeviceMonitor(options_);
+  watcher_ = makeMountInfoWatcher(options_.procRoot);
+  watch(poll_, wake_.get(), EPOLLIN);
+  watch(poll_, monitor_->descriptor(), EPOLLIN);
+  watch(poll_, watcher_->descriptor(), watcher_->epollEvents());
+  probes_ = std::make_unique<ProbePool>(
+      [options = options_](const ProbeRequest& request) { return probeDevice(options, request); },
+      [wake = wake_.get()] { ::eventfd_write(wake, 1); });
+  model_ = std::make_unique<DiskModel>(DiskModel::Outside{
+      [this](const MountEntry& mount) { return devices_.readBehind(mount); },
+      [this](const MountEntry& mount) { return pointIsDirectory(options_.viewRoot, mount); },
+      nextAppearanceTime, options_.probing});
+  thread_ = startThread("kmv-events", [this] { run(); });
+  std::lock_guard lock(questionsMutex_);
+  listens_ = true;
+}
+
+std::unique_ptr<Disk> LinuxSession::diskFromVolumePath(const URL& volume) {
+  if (!volume.isFileURL()) return nullptr;
+  MountedDisk mounted = mountedDiskAt(volume.path());
+  return mounted ? std::make_unique<MountedVolume>(std::move(*mounted)) : nullptr;
+}
+
+void LinuxSession::unmount(const Disk& disk, CommandCompletion completion, void* context) {
+  start(disk, {unmountVolume, completion, context, /*changesMedium=*/false});
+}
+
+void LinuxSession::rename(const Disk& disk, const std::string& newName, CommandCompletion completion,
+                          void* context) {
+  const auto carryOut = [newName](const LinuxOptions& options, const TargetVolume& volume) {
+    return renameVolume(options, volume, newName);
+  };
+  start(disk, {carryOut, completion, context, /*changesMedium=*/true});
+}
+
+void LinuxSession::start(const Disk& disk, Command command) {
+  const auto* const volume = dynamic_cast<const MountedVolume*>(&disk);
+  if (volume == nullptr) fatal("a command needs a disk that diskFromVolumePath gave");
+  if (!queue_) fatal("a disk arbitration session needs a queue before a command");
+  const bool started = commands_.start([this, before = volume->disk(), command] {
+    finish(before, command.carryOut(options_, targetOf(before.mount)), command);
+  });
+  if (!started) finish(volume->disk(), Dictionary{{key::kDissenterStatus, dissent::kNoResources}}, command);
+}
+
+/// What the command did is looked at before its end is told, so that the events it brings are queued first.
+void LinuxSession::finish(const DiskModel::MountedDisk& before, Dissent dissent, const Command& command) {
+  const MountedDisk after = mountedDiskAt(before.mount.point, command.changesMedium);
+  // Another volume may have taken the place.
+  const bool isThere =
+      after && after->mount.device == before.mount.device && after->mount.root == before.mount.root;
+  Dictionary description = isThere ? after->description : before.description;
+  if (!isThere) description.remove(key::kVolumePath);
+  queue_->async(
+      [description = std::move(description), dissent = std::move(dissent), command, stopped = stopped_] {
+        if (*stopped) return;
+        DescribedDisk disk(description);
+        command.completion(&disk, dissent ? &*dissent : nullptr, command.context);
+      });
+}
+
+LinuxSession::MountedDisk LinuxSession::mountedDiskAt(const std::string& point, bool readAnew) {
+  std::future<MountedDisk> answer;
+  {
+    std::lock_guard lock(questionsMutex_);
+    if (listens_) answer = questions_.emplace_back(Question{point, readAnew, {}}).answer.get_future();
+  }
+  if (!answer.valid()) return describeWithoutListening(point);
+  ::eventfd_write(wake_.get(), 1);
+  return answer.get();
+}
+
+/// Before anybody listens there is no event thread to ask: the machine is looked at once, here.
+LinuxSession::MountedDisk LinuxSession::describeWithoutListening(const std::string& point) const {
+  MountTree tree([this](const MountEntry& mount) { return pointIsDirectory(options_.viewRoot, mount); });
+  const auto table = makeMountInfoWatcher(options_.procRoot);
+  tree.apply(table->refresh(/*reported=*/false));
+  MountedDisk found;
+  tree.forEach([&](const MountEntry& entry, std::string_view rule) {
+    if (!rule.empty() || entry.point != point) return;
+    auto device = isBlockBacked(entry) ? devices_.readBehind(entry) : std::nullopt;
+    if (device && options_.probing) {
+      if (auto facts = probeDevice(options_, {*device, entry.kind})) device->facts = std::move(*facts);
+    }
+    found = DiskModel::MountedDisk{describeDisk(device ? &*device : nullptr, &entry, nextAppearanceTime()),
+                                   entry};
+  });
+  return found;
+}
+
+void LinuxSession::takeQuestions() {
+  const std::size_t known = open_.size();
+  {
+    std::lock_guard lock(questionsMutex_);
+    for (Question& question : questions_) open_.push_back(std::move(question));
+    questions_.clear();
+  }
+  for (std::size_t i = known; i < open_.size(); ++i) {
+    if (open_[i].readAnew) readAnew(open_[i].point);
+  }
+}
+
+/// The kernel does not announce what is written to a mounted medium.
+void LinuxSession::readAnew(const std::string& point) {
+  const DiskModel::MountedDisk* const disk = model_->diskAt(point);
+  if (disk == nullptr || !isBlockBacked(disk->mount)) return;
+  if (auto device = devices_.readBehind(disk->mount)) model_->deviceSeen(std::move(*device));
+}
+
+/// After the model told what is. A volume whose device is still being identified is waited for; the model
+/// does so for a second at most.
+void LinuxSession::answerQuestions() {
+  std::erase_if(open_, [this](Question& question) {
+    const DiskModel::MountedDisk* disk = model_->diskAt(question.point);
+    if ((disk == nullptr || question.readAnew) && model_->isAwaitedAt(question.point)) return false;
+    question.answer.set_value(disk == nullptr ? MountedDisk() : MountedDisk(*disk));
+    return true;
+  });
+}
+
+void LinuxSession::run() {
+  start();
+  while (!*stopped_) {
+    deliver();
+    answerQuestions();
+    waitForNews();
+    takeQuestions();  // before the machine is looked at: the answer is to be no older than the question
+    takeDeviceNews();
+    model_->mountsChanged(watcher_->refresh(std::exchange(mountsReported_, false)));
+    takeAnswers();
+  }
+  probes_.reset();
+  takeQuestions();
+  for (Question& question : std::exchange(open_, {})) question.answer.set_value(std::nullopt);
+}
+
+void LinuxSession::start() {
+  for (BlockDevice& device : devices_.list()) model_->deviceSeen(std::move(device));
+  model_->mountsChanged(watcher_->refresh(/*reported=*/false));
+  model_->startUpFinished();
+}
+
+void LinuxSession::waitForNews() {
+  std::array<epoll_event, 3> ready{};
+  const int count = ::epoll_wait(poll_.get(), ready.data(), static_cast<int>(ready.size()),
+                                 millisecondsUntil(model_->nextDeadline()));
+  for (int i = 0; i < count; ++i) {
+    const int descriptor = ready[static_cast<std::size_t>(i)].data.fd;
+    if (descriptor == watcher_->descriptor()) mountsReported_ = true;
+    eventfd_t ignored = 0;
+    if (descriptor == wake_.get()) ::eventfd_read(wake_.get(), &ignored);
+  }
+}
+
+void LinuxSession::takeDeviceNews() {
+  const DeviceMonitor::News news = monitor_->drain();
+  if (news.lost) {
+    model_->devicesListed(devices_.list());
+  } else {
+    takeDeviceEvents(news.events);
+  }
+}
+
+/// Each device is looked at once, however many events tell of it. An event says that something happened, not
+/// what is there now; only a removal counts as such, since the kernel announces it just before the device
+/// leaves sysfs.
+void LinuxSession::takeDeviceEvents(const std::vector<DeviceEvent>& events) {
+  std::map<std::string, const DeviceEvent*> last;
+  for (const DeviceEvent& event : events) {
+    if (event.action == "remove") model_->deviceRemovedAt(event.number, event.sequence);
+    last.insert_or_assign(event.path, &event);
+  }
+  for (const auto& [path, event] : last) {
+    if (event->action == "remove") continue;
+    if (auto device = devices_.read(event->number)) {
+      model_->deviceSeen(std::move(*device));
+    } else {
+      model_->deviceRemoved(event->number);
+    }
+  }
+}
+
+void LinuxSession::takeAnswers() {
+  for (ProbeAnswer& answer : probes_->takeAnswers()) {
+    model_->probeFinished(answer.number, answer.ticket, std::move(answer.facts));
+  }
+}
+
+void LinuxSession::deliver() {
+  std::vector<DiskEvent> events = model_->settle(DiskModel::Clock::now());
+  probes_->start(model_->takeProbeRequests());
+  if (events.empty()) return;
+  queue_->async([events = std::make_shared<std::vector<DiskEvent>>(std::move(events)), callbacks = callbacks_,
+                 context = context_, stopped = stopped_] {
+    for (DiskEvent& event : *events) {
+      if (!*stopped) tell(event, callbacks, context);
+    }
+  });
+}
+
+}  // namespace kmv

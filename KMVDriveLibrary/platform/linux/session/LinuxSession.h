@@ -1,0 +1,102 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <future>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/DiskArbitrationSession.h"
+#include "platform/linux/LinuxOptions.h"
+#include "platform/linux/devices/BlockDevices.h"
+#include "platform/linux/devices/DeviceMonitor.h"
+#include "platform/linux/devices/ProbePool.h"
+#include "platform/linux/mounts/MountTableWatcher.h"
+#include "platform/linux/session/CommandThreads.h"
+#include "platform/linux/session/Commands.h"
+#include "platform/linux/session/DiskModel.h"
+#include "platform/posix/FileDescriptor.h"
+
+namespace kmv {
+
+/// Follows block devices and the mount table on one thread of its own, which sleeps until one of them
+/// changes: no timer, no polling. That thread makes no system call that a mounted file system or a device has
+/// to answer. Failure: what cannot be watched here (no netlink, no /proc) is read once and then silent.
+class LinuxSession final : public DiskArbitrationSession {
+ public:
+  explicit LinuxSession(LinuxOptions options);
+  /// Stops the thread. Callbacks that wait on the queue are dropped; one that runs is not waited for, but
+  /// commands that run are.
+  ~LinuxSession() override;
+
+  void setQueue(std::shared_ptr<SerialQueue> queue) override;
+  void registerCallbacks(const DiskCallbacks& callbacks, void* context) override;
+  std::unique_ptr<Disk> diskFromVolumePath(const URL& volume) override;
+  void unmount(const Disk& disk, CommandCompletion completion, void* context) override;
+  void rename(const Disk& disk, const std::string& newName, CommandCompletion completion,
+              void* context) override;
+
+ private:
+  using MountedDisk = std::optional<DiskModel::MountedDisk>;
+  /// Somebody waits for the drive at a mount point, as it is after the event thread looked at the machine
+  /// once more.
+  struct Question {
+    std::string point;
+    bool readAnew = false;  // the medium was written to: what it says of itself is to be read again first
+    std::promise<MountedDisk> answer;
+  };
+  MountedDisk mountedDiskAt(const std::string& point, bool readAnew = false);
+  MountedDisk describeWithoutListening(const std::string& point) const;
+  /// A function that carries a command out, and whom to tell.
+  struct Command {
+    std::function<Dissent(const LinuxOptions&, const TargetVolume&)> carryOut;
+    CommandCompletion completion = nullptr;
+    void* context = nullptr;
+    bool changesMedium = false;
+  };
+  void start(const Disk& disk, Command command);
+  void finish(const DiskModel::MountedDisk& before, Dissent dissent, const Command& command);
+  void takeQuestions();
+  void readAnew(const std::string& point);
+  void answerQuestions();
+
+  void run();
+  void start();
+  void waitForNews();
+  void takeDeviceNews();
+  void takeDeviceEvents(const std::vector<DeviceEvent>& events);
+  void takeAnswers();
+  void deliver();
+
+  const LinuxOptions options_;
+  const BlockDevices devices_;
+  std::shared_ptr<SerialQueue> queue_;
+  DiskCallbacks callbacks_;
+  void* context_ = nullptr;
+  std::shared_ptr<std::atomic<bool>> stopped_ = std::make_shared<std::atomic<bool>>(false);
+
+  // From here on of the event thread.
+  FileDescriptor wake_;
+  FileDescriptor poll_;
+  std::unique_ptr<DeviceMonitor> monitor_;
+  std::unique_ptr<MountTableWatcher> watcher_;
+  std::unique_ptr<ProbePool> probes_;
+  std::unique_ptr<DiskModel> model_;
+  bool mountsReported_ = false;
+
+  std::vector<Question> open_;  // taken, but not answered yet
+
+  std::mutex questionsMutex_;
+  std::vector<Question> questions_;
+  bool listens_ = false;  // guarded by the mutex: the event thread runs and answers
+
+  std::thread thread_;
+  CommandThreads commands_;  // the last member: commands that run use the others
+};
+
+}  // namespace kmv

@@ -1,0 +1,120 @@
+// SPDX-License-Identifier: MIT
+#include "platform/posix/Spawn.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <string_view>
+#include <system_error>
+
+#include "platform/posix/FileDescriptor.h"
+
+namespace kmv {
+namespace {
+
+/// Nothing of the host's goes along: its descriptors, and its masked or ignored signals.
+class Setup {
+ public:
+  Setup(int output, bool collectsErrors) {
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
+    if (collectsErrors) posix_spawn_file_actions_adddup2(&actions, output, STDERR_FILENO);
+    posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
+    posix_spawnattr_init(&attributes);
+    sigset_t none, defaults;
+    sigemptyset(&none);
+    sigemptyset(&defaults);
+    for (const int number : {SIGCHLD, SIGPIPE, SIGINT, SIGTERM, SIGHUP, SIGQUIT})
+      sigaddset(&defaults, number);
+    posix_spawnattr_setsigmask(&attributes, &none);
+    posix_spawnattr_setsigdefault(&attributes, &defaults);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+  }
+  ~Setup() {
+    posix_spawnattr_destroy(&attributes);
+    posix_spawn_file_actions_destroy(&actions);
+  }
+  Setup(const Setup&) = delete;
+  Setup& operator=(const Setup&) = delete;
+
+  posix_spawn_file_actions_t actions;
+  posix_spawnattr_t attributes;
+};
+
+/// A descriptor that is none of the standard three, which a host may have closed.
+FileDescriptor aboveStandard(int descriptor) {
+  const FileDescriptor original(descriptor);
+  return FileDescriptor(::fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+}
+
+std::string drain(int descriptor) {
+  std::string text;
+  std::array<char, 4096> buffer;
+  for (;;) {
+    const ssize_t count = ::read(descriptor, buffer.data(), buffer.size());
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) return text;
+    text.append(buffer.data(), static_cast<std::size_t>(count));
+  }
+}
+
+/// None when a host that ignores SIGCHLD lets it get lost; 128 and the signal for what a signal ended.
+std::optional<int> waitFor(pid_t child) {
+  int status = 0;
+  while (::waitpid(child, &status, 0) < 0) {
+    if (errno != EINTR) return std::nullopt;
+  }
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+std::vector<char*> pointersTo(std::vector<std::string>& texts) {
+  std::vector<char*> pointers;
+  for (std::string& text : texts) pointers.push_back(text.data());
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
+}  // namespace
+
+ChildProcess::Result spawnAndWait(const ChildProcess::Request& request,
+                                  const std::vector<std::string>& environment) {
+  ChildProcess::Result result;
+  const auto problem = [&](int error) {
+    result.problem = request.program + ": " + std::generic_category().message(error);
+    return result;
+  };
+  int ends[2];
+  if (::pipe2(ends, O_CLOEXEC) != 0) return problem(errno);
+  const FileDescriptor reader = aboveStandard(ends[0]);
+  FileDescriptor writer = aboveStandard(ends[1]);
+  if (!reader || !writer) return problem(EMFILE);
+  const Setup setup(writer.get(), request.collectsErrors);
+  std::vector<std::string> words{request.program}, variables = environment;
+  words.insert(words.end(), request.arguments.begin(), request.arguments.end());
+  pid_t child = -1;
+  const int error = ::posix_spawn(&child, request.program.c_str(), &setup.actions, &setup.attributes,
+                                  pointersTo(words).data(), pointersTo(variables).data());
+  if (error != 0) return problem(error);
+  writer.reset();
+  result.started = true;
+  result.output = drain(reader.get());
+  result.exitStatus = waitFor(child);
+  return result;
+}
+
+std::vector<std::string> plainEnvironment() {
+  std::vector<std::string> variables;
+  for (char** variable = environ; variable != nullptr && *variable != nullptr; ++variable) {
+    if (!std::string_view(*variable).starts_with("LC_ALL=")) variables.emplace_back(*variable);
+  }
+  variables.emplace_back("LC_ALL=C.UTF-8");
+  return variables;
+}
+
+}  // namespace kmv
