@@ -18,7 +18,6 @@
 #include <string>
 #include <thread>
 
-#include "integration/support/Process.h"
 #include "integration/support/Story.h"
 #include "kmvdrive/CommandLine.h"
 #include "support/Sanitizers.h"

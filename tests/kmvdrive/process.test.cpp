@@ -1,18 +1,40 @@
 // SPDX-License-Identifier: MIT
 // The real program on the machine that runs the tests.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 
-#include <algorithm>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <sstream>
 #include <string>
 
-#include "kmvdrive/ChildProgram.h"
+#include "support/Process.h"
 
 namespace {
 
+using kmv::test::Process;
 using nlohmann::json;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::StartsWith;
+
+/// kmvdrive with these arguments, its errors kept.
+class Kmvdrive : public Process {
+ public:
+  explicit Kmvdrive(Words arguments) : Process(started(std::move(arguments)), {}, Errors::kept) {}
+  void expectSuccess() {
+    EXPECT_EQ(exitCode(), 0);
+    EXPECT_EQ(readErrors(), "");
+  }
+  json readDocument() { return json::parse(readAll()); }
+
+ private:
+  static Words started(Words arguments) {
+    arguments.insert(arguments.begin(), KMVDRIVE_PROGRAM);
+    return arguments;
+  }
+};
 
 std::set<std::string> urlsOf(const json& drives) {
   std::set<std::string> urls;
@@ -21,35 +43,35 @@ std::set<std::string> urlsOf(const json& drives) {
   return urls;
 }
 
-TEST(KmvdriveProgram, AnUnknownWayToCallItIsAUsageError) {
-  const std::initializer_list<std::string> wrong[] = {{},
-                                                      {"lits"},
-                                                      {"list", "extra"},
-                                                      {"list", "--for", "1"},
-                                                      {"watch", "--for"},
-                                                      {"watch", "--for", "-1"},
-                                                      {"watch", "--for", "soon"},
-                                                      {"watch", "--for", "nan"}};
-  for (const auto& arguments : wrong) {
-    ChildProgram program(arguments);
-    EXPECT_EQ(program.exitCode(), 2);
-    EXPECT_EQ(program.readErrors().rfind("kmvdrive: ", 0), 0U);
-    EXPECT_EQ(program.readOutput(), "");
-  }
+std::set<std::string> listedURLs() {
+  return urlsOf(Kmvdrive({"list", "--json"}).readDocument().at("drives"));
 }
 
-TEST(KmvdriveProgram, HelpAndVersionAreOutputAndNoErrors) {
-  ChildProgram version({"--version"});
-  EXPECT_EQ(version.readOutput().rfind("kmvdrive ", 0), 0U);
-  EXPECT_EQ(version.exitCode(), 0);
-  ChildProgram help({"watch", "--help"});
-  EXPECT_NE(help.readOutput().find("--for"), std::string::npos);
-  EXPECT_EQ(help.exitCode(), 0);
+TEST(KmvdriveProgram, ReadsItsCommandLine) {
+  const Process::Words wrong[] = {{},
+                                  {"lits"},
+                                  {"list", "extra"},
+                                  {"list", "--for", "1"},
+                                  {"watch", "--for"},
+                                  {"watch", "--for", "-1"},
+                                  {"watch", "--for", "soon"},
+                                  {"watch", "--for", "nan"}};
+  for (const auto& arguments : wrong) {
+    Kmvdrive program(arguments);
+    EXPECT_EQ(program.exitCode(), 2) << ::testing::PrintToString(arguments);
+    EXPECT_THAT(program.readErrors(), StartsWith("kmvdrive: "));
+    EXPECT_THAT(program.readAll(), IsEmpty());
+  }
+  Kmvdrive version({"--version"}), help({"watch", "--help"});
+  EXPECT_THAT(version.readAll(), StartsWith("kmvdrive "));
+  version.expectSuccess();
+  EXPECT_THAT(help.readAll(), HasSubstr("--for"));
+  help.expectSuccess();
 }
 
 TEST(KmvdriveProgram, ListTellsTheDrivesOfThisMachine) {
-  ChildProgram list({"list", "--json", "--all"});
-  const json listing = json::parse(list.readOutput());
+  Kmvdrive list({"list", "--json", "--all"});
+  const json listing = list.readDocument();
   EXPECT_EQ(list.exitCode(), 0);
   EXPECT_EQ(listing.at("schema"), 1);
   urlsOf(listing.at("drives"));
@@ -59,56 +81,43 @@ TEST(KmvdriveProgram, ListTellsTheDrivesOfThisMachine) {
     EXPECT_EQ(drive.at("path") == "/", drive.at("url") == "file:///");
   }
   for (const json& disk : listing.at("unmounted")) EXPECT_FALSE(disk.contains("url")) << disk;
-  for (const json& mount : listing.at("hidden"))
-    EXPECT_FALSE(mount.at("rule").get<std::string>().empty()) << mount;
-  const auto isProc = [](const json& mount) {
-    return mount.at("path") == "/proc" && mount.at("kind") == "proc";
-  };
-  EXPECT_TRUE(std::any_of(listing["hidden"].begin(), listing["hidden"].end(), isProc));
+  bool hidesProc = false;
+  for (const json& mount : listing.at("hidden")) {
+    EXPECT_NE(mount.at("rule"), "") << mount;
+    hidesProc = hidesProc || (mount.at("path") == "/proc" && mount.at("kind") == "proc");
+  }
+  EXPECT_TRUE(hidesProc);
 }
 
 TEST(KmvdriveProgram, WatchBeginsWithWhatListTells) {
-  ChildProgram list({"list", "--json"});
-  const auto listed = urlsOf(json::parse(list.readOutput()).at("drives"));
-  ChildProgram watch({"watch", "--json", "--for", "0.3"});
-  std::istringstream lines(watch.readOutput());
+  Kmvdrive watch({"watch", "--json", "--for", "0.3"});
+  std::istringstream lines(watch.readAll());
   EXPECT_EQ(watch.exitCode(), 0);
-  std::set<std::string> present;
+  json present = json::array();
   for (std::string line; std::getline(lines, line);) {
     const json event = json::parse(line);
     EXPECT_GT(event.at("time"), 1e9);
-    if (event.at("event") != "present") continue;
-    EXPECT_TRUE(present.insert(event.at("drive").at("url")).second) << "present twice: " << line;
+    if (event.at("event") == "present") present.push_back(event.at("drive"));
   }
-  EXPECT_EQ(present, listed);
+  EXPECT_EQ(urlsOf(present), listedURLs());
 }
 
-TEST(KmvdriveProgram, EitherStopSignalEndsAWatchCleanly) {
+TEST(KmvdriveProgram, EndsCleanlyWhenAskedOrWhenNobodyReads) {
   for (const int number : {SIGTERM, SIGINT}) {
-    ChildProgram watch({"watch", "--json"});
+    Kmvdrive watch({"watch", "--json"});
     ASSERT_TRUE(watch.waitUntilItHandles(number));
     watch.signal(number);
-    EXPECT_EQ(watch.exitCode(), 0);
-    EXPECT_EQ(watch.readErrors(), "");
+    watch.expectSuccess();
   }
-}
+  Kmvdrive list({"list"});
+  list.closeOutput();
+  list.expectSuccess();
 
-TEST(KmvdriveProgram, AnIdleWatchEndsWhenItsReaderGoesAway) {
-  ChildProgram list({"list", "--json"});
-  const std::size_t drives = json::parse(list.readOutput()).at("drives").size();
-  ChildProgram watch({"watch"});
-  ASSERT_TRUE(watch.waitUntilItHandles(SIGTERM));
+  const std::size_t drives = listedURLs().size();
+  Kmvdrive watch({"watch"});
   for (std::size_t i = 0; i < drives; ++i) ASSERT_TRUE(watch.readLine()) << "drive " << i;
   watch.closeOutput();  // all is written, so only waiting can tell
-  EXPECT_EQ(watch.exitCode(), 0);
-  EXPECT_EQ(watch.readErrors(), "");
-}
-
-TEST(KmvdriveProgram, ListForAReaderThatHasGoneIsNoError) {
-  ChildProgram list({"list"});
-  list.closeOutput();
-  EXPECT_EQ(list.exitCode(), 0);
-  EXPECT_EQ(list.readErrors(), "");
+  watch.expectSuccess();
 }
 
 }  // namespace

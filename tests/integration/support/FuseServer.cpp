@@ -33,13 +33,13 @@ bool isMounted(const std::string& point) {
 
 // The kernel keeps no answers of it: whoever asks anything of it waits when it has stopped.
 FuseServer::FuseServer(std::string point, const std::string& program)
-    : FuseServer(point,
-                 Process::Words{program, "-f", "-s", "-o",
-                                "subtype=kmvhello,fsname=kmvhello,attr_timeout=0,entry_timeout=0", point}) {}
+    : FuseServer(point, test::Process::Words{
+                            program, "-f", "-s", "-o",
+                            "subtype=kmvhello,fsname=kmvhello,attr_timeout=0,entry_timeout=0", point}) {}
 
-FuseServer::FuseServer(std::string point, const Process::Words& words)
+FuseServer::FuseServer(std::string point, const test::Process::Words& words)
     : point_(std::move(point)), process_(words) {
-  if (!eventually([this] { return isMounted(point_); }))
+  if (!test::eventually([this] { return isMounted(point_); }))
     throw std::runtime_error("no FUSE mount came at " + point_);
 }
 
@@ -56,7 +56,7 @@ void FuseServer::kill() {
 
 void FuseServer::stop() {
   process_.signal(SIGSTOP);
-  if (!eventually([this] { return stateOf(process_.id()) == 'T'; }))
+  if (!test::eventually([this] { return stateOf(process_.id()) == 'T'; }))
     throw std::runtime_error("the server runs on");
 }
 

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "integration/support/Process.h"
+#include "support/Process.h"
 
 namespace kmv::integration {
 
@@ -14,7 +14,7 @@ class FuseServer {
   /// Failure: throws std::runtime_error.
   explicit FuseServer(std::string point, const std::string& program = KMV_HELLO_FILE_SYSTEM);
   /// The same with whatever `words` starts, which mounts itself at `point`.
-  FuseServer(std::string point, const Process::Words& words);
+  FuseServer(std::string point, const test::Process::Words& words);
   /// Kills the server, stopped or not, and takes the mount away.
   ~FuseServer();
   FuseServer(const FuseServer&) = delete;
@@ -30,7 +30,7 @@ class FuseServer {
 
  private:
   std::string point_;
-  Process process_;
+  test::Process process_;
 };
 
 }  // namespace kmv::integration

@@ -7,6 +7,7 @@
 #include <algorithm>
 
 #include "integration/support/Namespace.h"
+#include "support/Process.h"
 
 namespace kmv::integration {
 namespace {
@@ -45,7 +46,7 @@ void Observer::pump(std::chrono::milliseconds limit) {
 }
 
 bool Observer::waitFor(const std::function<bool()>& condition) {
-  const auto deadline = Clock::now() + kPatience;
+  const auto deadline = Clock::now() + test::kPatience;
   while (!condition()) {
     if (Clock::now() > deadline) return false;
     pump(std::chrono::milliseconds(5));

@@ -9,8 +9,6 @@
 #include <utility>
 #include <vector>
 
-#include "integration/support/Process.h"
-
 namespace kmv::integration {
 
 /// Starts the shared registry on this machine and hears what it announces about drives below one folder.

@@ -8,8 +8,11 @@
 
 #include "integration/support/Namespace.h"
 #include "integration/support/Volume.h"
+#include "support/Process.h"
 
 namespace kmv::integration {
+
+using namespace test;  // processes are what stories are told with
 
 /// A test in a mount namespace of its own. Needs a process of its own as well, as CTest gives each case: the
 /// library watches the namespace in which it was first used.

@@ -13,7 +13,7 @@
 #include <system_error>
 #include <utility>
 
-#include "integration/support/Process.h"
+#include "support/Process.h"
 
 namespace kmv::integration {
 namespace {
@@ -86,7 +86,7 @@ void LoopDevice::detach() {
 }
 
 std::string makeImage(const std::string& path, const std::string& kind, const std::string& label) {
-  Process::Words words;
+  test::Process::Words words;
   std::uintmax_t size = 0;
   if (kind == "ext4") {
     size = 2U << 20;
@@ -100,7 +100,7 @@ std::string makeImage(const std::string& path, const std::string& kind, const st
   }
   close(open(path.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0600));
   std::filesystem::resize_file(path, size);
-  if (run(std::move(words)).exitCode != 0) throw std::runtime_error("mkfs." + kind + " failed");
+  if (test::run(std::move(words)).exitCode != 0) throw std::runtime_error("mkfs." + kind + " failed");
   return path;
 }
 
@@ -110,11 +110,11 @@ std::string copyImage(const std::string& image, const std::string& path) {
 }
 
 std::string missingForImages(const std::string& kind) {
-  return isInstalled("mkfs." + kind) ? "" : "needs mkfs." + kind;
+  return test::isInstalled("mkfs." + kind) ? "" : "needs mkfs." + kind;
 }
 
 std::string blkidValue(const std::string& node, const std::string& tag) {
-  std::string value = run({"blkid", "-p", "-o", "value", "-s", tag, node}).output;
+  std::string value = test::run({"blkid", "-p", "-o", "value", "-s", tag, node}).output;
   while (value.ends_with('\n')) value.pop_back();
   return value;
 }

@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-namespace kmv::integration {
+namespace kmv::test {
 
 inline constexpr std::chrono::seconds kPatience{20};  // for whatever must happen soon, on a slow machine too
 
@@ -17,15 +17,16 @@ inline constexpr std::chrono::seconds kPatience{20};  // for whatever must happe
 template <typename Condition>
 bool eventually(Condition condition);
 
-/// A program in a process of its own, its output at the end of a pipe. Killed at the end of its life if it
-/// still runs.
+/// A child process with its output at the end of a pipe. Killed at the end of its lifetime if it still runs.
 class Process {
  public:
   using Words = std::vector<std::string>;
+  /// Where its stderr goes: where this process's goes, or into a pipe of its own.
+  enum class Errors { shown, kept };
 
   /// Starts `words[0]`, looked for in PATH, with `environment` added to this process's own.
   /// Failure: throws std::system_error.
-  explicit Process(Words words, const Words& environment = {});
+  explicit Process(Words words, const Words& environment = {}, Errors errors = Errors::shown);
   ~Process();
   Process(const Process&) = delete;
   Process& operator=(const Process&) = delete;
@@ -37,26 +38,45 @@ class Process {
   std::optional<std::string> readLine(std::chrono::milliseconds limit = kPatience);
   /// The output up to its end.
   std::string readAll();
+  /// The reader goes away.
+  void closeOutput();
+  /// stderr up to its end; empty unless it is kept.
+  std::string readErrors();
+
+  /// Waits until the program has a handler of its own for `number`: from then on it can be asked to end.
+  bool waitUntilItHandles(int number) const;
+
   /// The exit code, or the negative number of the signal that killed it; none while it runs.
   std::optional<int> exitCodeNow();
   /// Waits for the end: `exitCodeNow` then, or none when it does not end.
   std::optional<int> exitCode();
 
  private:
-  bool readMore(std::chrono::milliseconds limit);
+  /// The reading end of a pipe, and what was read from it and not handed out yet.
+  struct Stream {
+    int descriptor = -1;
+    std::string text = {};
+    bool readMore(std::chrono::milliseconds limit);
+    std::string readAll();
+    void close();
+  };
+  int spawn(Words words, Words environment, const int (&standard)[2]);
+  unsigned long long caughtSignals() const;
 
   pid_t id_ = -1;
-  int output_ = -1;
-  std::string text_;  // read, not handed out yet
+  Stream output_;
+  Stream errors_;
   std::optional<int> status_;
 };
 
-/// What a program that ran to its end wrote and returned.
+/// What a program that ran to its end wrote and returned. `errors` is empty unless they are kept.
 struct Ran {
   std::optional<int> exitCode;
   std::string output;
+  std::string errors;
 };
-Ran run(Process::Words words, const Process::Words& environment = {});
+Ran run(Process::Words words, const Process::Words& environment = {},
+        Process::Errors errors = Process::Errors::shown);
 
 /// True when a program of this name stands in PATH.
 bool isInstalled(const std::string& program);
@@ -73,4 +93,4 @@ bool eventually(Condition condition) {
   return true;
 }
 
-}  // namespace kmv::integration
+}  // namespace kmv::test
