@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The monitor's life, its cycle and the platform's statistics. What hosts report:
+// The monitor's lifetime, its cycle and the platform's statistics. What hosts report:
 // KMVDriveActivityReports.cpp.
 #include <KMVDriveLibrary/Exception.h>
 #include <KMVDriveLibrary/KMVDiskArbiter.h>
@@ -49,7 +49,7 @@ class KMVDriveActivityMonitor::Measurement {
  private:
   void followChanges() {
     if (matchedGeneration_ == statistics_.generation) return;
-    matches_ = kmv::activity::DriverMatches::build(statistics_);
+    matches_ = kmv::activity::driverMatches(statistics_);
     samples_.assign(statistics_.drivers.size(), nullptr);
     matchedGeneration_ = statistics_.generation;
   }
@@ -66,7 +66,7 @@ class KMVDriveActivityMonitor::Measurement {
   std::unique_ptr<kmv::DriveStatisticsReader> reader_;
   kmv::DriveStatistics statistics_;
   std::optional<std::uint64_t> matchedGeneration_;
-  std::vector<kmv::activity::DriverMatches::Match> matches_;
+  std::vector<kmv::activity::DriverMatch> matches_;
   std::vector<KMVDriveIOActivityTracker::Sample> samples_;  // of this cycle, by driver
 };
 
@@ -179,9 +179,6 @@ void KMVDriveActivityMonitor::netServiceBrowserDidFindService(kmv::NetServiceBro
                                                               bool) {}
 
 namespace kmv {
-
-NetServiceBrowser::~NetServiceBrowser() = default;
-NetServiceBrowserDelegate::~NetServiceBrowserDelegate() = default;
 
 std::map<URL, std::shared_ptr<KMVDriveIOActivity>> driveActivities(const Notification& notification) {
   std::map<URL, std::shared_ptr<KMVDriveIOActivity>> activities;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The registry's life, its properties and its listeners. The lists: KMVDiskArbiterLists.cpp; changes:
+// The registry's lifetime, its properties and its listeners. The lists: KMVDiskArbiterLists.cpp; changes:
 // KMVDiskArbiterChanges.cpp.
 #include <KMVDriveLibrary/DescriptionKeys.h>
 #include <KMVDriveLibrary/DiskCallbacks.h>
@@ -40,7 +40,7 @@ KMVDiskArbiter::KMVDiskArbiter() : properties_(std::make_unique<Properties>()) {
   fields.volumeURLsCurrentlyMounted.set(std::make_shared<kmv::LiveSet<kmv::URL>>());
   fields.readerWriterSemaphore.set(std::make_shared<kmv::Semaphore>(kmv::kWriterUnits));
   fields.arbiterQueue.set(platform.queues().makeSerialQueue(kArbiterQueueLabel));
-  fields.assetMutexQueue.set(platform.queues().makeSerialQueue(kAssetQueueLabel));
+  setAssetMutexQueue(platform.queues().makeSerialQueue(kAssetQueueLabel));
   // The platform may call back as long as the process lives.
   fields.diskArbitrationSession.set(kmv::keptForEver(platform.makeDiskArbitrationSession()));
   diskArbitrationSession()->setQueue(arbiterQueue());
@@ -50,8 +50,8 @@ KMVDiskArbiter::KMVDiskArbiter() : properties_(std::make_unique<Properties>()) {
 KMVDiskArbiter::~KMVDiskArbiter() = default;
 
 void KMVDiskArbiter::startArbiter() {
-  static std::once_flag
-      once;  // one for the process: a second registry's call does nothing at all once this has run
+  // One for the process: a second registry's call does nothing at all once this has run.
+  static std::once_flag once;
   std::call_once(once, [this] {
     if (this != &sharedInstance())
       kmv::fatal(
@@ -92,6 +92,26 @@ void KMVDiskArbiter::removeAdditionalInformationListener(const Listener& listene
   arbiterQueue()->sync([&] { listeners->remove(listener); });
 }
 
+std::shared_ptr<kmv::PresentDriveTable> KMVDiskArbiter::presentDiskDictionaries() const {
+  return properties_->presentDiskDictionaries.get();
+}
+void KMVDiskArbiter::setPresentDiskDictionaries(std::shared_ptr<kmv::PresentDriveTable> value) {
+  const kmv::MutexLock lock(properties_->settingForLookUps);
+  properties_->keptForLookUps.append(value);
+  properties_->presentForLookUps.store(value.get(), std::memory_order_release);
+  properties_->presentDiskDictionaries.set(std::move(value));
+}
+
+std::shared_ptr<kmv::SerialQueue> KMVDiskArbiter::assetMutexQueue() const {
+  return properties_->assetMutexQueue.get();
+}
+void KMVDiskArbiter::setAssetMutexQueue(std::shared_ptr<kmv::SerialQueue> value) {
+  const kmv::MutexLock lock(properties_->settingForLookUps);
+  properties_->keptForLookUps.append(value);
+  properties_->assetQueueForLookUps.store(value.get(), std::memory_order_release);
+  properties_->assetMutexQueue.set(std::move(value));
+}
+
 // Plain accessors; what each holds is said in the header.
 #define KMV_PROPERTY(type, getter, setter)     \
   type KMVDiskArbiter::getter() const {        \
@@ -102,7 +122,6 @@ void KMVDiskArbiter::removeAdditionalInformationListener(const Listener& listene
   }
 
 KMV_PROPERTY(kmv::DiskArbitrationSession*, diskArbitrationSession, setDiskArbitrationSession)
-KMV_PROPERTY(std::shared_ptr<kmv::PresentDriveTable>, presentDiskDictionaries, setPresentDiskDictionaries)
 KMV_PROPERTY(std::shared_ptr<kmv::UnmountedDiskList>, unmountedDiskDictionaries, setUnmountedDiskDictionaries)
 KMV_PROPERTY(std::shared_ptr<kmv::SerialQueue>, arbiterQueue, setArbiterQueue)
 KMV_PROPERTY(std::shared_ptr<kmv::LiveArray<kmv::URL>>, disksAlreadyMountedAtInit,
@@ -110,7 +129,6 @@ KMV_PROPERTY(std::shared_ptr<kmv::LiveArray<kmv::URL>>, disksAlreadyMountedAtIni
 KMV_PROPERTY(std::shared_ptr<kmv::LiveSet<kmv::URL>>, volumeURLsCurrentlyMounted,
              setVolumeURLsCurrentlyMounted)
 KMV_PROPERTY(std::shared_ptr<kmv::Semaphore>, readerWriterSemaphore, setReaderWriterSemaphore)
-KMV_PROPERTY(std::shared_ptr<kmv::SerialQueue>, assetMutexQueue, setAssetMutexQueue)
 KMV_PROPERTY(std::shared_ptr<kmv::LiveSet<KMVDiskArbiter::Listener>>, informationProtcolClasses,
              setInformationProtcolClasses)
 

@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 
+#include "arbiter/Descriptions.h"
 #include "arbiter/WriterLock.h"
 
 namespace {
@@ -66,7 +67,7 @@ void moveInLists(const KMVDiskArbiter& arbiter, const std::optional<URL>& oldPat
   });
 }
 
-/// Takes the changed entries over into the drive, which keeps its old path under a key of its own.
+/// Copies the changed entries into the drive, which keeps its old path under a key of its own.
 void updateRenamedDrive(kmv::DriveDictionary& drive, const std::optional<URL>& oldPath,
                         const Dictionary& description, const ChangedKeys& changedKeys) {
   drive.update([&](Dictionary& contents) {
@@ -79,6 +80,16 @@ void updateRenamedDrive(kmv::DriveDictionary& drive, const std::optional<URL>& o
       }
     }
   });
+}
+
+/// The drive stays the same object under its new key; posted on the caller's thread.
+void renameDrive(const KMVDiskArbiter& arbiter, const KMVDiskArbiter::Drive& drive,
+                 const std::optional<URL>& oldPath, const URL& newPath, const Dictionary& description,
+                 const ChangedKeys& changedKeys) {
+  updateRenamedDrive(*drive, oldPath, description, changedKeys);
+  moveInLists(arbiter, oldPath, newPath);
+  kmv::NotificationCenter::defaultCenter().post(
+      {std::string(kDiskArbiterChangedDiskDetectedNotification), drive, nullptr});
 }
 
 }  // namespace
@@ -99,19 +110,12 @@ void KMVDiskArbiter::diskDidChangeWithDictionary(const kmv::DictionarySnapshot& 
   const Drive drive = changedDrive(*this, *description, changes);
   if (drive == nullptr) return;
 
-  std::optional<URL> oldPath;
-  if (const auto value = drive->value(kDiskURLKey); value && value->asURL() != nullptr)
-    oldPath = *value->asURL();
-  const URL* newPath = description->url(kmv::key::kVolumePath);
-  if (newPath == nullptr) {
-    if (oldPath) removeDiskAtURLFromTheList(*oldPath);
-    unmountedDiskDictionaries()->append(
-        description);  // outside the asset queue, like every edit of this list
+  const auto oldPath = kmv::urlUnder(kDiskURLKey, *drive->snapshot());
+  if (const URL* newPath = description->url(kmv::key::kVolumePath)) {
+    // A new path alone is no rename: intended.
+    if (changes.name) renameDrive(*this, drive, oldPath, *newPath, *description, changedKeys);
     return;
   }
-  if (!changes.name) return;  // a new path alone is no rename: intended
-  updateRenamedDrive(*drive, oldPath, *description, changedKeys);
-  moveInLists(*this, oldPath, *newPath);
-  kmv::NotificationCenter::defaultCenter().post(
-      {std::string(kDiskArbiterChangedDiskDetectedNotification), drive, nullptr});
+  if (oldPath) removeDiskAtURLFromTheList(*oldPath);
+  unmountedDiskDictionaries()->append(description);  // outside the asset queue, like every edit of this list
 }

@@ -10,15 +10,15 @@
 #include <optional>
 #include <string>
 
+#include "arbiter/Descriptions.h"
 #include "platform/DiskArbitrationSession.h"
 
 namespace {
 
 /// Where the disk is mounted now; none when it is not, or cannot be described any more.
 std::optional<kmv::URL> volumePathOf(const kmv::Disk* disk) {
-  const auto description = disk == nullptr ? std::nullopt : disk->copyDescription();
-  const kmv::URL* path = description ? description->url(kmv::key::kVolumePath) : nullptr;
-  return path == nullptr ? std::nullopt : std::optional(*path);
+  const auto description = kmv::descriptionOf(disk);
+  return description == nullptr ? std::nullopt : kmv::urlUnder(kmv::key::kVolumePath, *description);
 }
 
 /// An absent number counts as 0.
@@ -27,7 +27,7 @@ kmv::Value numberIn(const kmv::Dictionary& dissenter, std::string_view key) {
   return number == nullptr ? kmv::Value(0) : *number;
 }
 
-/// The registry as a notification's object. It is not owned: a registry outlives its commands.
+/// The registry as a notification's object, without ownership: a registry outlives its commands.
 std::shared_ptr<kmv::Object> borrowed(void* context) {
   return {std::shared_ptr<void>(), static_cast<KMVDiskArbiter*>(context)};
 }

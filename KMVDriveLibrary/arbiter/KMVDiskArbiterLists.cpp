@@ -9,6 +9,7 @@
 #include <string>
 #include <utility>
 
+#include "arbiter/Descriptions.h"
 #include "arbiter/WriterLock.h"
 #include "platform/Platform.h"
 
@@ -39,8 +40,12 @@ void announceOnMainQueue(std::string_view name, kmv::NotificationObject object) 
 }
 
 std::optional<URL> volumePath(const Dictionary& contents) {
-  const URL* path = contents.url(kmv::key::kVolumePath);
-  return path == nullptr ? std::nullopt : std::optional<URL>(*path);
+  return kmv::urlUnder(kmv::key::kVolumePath, contents);
+}
+
+bool isSilent(const Dictionary& description) {
+  const std::string* kind = description.text(kmv::key::kVolumeKind);
+  return kind != nullptr && *kind == kSilentVolumeKind;
 }
 
 /// The listeners see a copy that is thrown away afterwards, while the list keeps the bare description: both
@@ -80,33 +85,26 @@ KMVDiskArbiter::Drive KMVDiskArbiter::addDiskWithRepresentationToTheList(
   std::optional<URL> key;
   if (const auto path = volumePath(*description)) key = kmv::URLByStandardizingPath(*path);
   const auto present = presentDiskDictionaries();
-  if (key && present != nullptr) {  // looked up outside the asset queue: the table guards itself
-    if (Drive known = present->find(*key)) return known;
-  }
+  const auto known = [&] { return key && present != nullptr ? present->find(*key) : nullptr; };
+  if (Drive drive = known()) return drive;  // outside the asset queue: the table is thread-safe itself
   // The presence of the key decides, not its value.
   const bool hasMountable = description->contains(kmv::key::kVolumeMountable);
   if (!key && hasMountable) addUnmountedDisk(*this, description);
   if (!key || !hasMountable) return nullptr;
 
   Drive drive;
-  bool isSilent = false;
   {
     kmv::WriterLock writer(*this);
-    // Once more under the lock: two threads that add the same volume at once still register and announce it
-    // once.
-    if (present != nullptr) {
-      if (Drive known = present->find(*key)) return known;
-    }
+    // Checked again under the lock: when two threads race to add a volume, it is registered and announced once.
+    if (Drive other = known()) return other;
     drive = storePresentDrive(*this, *key, *description);
-    const std::string* kind = description->text(kmv::key::kVolumeKind);
-    isSilent = kind != nullptr && *kind == kSilentVolumeKind;
     discoverUUIDForArbiterDictionary(drive);
   }
   // The drive is visible already and no lock is held: a listener may look anything up.
   for (const Listener& listener : informationProtcolClasses()->snapshot()) {
     listener->addInformationAboutDiskDictionary(drive);
   }
-  if (isSilent) return nullptr;
+  if (isSilent(*description)) return nullptr;
   announceOnMainQueue(kDiskArbiterNewDiskDetectedNotification, drive);
   return drive;
 }

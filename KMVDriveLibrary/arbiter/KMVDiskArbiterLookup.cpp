@@ -9,6 +9,7 @@
 #include <string>
 #include <utility>
 
+#include "arbiter/Descriptions.h"
 #include "arbiter/KMVDiskArbiterProperties.h"
 #include "arbiter/WriterLock.h"
 #include "platform/Platform.h"
@@ -63,9 +64,7 @@ std::string textOfASCII(const std::string& bytes) {
 
 std::optional<URL> volumePathOf(const KMVDiskArbiter::Drive& drive) {
   if (drive == nullptr) return std::nullopt;
-  const auto contents = drive->snapshot();
-  const URL* path = contents->url(kDiskURLKey);
-  return path == nullptr ? std::nullopt : std::optional<URL>(*path);
+  return kmv::urlUnder(kDiskURLKey, *drive->snapshot());
 }
 
 std::optional<std::string> driveUUIDOf(const KMVDiskArbiter::Drive& drive) {
@@ -78,10 +77,7 @@ std::optional<std::string> driveUUIDOf(const KMVDiskArbiter::Drive& drive) {
 DictionarySnapshot descriptionAt(const KMVDiskArbiter& arbiter, const URL& volume) {
   auto* session = arbiter.diskArbitrationSession();
   if (session == nullptr) return nullptr;
-  const auto disk = session->diskFromVolumePath(volume);
-  if (disk == nullptr) return nullptr;
-  auto description = disk->copyDescription();
-  return description ? std::make_shared<const kmv::Dictionary>(std::move(*description)) : nullptr;
+  return kmv::descriptionOf(session->diskFromVolumePath(volume).get());
 }
 
 }  // namespace
@@ -92,8 +88,8 @@ KMVDiskArbiter::Drive KMVDiskArbiter::findRootMountDictionaryForURL(const std::o
   if (descriptionAt(*this, volume) == nullptr) return nullptr;  // may wait for the disk's identification
   Drive drive;
   arbiterQueue()->sync([&] {
-    // Once more, and quick by now: what the platform reports from here on waits behind this block, so a
-    // volume that went away meanwhile is not registered after its removal.
+    // Checked again, and quick by now. No race with the volume's removal: what the platform reports from here
+    // on waits behind this block, so a volume that went away meanwhile is not registered after its removal.
     const DictionarySnapshot description = descriptionAt(*this, volume);
     if (description != nullptr) drive = addDiskWithRepresentationToTheList(description);
   });
@@ -105,11 +101,13 @@ std::optional<URL> KMVDiskArbiter::findRootDriveURLForPathURL(const std::optiona
 }
 
 KMVDiskArbiter::Drive KMVDiskArbiter::findRootMountDictionaryForRootURL(const URL& rootURL) const {
-  const auto& present = properties_->presentDiskDictionaries.get();
+  kmv::PresentDriveTable* const present = properties_->presentForLookUps.load(std::memory_order_acquire);
   if (present == nullptr) return nullptr;
   const URL key = kmv::URLByStandardizingPath(rootURL);
   Drive drive;
-  properties_->assetMutexQueue.get()->sync([&] { drive = present->find(key); });
+  properties_->assetQueueForLookUps.load(std::memory_order_acquire)->sync([&] {
+    drive = present->find(key);
+  });
   return drive;
 }
 

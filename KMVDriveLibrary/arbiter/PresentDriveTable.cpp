@@ -1,16 +1,17 @@
 // SPDX-License-Identifier: MIT
 #include <KMVDriveLibrary/DescriptionKeys.h>
+#include <KMVDriveLibrary/Mutex.h>
 #include <KMVDriveLibrary/PresentDriveTable.h>
 
 #include <algorithm>
 #include <cmath>
 #include <functional>
 #include <map>
-#include <mutex>
 #include <set>
 #include <string>
 #include <unordered_map>
 
+#include "arbiter/Descriptions.h"
 #include "base/DriveDictionaryWatcher.h"
 
 namespace kmv {
@@ -40,12 +41,13 @@ class Index {
 
 /// What a drive is found by, as its content says at one moment.
 struct Fields {
-  explicit Fields(const Dictionary& contents) : appearanceTime(contents.doubleValue(key::kAppearanceTime)) {
+  explicit Fields(const Dictionary& contents)
+      : path(urlUnder(key::kVolumePath, contents)),
+        appearanceTime(contents.doubleValue(key::kAppearanceTime)) {
     if (const std::string* text = contents.text(kDriveUUID)) driveUUID = *text;
-    if (const URL* url = contents.url(key::kVolumePath)) path = *url;
     if (const UUID* uuid = contents.uuid(key::kVolumeUUID)) volumeUUID = uuid->string();
   }
-  /// What is no number has no place in an order and equals nothing.
+  /// NaN is unordered and equals nothing.
   bool hasAppearanceTime() const { return !std::isnan(appearanceTime); }
   friend bool operator==(const Fields&, const Fields&) = default;
 
@@ -60,19 +62,19 @@ struct Fields {
 class PresentDriveTable::Core : public DriveDictionary::Watcher, public std::enable_shared_from_this<Core> {
  public:
   void contentsChanged(const DriveDictionary* drive) override {
-    std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     changed_.push_back(drive);
   }
 
   Drive find(const URL& key) const {
-    std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     const auto it = byKey_.find(key);
     return it == byKey_.end() ? nullptr : it->second->second.drive;
   }
 
   bool remove(const URL& key) {
     Drive last;  // may be the last reference: let go of outside the lock
-    std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     const auto it = slots_.find(key);
     if (it == slots_.end()) return false;
     unindex(it->first, it->second.fields);
@@ -86,7 +88,7 @@ class PresentDriveTable::Core : public DriveDictionary::Watcher, public std::ena
   void set(const URL& key, Drive drive) {
     remove(key);
     if (drive == nullptr) return;
-    std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     if (keysOfDrive_.count(drive.get()) == 0)
       drive->addWatcher(shared_from_this());  // before the content is read
     Fields fields(*drive->snapshot());
@@ -97,29 +99,33 @@ class PresentDriveTable::Core : public DriveDictionary::Watcher, public std::ena
   }
 
   std::size_t count() const {
-    std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     return slots_.size();
   }
 
   template <typename Visit>
   void forEach(const Visit& visit) const {
-    std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     for (const auto& [key, slot] : slots_) visit(key, slot.drive);
   }
 
   Drive firstWithUUID(std::string_view uuid) {
-    return firstBy([&] { return byDriveUUID_.first(uuid); });
+    const MutexLock lock(mutex_);
+    followChanges();
+    return driveUnder(byDriveUUID_.first(uuid));
   }
   Drive firstWithVolumePath(const URL& path) {
-    return firstBy([&] { return byPath_.first(path); });
+    const MutexLock lock(mutex_);
+    followChanges();
+    return driveUnder(byPath_.first(path));
   }
   Drive firstMatching(std::optional<std::string_view> uuid, std::optional<double> time) {
     if (time && std::isnan(*time)) return nullptr;
-    return firstBy([&]() -> const URL* {
-      if (uuid && time) return byTimeAndVolumeUUID_.first(std::pair(*time, std::string(*uuid)));
-      if (time) return byTime_.first(*time);
-      return uuid ? byVolumeUUID_.first(*uuid) : nullptr;
-    });
+    const MutexLock lock(mutex_);
+    followChanges();
+    if (uuid && time) return driveUnder(byTimeAndVolumeUUID_.first(std::pair(*time, std::string(*uuid))));
+    if (time) return driveUnder(byTime_.first(*time));
+    return uuid ? driveUnder(byVolumeUUID_.first(*uuid)) : nullptr;
   }
 
  private:
@@ -128,15 +134,11 @@ class PresentDriveTable::Core : public DriveDictionary::Watcher, public std::ena
     Fields fields;  // as they are indexed
   };
 
-  template <typename Lookup>
-  Drive firstBy(const Lookup& lookup) {
-    std::lock_guard lock(mutex_);
-    followChanges();
-    const URL* key = lookup();
+  Drive driveUnder(const URL* key) const KMV_REQUIRES(mutex_) {
     return key == nullptr ? nullptr : slots_.find(*key)->second.drive;
   }
 
-  void index(const URL& key, const Fields& fields) {
+  void index(const URL& key, const Fields& fields) KMV_REQUIRES(mutex_) {
     if (fields.driveUUID) byDriveUUID_.add(*fields.driveUUID, key);
     if (fields.path) byPath_.add(*fields.path, key);
     byVolumeUUID_.add(fields.volumeUUID, key);
@@ -145,7 +147,7 @@ class PresentDriveTable::Core : public DriveDictionary::Watcher, public std::ena
     byTimeAndVolumeUUID_.add({fields.appearanceTime, fields.volumeUUID}, key);
   }
 
-  void unindex(const URL& key, const Fields& fields) {
+  void unindex(const URL& key, const Fields& fields) KMV_REQUIRES(mutex_) {
     if (fields.driveUUID) byDriveUUID_.remove(*fields.driveUUID, key);
     if (fields.path) byPath_.remove(*fields.path, key);
     byVolumeUUID_.remove(fields.volumeUUID, key);
@@ -154,16 +156,16 @@ class PresentDriveTable::Core : public DriveDictionary::Watcher, public std::ena
     byTimeAndVolumeUUID_.remove({fields.appearanceTime, fields.volumeUUID}, key);
   }
 
-  void forget(DriveDictionary* drive, const URL& key) {
+  void forget(DriveDictionary* drive, const URL& key) KMV_REQUIRES(mutex_) {
     const auto [first, last] = keysOfDrive_.equal_range(drive);
     const auto it = std::find_if(first, last, [&](const auto& entry) { return entry.second == key; });
     if (it != last) keysOfDrive_.erase(it);
     if (keysOfDrive_.count(drive) == 0) drive->removeWatcher(this);
   }
 
-  /// Brings the indices up to date with the drives whose content changed since the last look-up. A drive that
-  /// left the table meanwhile is no longer known by its address and is passed over.
-  void followChanges() {
+  /// Updates the indices lazily, for the drives whose content changed since the last look-up. A drive that
+  /// left the table meanwhile is no longer known by its address and is skipped.
+  void followChanges() KMV_REQUIRES(mutex_) {
     for (const DriveDictionary* drive : changed_) {
       const auto [first, last] = keysOfDrive_.equal_range(drive);
       for (auto it = first; it != last; ++it) {
@@ -178,16 +180,17 @@ class PresentDriveTable::Core : public DriveDictionary::Watcher, public std::ena
     changed_.clear();
   }
 
-  mutable std::mutex mutex_;
-  std::map<URL, Slot> slots_;                                     // in the order of enumeration
-  std::unordered_map<URL, std::map<URL, Slot>::iterator> byKey_;  // the way to a slot that look-ups take
-  std::unordered_multimap<const DriveDictionary*, URL> keysOfDrive_;
-  std::vector<const DriveDictionary*> changed_;
-  Index<std::string> byDriveUUID_;
-  Index<URL> byPath_;
-  Index<std::string> byVolumeUUID_;
-  Index<double> byTime_;
-  Index<std::pair<double, std::string>> byTimeAndVolumeUUID_;
+  mutable Mutex mutex_;
+  std::map<URL, Slot> slots_ KMV_GUARDED_BY(mutex_);  // in the order of enumeration
+  // Look-ups by key take this one: hashing beats comparing paths from their beginnings.
+  std::unordered_map<URL, std::map<URL, Slot>::iterator> byKey_ KMV_GUARDED_BY(mutex_);
+  std::unordered_multimap<const DriveDictionary*, URL> keysOfDrive_ KMV_GUARDED_BY(mutex_);
+  std::vector<const DriveDictionary*> changed_ KMV_GUARDED_BY(mutex_);
+  Index<std::string> byDriveUUID_ KMV_GUARDED_BY(mutex_);
+  Index<URL> byPath_ KMV_GUARDED_BY(mutex_);
+  Index<std::string> byVolumeUUID_ KMV_GUARDED_BY(mutex_);
+  Index<double> byTime_ KMV_GUARDED_BY(mutex_);
+  Index<std::pair<double, std::string>> byTimeAndVolumeUUID_ KMV_GUARDED_BY(mutex_);
 };
 
 PresentDriveTable::PresentDriveTable() : core_(std::make_shared<Core>()) {}

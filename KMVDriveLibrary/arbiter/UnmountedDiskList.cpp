@@ -9,7 +9,7 @@ namespace kmv {
 void UnmountedDiskList::append(DictionarySnapshot description) {
   const double time = description->doubleValue(key::kAppearanceTime);
   std::lock_guard lock(mutex_);
-  if (!std::isnan(time)) byAppearanceTime_.emplace(time, next_);  // what is no number equals no time
+  if (!std::isnan(time)) byAppearanceTime_.emplace(time, next_);  // NaN equals no time
   entries_.emplace(next_++, std::move(description));
 }
 

@@ -2,15 +2,14 @@
 #include "codexvfs/CodexFileSizes.h"
 
 #include <KMVDriveLibrary/CodexExtendedAttributes.h>
+#include <KMVDriveLibrary/Mutex.h>
 #include <KMVDriveLibrary/host/CrossAppKit.h>
 #include <KMVDriveLibrary/host/OrvaneDataIO.h>
 #include <KMVDriveLibrary/host/OrvaneLogging.h>
 
-#include <condition_variable>
 #include <exception>
 #include <limits>
 #include <memory>
-#include <mutex>
 #include <utility>
 
 #include "base/AttributeNumber.h"
@@ -100,35 +99,47 @@ std::string descriptionOf(const kmv::Error& error) {
   return "Error Domain=" + error.domain + " Code=" + std::to_string(error.code);
 }
 
+/// Counts the bytes that a reader supplies, on the reader's threads.
+class CountedBytes {
+ public:
+  void add(std::size_t bytes) {
+    const kmv::MutexLock lock(mutex_);
+    bytes_ = sum(bytes_, signedSize(bytes));
+  }
+  void close() {
+    const kmv::MutexLock lock(mutex_);
+    isClosed_ = true;
+    closed_.notifyAll();
+  }
+  std::int64_t whenClosed() {
+    kmv::MutexLock lock(mutex_);
+    while (!isClosed_) closed_.wait(lock);
+    return bytes_;
+  }
+
+ private:
+  kmv::Mutex mutex_;
+  kmv::ConditionVariable closed_;
+  bool isClosed_ KMV_GUARDED_BY(mutex_) = false;
+  std::int64_t bytes_ KMV_GUARDED_BY(mutex_) = 0;
+};
+
 /// The bytes that can be read from a file.
 std::int64_t readSizeOf(const URL& url) {
-  struct Counted {
-    std::mutex mutex;
-    std::condition_variable closed;
-    bool isClosed = false;
-    std::int64_t bytes = 0;
-  };
-  const auto counted = std::make_shared<Counted>();
+  const auto counted = std::make_shared<CountedBytes>();
   const std::shared_ptr<StreamFileReader> reader = StreamFileReader::reader(url);
   const auto count = [counted](StreamFileReader::Buffer, std::size_t byteCount, bool&) {
-    const std::lock_guard lock(counted->mutex);
-    counted->bytes = sum(counted->bytes, signedSize(byteCount));
+    counted->add(byteCount);
   };
   const auto close = [counted, reader, url](const std::optional<kmv::Error>& error) {
     if (error)
       log().logInfo("KMV_CodexVFS-actualFileSize(of:'" + url.absoluteString() +
                     "') error: " + descriptionOf(*error));
-    reader->closeIOWithCompletionHandler([counted] {
-      const std::lock_guard lock(counted->mutex);
-      counted->isClosed = true;
-      counted->closed.notify_all();
-    });
+    reader->closeIOWithCompletionHandler([counted] { counted->close(); });
   };
   // Whether it is open makes no difference: the cycle then says why not.
   reader->openForReading([reader, count, close](bool) { reader->beginByteSupplyCycle(count, close); });
-  std::unique_lock lock(counted->mutex);
-  counted->closed.wait(lock, [&] { return counted->isClosed; });
-  return counted->bytes;
+  return counted->whenClosed();
 }
 
 std::int64_t actualFileSize(const URL& url) {

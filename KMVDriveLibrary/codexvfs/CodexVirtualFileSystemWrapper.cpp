@@ -22,6 +22,7 @@ namespace {
 
 using kmv::Platform;
 
+/// How long a wrapper waits before it looks again whether its volume is built.
 constexpr std::chrono::seconds kTimeBetweenChecks{3};
 constexpr char kDocumentName[] = ".codexvfs";
 
@@ -58,11 +59,12 @@ struct CodexVirtualFileSystemWrapper::Fields {
       newQueue("CodexVFSUpdateQueue", kmv::QualityOfService::standard);
   const kmv::URL vfsRoot;
   std::atomic<VirtualFileSystemType> vfsType{VirtualFileSystemType::codexHDE};
-  CodexVFSState vfsState;  // on the update queue
+  CodexVFSState vfsState;  // confined to the update queue
+  const std::chrono::nanoseconds timeBetweenChecks = kTimeBetweenChecks;
   // Set on the size queue and read on the update queue, as the contract has it.
   std::atomic<bool> sizeIsCalculated{false};
   kmv::AtomicProperty<SizeHandler> sizeUpdated;
-  CodexFileSizes sizes;  // on the size queue
+  CodexFileSizes sizes;  // confined to the size queue, but for `aggregateSize`
   std::shared_ptr<kmv::SerialQueue> fileSizeCalculationDispatch =
       newQueue("codexVFSFileSizeCalculationQueue", kmv::QualityOfService::standard);
 
@@ -145,7 +147,7 @@ CodexVirtualFileSystemWrapper::Readiness CodexVirtualFileSystemWrapper::lookWhet
   const bool isReady = state.status() == Status::built;
   if (!isReady) {
     logInfo("Codex VFS will check status after a dealy!");  // spelt so on purpose
-    kmv::mainQueue().after(kTimeBetweenChecks, [self = shared_from_this()] { self->check(); });
+    kmv::mainQueue().after(fields_->timeBetweenChecks, [self = shared_from_this()] { self->check(); });
   }
   logInfo(std::string("Codex VFS now built: '") + (isReady ? "true" : "false") + "'.");
   return {.isReady = isReady, .hasJustBecomeReady = isReady};

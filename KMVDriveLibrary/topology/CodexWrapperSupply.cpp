@@ -11,7 +11,7 @@
 namespace kmv::topology {
 namespace {
 
-/// The root of the Codex volume that holds `location`; none when no drive does, or the drive is none.
+/// The root of the Codex volume that holds `location`; none when no drive does, or it is not a Codex volume.
 std::optional<URL> codexRootOf(const URL& location, const Dictionary& drive) {
   try {
     auto root = KMVDiskArbiter::sharedInstance().findRootDriveURLForPathURL(location);
@@ -28,12 +28,12 @@ CodexWrapperSupply::CodexWrapperSupply(std::shared_ptr<SerialQueue> managerQueue
       questions_(Platform::current().queues().makeConcurrentQueue("KMVDriveWrapperManagerQuestions")) {}
 
 CodexWrapperSupply::Wrappers CodexWrapperSupply::wrappers() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return wrappers_;
 }
 
 CodexWrapperSupply::Wrapper CodexWrapperSupply::known(const std::string& path) const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   const auto found = wrappers_.find(path);
   return found == wrappers_.end() ? nullptr : found->second;
 }
@@ -52,7 +52,7 @@ void CodexWrapperSupply::request(const URL& location, Dictionary drive, Answer a
       });
 }
 
-/// Runs on the queue. Who asks while the wrapper is being made is answered with the first one.
+/// Runs on the queue. Requests that come while the wrapper is being made wait for that one.
 void CodexWrapperSupply::supply(const URL& root, Answer answer) {
   const std::string path = root.path();
   if (const Wrapper wrapper = known(path)) {
@@ -72,7 +72,7 @@ void CodexWrapperSupply::supply(const URL& root, Answer answer) {
 void CodexWrapperSupply::keep(const URL& root, const Wrapper& wrapper) {
   OrvaneLog::defaultLog().logDebug("KMV-Codex new wrapper created.");
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     wrappers_.emplace(root.path(), wrapper);
   }
   const auto waiting = inTheMaking_.extract(root.path());

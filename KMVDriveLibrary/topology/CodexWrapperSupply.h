@@ -2,6 +2,7 @@
 #pragma once
 
 #include <KMVDriveLibrary/CodexVirtualFileSystemWrapper.h>
+#include <KMVDriveLibrary/Mutex.h>
 #include <KMVDriveLibrary/Queue.h>
 #include <KMVDriveLibrary/URL.h>
 #include <KMVDriveLibrary/Value.h>
@@ -9,7 +10,6 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -19,8 +19,8 @@ namespace kmv::topology {
 
 /// Makes one Codex wrapper for each volume that is asked for, and keeps it.
 ///
-/// Threads: any. What may wait for a volume runs beside the manager's queue, since the registry waits for
-/// that queue; answers, and whatever decides about wrappers, run on it.
+/// Threads: any. What may block on a volume runs on a concurrent queue of its own, since the registry waits
+/// for the manager's queue; answers, and whatever decides about wrappers, run on the manager's queue.
 class CodexWrapperSupply : public std::enable_shared_from_this<CodexWrapperSupply> {
  public:
   using Wrapper = std::shared_ptr<CodexVirtualFileSystemWrapper>;
@@ -39,9 +39,9 @@ class CodexWrapperSupply : public std::enable_shared_from_this<CodexWrapperSuppl
 
   const std::shared_ptr<SerialQueue> queue_;
   const std::shared_ptr<ConcurrentQueue> questions_;
-  std::map<std::string, std::vector<Answer>> inTheMaking_;  // on the queue
-  mutable std::mutex mutex_;
-  Wrappers wrappers_;
+  std::map<std::string, std::vector<Answer>> inTheMaking_;  // confined to the queue
+  mutable Mutex mutex_;
+  Wrappers wrappers_ KMV_GUARDED_BY(mutex_);
 };
 
 }  // namespace kmv::topology

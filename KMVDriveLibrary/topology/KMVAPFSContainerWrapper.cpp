@@ -9,7 +9,6 @@
 
 using kmv::topology::bearsName;
 
-KMVVolumePartitionWrapper::~KMVVolumePartitionWrapper() = default;
 KMVAPFSContainerWrapper::~KMVAPFSContainerWrapper() = default;
 
 KMVAPFSContainerWrapper::KMVAPFSContainerWrapper(const kmv::DictionarySnapshot& dictionary,

@@ -95,7 +95,7 @@ std::shared_ptr<KMVRootDiskWrapper> KMVDriveWrapperManager::rootDiskOf(const kmv
   if (known != rootDisks_.end()) {
     if (auto disk = known->second.lock()) return disk;
   } else if (rootDisks_.size() >= roomBeforeSweep_) {
-    // Units that are gone, at a cost that the additions since the last time have paid for.
+    // Sweeps out units that are gone; amortised over the additions since the last sweep.
     std::erase_if(rootDisks_, [](const auto& entry) { return entry.second.expired(); });
     roomBeforeSweep_ = std::max(kSmallestRoom, 2 * rootDisks_.size());
   }

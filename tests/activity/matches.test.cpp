@@ -49,7 +49,7 @@ TEST(DriverMatches, AreThoseOfTryingEveryDriver) {
     for (auto i = random() % 5; i > 0; --i)
       statistics.volumes.push_back({*URL::fromString("file:///v"), path()});
     std::vector<std::string> lines;
-    for (const auto& [volume, driver] : DriverMatches::build(statistics))
+    for (const auto& [volume, driver] : driverMatches(statistics))
       lines.push_back(statistics.volumes[volume].mediaPath + " by " + statistics.drivers[driver].path);
     ASSERT_EQ(lines, plainMatches(statistics));
   }

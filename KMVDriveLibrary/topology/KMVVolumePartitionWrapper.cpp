@@ -1,0 +1,5 @@
+// SPDX-License-Identifier: MIT
+#include <KMVDriveLibrary/KMVRootDiskWrapper.h>
+#include <KMVDriveLibrary/KMVVolumePartitionWrapper.h>
+
+KMVVolumePartitionWrapper::~KMVVolumePartitionWrapper() = default;
