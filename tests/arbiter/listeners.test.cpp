@@ -11,18 +11,14 @@ class Annotator : public KMVDiskAdditionalInformationProtocol {
 
   bool addInformationAboutDiskDictionary(const std::shared_ptr<DriveDictionary>& drive) override {
     const URL path = *drive->value(kDiskURLKey)->asURL();
-    shown.push_back(mark_ + " " + path.path() + " on " + registry_.machine.currentQueueLabel());
-    isListed = registry_.arbiter().presentDiskDictionaries()->find(path) == drive;
-    hasUUID = drive->value(kDiskUUIDKey).has_value();
-    unitsFree = registry_.arbiter().readerWriterSemaphore()->count();
+    const bool isListed = registry_.arbiter().presentDiskDictionaries()->find(path) == drive;
+    shown.push_back(mark_ + " " + path.path() + " on " + registry_.machine.currentQueueLabel() +
+                    (isListed ? " listed" : "") + (drive->value(kDiskUUIDKey) ? " identified" : "") +
+                    " free " + std::to_string(registry_.arbiter().readerWriterSemaphore()->count()));
     drive->set("annotation", mark_);
     return false;  // ignored
   }
-
-  static inline std::vector<std::string> shown;
-  bool isListed = false;
-  bool hasUUID = false;
-  int unitsFree = -1;
+  static inline Lines shown;
 
  private:
   Registry& registry_;
@@ -32,62 +28,45 @@ class Annotator : public KMVDiskAdditionalInformationProtocol {
 class UnmountedAnnotator : public Annotator {
  public:
   using Annotator::Annotator;
-  bool addInformationAboutUnmountedDiskDictionary(
-      const std::shared_ptr<DriveDictionary>& description) override {
-    unmounted.push_back(*description->value(kDiskVolumeName)->asText());
-    description->set("annotation", true);
+  bool addInformationAboutUnmountedDiskDictionary(const std::shared_ptr<DriveDictionary>& disk) override {
+    shown.push_back("unmounted " + *disk->value(kDiskVolumeName)->asText());
+    disk->set("annotation", true);
     return true;
   }
-  std::vector<std::string> unmounted;
 };
 
-TEST(Listeners, SeeANewDriveListedIdentifiedAndUnlockedBeforeItIsAnnounced) {
-  Registry registry;
-  const auto first = std::make_shared<Annotator>(registry, "first");
-  const auto second = std::make_shared<Annotator>(registry, "second");
-  KMVDiskArbiter& arbiter = registry.arbiter();
+using Listeners = RegistryTest;
+
+TEST_F(Listeners, SeeANewDriveListedIdentifiedAndUnlockedBeforeItIsAnnounced) {
+  const auto first = std::make_shared<Annotator>(registry, "first"),
+             second = std::make_shared<Annotator>(registry, "second");
   arbiter.addAdditionalInformationListener(first);
   arbiter.addAdditionalInformationListener(second);
   arbiter.addAdditionalInformationListener(first);  // held once
-  const DiskId disk = registry.machine.plugIn({.name = "A", .mountPoint = "/Volumes/A"});
+  const DiskId disk = plugIn("A", "/Volumes/A");
   registry.start();
-  const std::string queue = arbiter.arbiterQueue()->label();
-  EXPECT_EQ(Annotator::shown, (Lines{"first /Volumes/A on " + queue, "second /Volumes/A on " + queue}));
-  EXPECT_TRUE(first->isListed);
-  EXPECT_TRUE(first->hasUUID);
-  EXPECT_EQ(first->unitsFree, 8);
+  const std::string state = " /Volumes/A on " + arbiter.arbiterQueue()->label() + " listed identified free 8";
+  EXPECT_EQ(Annotator::shown, (Lines{"first" + state, "second" + state}));
   EXPECT_EQ(registry.heard.at(0).object.drive()->value("annotation"), Value("second"));
 
-  registry.machine.rename(disk, "B");
-  registry.machine.unmount(disk);
-  registry.machine.runUntilIdle();
+  machine.rename(disk, "B");
+  machine.unmount(disk);
+  machine.runUntilIdle();
   EXPECT_EQ(Annotator::shown.size(), 2u) << "not for renames and removals";
   arbiter.removeAdditionalInformationListener(second);
   arbiter.removeAdditionalInformationListener(second);
-  registry.machine.mount(disk, "/Volumes/B");
-  registry.machine.runUntilIdle();
+  machine.mount(disk, "/Volumes/B");
+  machine.runUntilIdle();
   EXPECT_EQ(Annotator::shown.size(), 3u);
 }
 
-TEST(Listeners, SeeUnmountedDisksOnlyWhenTheyAskAndAnnotateACopy) {
-  Registry registry;
-  const auto plain = std::make_shared<Annotator>(registry, "plain");
-  const auto curious = std::make_shared<UnmountedAnnotator>(registry, "curious");
-  registry.arbiter().addAdditionalInformationListener(plain);
-  registry.arbiter().addAdditionalInformationListener(curious);
-  registry.machine.plugIn({.name = "A"});
+TEST_F(Listeners, SeeUnmountedDisksOnlyWhenTheyAskAndAnnotateACopy) {
+  arbiter.addAdditionalInformationListener(std::make_shared<Annotator>(registry, "plain"));
+  arbiter.addAdditionalInformationListener(std::make_shared<UnmountedAnnotator>(registry, "curious"));
+  plugIn("A");
   registry.start();
-  EXPECT_EQ(curious->unmounted, (Lines{"A"}));
-  EXPECT_TRUE(Annotator::shown.empty());
-  EXPECT_FALSE(registry.arbiter().unmountedDictionaries().at(0)->contains("annotation"));
-}
-
-TEST(ListenersDeathTest, ChangingTheListenersFromTheArbiterQueueStopsInsteadOfHanging) {
-  Registry registry;
-  KMVDiskArbiter& arbiter = registry.start();
-  arbiter.arbiterQueue()->async(
-      [&] { arbiter.addAdditionalInformationListener(std::make_shared<Annotator>(registry, "x")); });
-  EXPECT_DEATH(registry.machine.runUntilIdle(), "drive.diskarbiter");
+  EXPECT_EQ(Annotator::shown, (Lines{"unmounted A"}));
+  EXPECT_FALSE(arbiter.unmountedDictionaries().at(0)->contains("annotation"));
 }
 
 }  // namespace

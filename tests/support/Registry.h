@@ -74,4 +74,23 @@ class Registry {
 
 using Lines = std::vector<std::string>;
 
+/// A case on a simulated machine with the shared registry, not started yet.
+class RegistryTest : public ::testing::Test {
+ protected:
+  static URL folder(const std::string& path) { return URL::fileURLWithPath(path, true); }
+  static URL file(const std::string& path) { return URL::fileURLWithPath(path, false); }
+  DiskId plugIn(const std::string& name, const std::string& mountPoint = {}) {
+    return machine.plugIn({.name = name, .mountPoint = mountPoint});
+  }
+  /// Lets everything that is due happen; what was announced since the last call.
+  Lines news() {
+    machine.runUntilIdle();
+    return registry.news();
+  }
+
+  Registry registry;
+  SimulatedPlatform& machine = registry.machine;
+  KMVDiskArbiter& arbiter = registry.arbiter();
+};
+
 }  // namespace kmv::testing
