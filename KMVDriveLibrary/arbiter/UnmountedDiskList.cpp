@@ -8,13 +8,13 @@ namespace kmv {
 
 void UnmountedDiskList::append(DictionarySnapshot description) {
   const double time = description->doubleValue(key::kAppearanceTime);
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (!std::isnan(time)) byAppearanceTime_.emplace(time, next_);  // NaN equals no time
   entries_.emplace(next_++, std::move(description));
 }
 
 DictionarySnapshot UnmountedDiskList::takeFirstWithAppearanceTime(double time) {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   const auto it = byAppearanceTime_.lower_bound({time, 0});
   if (std::isnan(time) || it == byAppearanceTime_.end() || it->first != time) return nullptr;
   const auto entry = entries_.find(it->second);
@@ -25,12 +25,12 @@ DictionarySnapshot UnmountedDiskList::takeFirstWithAppearanceTime(double time) {
 }
 
 std::size_t UnmountedDiskList::count() const {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return entries_.size();
 }
 
 std::vector<DictionarySnapshot> UnmountedDiskList::snapshot() const {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   std::vector<DictionarySnapshot> all;
   all.reserve(entries_.size());
   for (const auto& [position, description] : entries_) all.push_back(description);

@@ -13,7 +13,7 @@ DriveDictionary::DriveDictionary(Dictionary contents)
 DriveDictionary::~DriveDictionary() = default;
 
 DictionarySnapshot DriveDictionary::snapshot() const {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return contents_;
 }
 
@@ -33,9 +33,9 @@ void DriveDictionary::remove(std::string_view key) {
 
 void DriveDictionary::update(const std::function<void(Dictionary&)>& edit) {
   std::vector<std::weak_ptr<Watcher>> watchers;
-  DictionarySnapshot replaced;  // let go of outside the lock: its values may have destructors of the host's
+  DictionarySnapshot replaced;  // released outside the lock: its values may have the host's destructors
   {
-    std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     auto changed = std::make_shared<Dictionary>(*contents_);
     edit(*changed);
     replaced = std::exchange(contents_, std::move(changed));
@@ -47,12 +47,12 @@ void DriveDictionary::update(const std::function<void(Dictionary&)>& edit) {
 }
 
 void DriveDictionary::addWatcher(const std::shared_ptr<Watcher>& watcher) {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   watchers_.push_back(watcher);
 }
 
 void DriveDictionary::removeWatcher(const Watcher* watcher) {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   std::erase_if(watchers_, [&](const auto& weak) {
     const auto present = weak.lock();
     return present == nullptr || present.get() == watcher;

@@ -1,19 +1,20 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <KMVDriveLibrary/Mutex.h>
+
 #include <memory>
-#include <mutex>
 #include <utility>
 #include <vector>
 
 namespace kmv {
 
-/// What hosts or the platform may use until the process ends, whatever becomes of the one who made it.
+/// Keeps an object alive until the process ends: hosts or the platform may use it after its owner is gone.
 template <typename T>
 T* keptForEver(std::unique_ptr<T> object) {
-  static std::mutex mutex;
-  static auto* const kept = new std::vector<std::unique_ptr<T>>;
-  const std::lock_guard lock(mutex);
+  static Mutex mutex;
+  static auto* const kept KMV_PT_GUARDED_BY(mutex) = new std::vector<std::unique_ptr<T>>;
+  const MutexLock lock(mutex);
   return kept->emplace_back(std::move(object)).get();
 }
 

@@ -2,10 +2,10 @@
 #include <KMVDriveLibrary/NotificationCenter.h>
 
 #include <KMVDriveLibrary/DriveDictionary.h>
+#include <KMVDriveLibrary/Mutex.h>
 
 #include <algorithm>
 #include <atomic>
-#include <mutex>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -13,20 +13,20 @@
 namespace kmv {
 namespace {
 
-/// Small, so that it shares no more than one cache line with its neighbours: a post goes through all of them.
+/// Kept small for the cache: a post iterates over all of them.
 struct Entry {
   NotificationCenter::Observer observer;
   std::atomic<bool> registered{true};
 };
 
-/// What an observer asked for.
+/// What an observer registered for.
 struct Wish {
   std::optional<std::string> name;  // none: every name
   const void* object = nullptr;     // null: every object
 };
 
-/// What a post walks: never changed once it is published, but for the mark that one of its entries was
-/// unregistered since.
+/// A snapshot that posts iterate over. Immutable once published (copy-on-write), except for the flag that one of
+/// its entries has been unregistered since.
 struct ObserverList {
   struct Slot {
     const Entry* entry;
@@ -56,11 +56,11 @@ std::shared_ptr<ObserverList> copyOf(const SharedList& list) {
 
 }  // namespace
 
-/// Each name that somebody asked for has a list of its own, in which the observers of all names stand too, so
-/// a post looks up one list and walks it.
+/// Each observed name has a list of its own, which also holds the observers of all names, so a post looks up
+/// and iterates over one list.
 struct NotificationCenter::State {
   void add(const std::shared_ptr<Entry>& entry, const Wish& wish) {
-    std::lock_guard lock(mutex);
+    const MutexLock lock(mutex);
     if (!wish.name) {
       appendTo(everyName, entry, wish.object);
       for (auto& [name, list] : byName) appendTo(list, entry, wish.object);
@@ -72,8 +72,8 @@ struct NotificationCenter::State {
   }
 
   void remove(const std::shared_ptr<Entry>& entry, const Wish& wish) {
-    std::vector<SharedList> replaced;  // let go of outside the lock: observers have destructors of the host's
-    std::lock_guard lock(mutex);
+    std::vector<SharedList> replaced;  // released outside the lock: observers may have the host's destructors
+    const MutexLock lock(mutex);
     entry->registered.store(false, std::memory_order_release);
     if (!wish.name) {
       replaced.push_back(takeFrom(everyName, entry));
@@ -87,7 +87,7 @@ struct NotificationCenter::State {
   }
 
   SharedList listFor(const std::string& name) {
-    std::lock_guard lock(mutex);
+    const MutexLock lock(mutex);
     const auto it = byName.find(name);
     return it == byName.end() ? everyName : it->second;
   }
@@ -108,9 +108,9 @@ struct NotificationCenter::State {
     return std::exchange(list, std::move(shorter));
   }
 
-  std::mutex mutex;
-  SharedList everyName;
-  std::unordered_map<std::string, SharedList> byName;
+  Mutex mutex;
+  SharedList everyName KMV_GUARDED_BY(mutex);
+  std::unordered_map<std::string, SharedList> byName KMV_GUARDED_BY(mutex);
 };
 
 struct NotificationCenter::Registration::Core {

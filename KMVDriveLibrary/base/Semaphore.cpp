@@ -8,46 +8,45 @@ namespace kmv {
 Semaphore::Semaphore(int count) : count_(count) {}
 
 void Semaphore::wait() {
-  std::unique_lock lock(mutex_);
-  freed_.wait(lock, [&] { return count_ > 0; });
+  MutexLock lock(mutex_);
+  while (count_ <= 0) freed_.wait(lock);
   --count_;
 }
 
 void Semaphore::signal() {
   {
-    std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     ++count_;
   }
-  freed_.notify_all();
+  freed_.notifyAll();
 }
 
 int Semaphore::count() const {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return count_;
 }
 
 Semaphore::ExclusiveHold::ExclusiveHold(Semaphore& semaphore, int units)
     : semaphore_(semaphore), units_(units) {
-  std::unique_lock lock(semaphore_.mutex_);
+  MutexLock lock(semaphore_.mutex_);
   if (semaphore_.holder_ == std::this_thread::get_id()) {
     lock.unlock();
     fatal(
         "a writer was called while the same thread holds the writers' semaphore (from an observer of a "
-        "removal by UUID?); "
-        "it would wait for ever");
+        "removal by UUID?); it would wait for ever");
   }
-  semaphore_.freed_.wait(lock, [&] { return semaphore_.count_ >= units_; });
+  while (semaphore_.count_ < units_) semaphore_.freed_.wait(lock);
   semaphore_.count_ -= units_;
   semaphore_.holder_ = std::this_thread::get_id();
 }
 
 Semaphore::ExclusiveHold::~ExclusiveHold() {
   {
-    std::lock_guard lock(semaphore_.mutex_);
+    const MutexLock lock(semaphore_.mutex_);
     semaphore_.holder_ = {};
     semaphore_.count_ += units_;
   }
-  semaphore_.freed_.notify_all();
+  semaphore_.freed_.notifyAll();
 }
 
 }  // namespace kmv

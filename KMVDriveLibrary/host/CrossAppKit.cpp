@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
+#include <KMVDriveLibrary/Mutex.h>
 #include <KMVDriveLibrary/host/CrossAppKit.h>
 
 #include <exception>
 #include <limits>
-#include <mutex>
 #include <utility>
 
 #include "base/AttributeNumber.h"
@@ -11,18 +11,18 @@
 
 namespace {
 
-/// True when a name on the way from `folder` to the file begins with a dot.
+/// True when a component of the path below `folder` begins with a dot.
 bool isHiddenBelow(std::string_view folder, std::string_view path) {
   return path.substr(folder.size()).find("/.") != std::string_view::npos;
 }
 
-/// In bytes; of the item itself when it is a link.
+/// Bytes; of the item itself when it is a link.
 std::optional<std::uint64_t> sizeOfItem(const std::string& path) {
   const auto attributes = kmv::Platform::current().files().attributesOfItem(path);
   const kmv::Value* size = attributes ? attributes->find("NSFileSize") : nullptr;
   if (size == nullptr) return std::nullopt;
   if (size->kind() == kmv::Value::Kind::integer) return static_cast<std::uint64_t>(size->integerValue());
-  // A size above the range of signed numbers travels as a real.
+  // A size above the signed range is stored as a real.
   constexpr double kAboveAll = 18446744073709551616.0;
   return size->doubleValue() >= kAboveAll ? std::numeric_limits<std::uint64_t>::max()
                                           : static_cast<std::uint64_t>(size->doubleValue());
@@ -39,14 +39,14 @@ URLActivityUpdate::URLActivityUpdate(kmv::URL fileURL, std::int64_t read, std::i
 URLActivityUpdate::~URLActivityUpdate() = default;
 
 ApplicationIOTrackingDelegate& ApplicationIOTrackingDelegate::shared() {
-  static auto* delegate =
-      new ApplicationIOTrackingDelegate;  // never destroyed: any thread may publish until the end
+  // Never destroyed: any thread may publish until the process ends.
+  static auto* delegate = new ApplicationIOTrackingDelegate;
   return *delegate;
 }
 
 void ApplicationIOTrackingDelegate::addUpdateHandler(UpdateHandler handler) {
-  static std::mutex additions;  // readers take the list as a whole
-  const std::lock_guard lock(additions);
+  static kmv::Mutex additions;  // serialises the copy-on-write; readers take a snapshot
+  const kmv::MutexLock lock(additions);
   const auto known = handlers_.get();
   auto all = known == nullptr ? std::vector<UpdateHandler>() : *known;
   all.push_back(std::move(handler));
@@ -60,8 +60,8 @@ void ApplicationIOTrackingDelegate::publish(const Update& update) {
 }
 
 CrossAppFileManager& CrossAppFileManager::defaultManager() {
-  static auto* manager =
-      new CrossAppFileManager;  // never destroyed: any thread may ask until the process is gone
+  // Never destroyed: any thread may ask until the process ends.
+  static auto* manager = new CrossAppFileManager;
   return *manager;
 }
 
@@ -92,7 +92,7 @@ std::uint64_t CrossAppFileManager::aggregateFileSize(const kmv::URL& ofURL,
   kmv::Platform& platform = kmv::Platform::current();
   const std::string path = ofURL.path();
   std::uint64_t sum = 0;
-  std::exception_ptr thrown;  // a walk cannot be left by an exception
+  std::exception_ptr thrown;  // a visit must not throw
   const auto add = [&](std::uint64_t size, bool isLeftOut) {
     try {
       if (shouldContinue != nullptr && !shouldContinue()) return false;

@@ -10,14 +10,14 @@ OrvaneLog& OrvaneLog::defaultLog() {
 
 void OrvaneLog::setSink(Sink sink) {
   auto shared = sink ? std::make_shared<const Sink>(std::move(sink)) : nullptr;
-  std::lock_guard lock(mutex_);
+  const kmv::MutexLock lock(mutex_);
   sink_.swap(shared);
 }
 
 void OrvaneLog::log(Level level, std::string_view line) const {
   std::shared_ptr<const Sink> sink;
   {
-    std::lock_guard lock(mutex_);
+    const kmv::MutexLock lock(mutex_);
     sink = sink_;
   }
   if (sink != nullptr) (*sink)(level, line);  // outside the lock: a sink may log or set another

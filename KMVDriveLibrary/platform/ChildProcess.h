@@ -7,7 +7,8 @@
 
 namespace kmv {
 
-/// Runs programs. Every member may be called from any thread.
+/// Runs programs.
+/// Every member may be called from any thread.
 class ChildProcess {
  public:
   virtual ~ChildProcess() = default;
@@ -15,22 +16,23 @@ class ChildProcess {
   struct Request {
     std::string program;  ///< an absolute path
     std::vector<std::string> arguments;
-    bool collectsErrors =
-        false;  ///< standard error goes where the output goes; else it is this process's own
+    /// True: standard error goes where the output goes.
+    /// False: it is this process's own.
+    bool collectsErrors = false;
   };
   struct Result {
     bool started = false;
-    std::string problem;  ///< why it was not
+    std::string problem;  ///< why it was not started
     std::string output;
-    std::optional<int>
-        exitStatus;  ///< none when it was lost, as in a process that ignores its children's ends
+    /// None when it was lost, as in a process that ignores SIGCHLD.
+    std::optional<int> exitStatus;
   };
 
-  /// Runs the program and reads its output while it does; returns at its end. Nothing of this process's
-  /// descriptors, masked or ignored signals goes along.
+  /// Runs the program, reads its output meanwhile, and returns at its end.
+  /// The child inherits none of this process's descriptors, blocked signals or ignored signals.
   virtual Result run(const Request& request) = 0;
 
-  /// True when the program is there.
+  /// True when the program exists.
   virtual bool exists(const std::string& program) = 0;
 };
 

@@ -7,13 +7,14 @@
 
 namespace kmv {
 
-/// The time of the machine. Every member may be called from any thread.
+/// The time of the machine.
+/// Every member may be called from any thread.
 class Clock {
  public:
   virtual ~Clock() = default;
-  /// The wall clock; it can be set, and so go back.
+  /// The wall clock; it can be set, so it may go back.
   virtual Date now() = 0;
-  /// The monotonic clock: the time since some fixed moment; never goes back.
+  /// The monotonic clock: time since an unspecified start; never goes back.
   virtual std::chrono::nanoseconds monotonicNow() = 0;
 };
 

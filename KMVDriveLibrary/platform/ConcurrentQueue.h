@@ -7,12 +7,13 @@
 
 namespace kmv {
 
-/// A labelled queue whose tasks may run beside each other. Every member may be called from any thread.
+/// A labelled queue whose tasks may run concurrently.
+/// Every member may be called from any thread.
 class ConcurrentQueue {
  public:
   virtual ~ConcurrentQueue() = default;
   virtual const std::string& label() const = 0;
-  /// Runs `task` later; returns at once.
+  /// Queues `task`; never blocks.
   virtual void async(SerialQueue::Task task) = 0;
 };
 

@@ -10,13 +10,14 @@
 
 namespace kmv {
 
-/// Attributes of files, links followed. Names and values are bytes. Every member may be called from any
-/// thread and waits for the volume.
+/// Attributes of files, links followed.
+/// Names and values are bytes.
+/// Every member may be called from any thread and waits for the volume.
 class ExtendedAttributes {
  public:
   virtual ~ExtendedAttributes() = default;
 
-  /// The value; none when there is no such attribute, or it cannot be read.
+  /// The value; none when the attribute is missing or unreadable.
   virtual std::optional<std::string> get(const std::string& path, const std::string& name) = 0;
   /// False when the system refuses.
   virtual bool set(const std::string& path, const std::string& name, const std::string& value) = 0;

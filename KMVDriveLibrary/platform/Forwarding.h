@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-// For doubles that replace one verb: derive, override it, and the rest is answered by another implementation.
+// Base classes for test doubles that replace one member: derive and override it; everything else is
+// forwarded.
 
 #include <memory>
 #include <optional>
@@ -45,7 +46,7 @@ class ForwardingFiles : public Files {
   Files& target_;
 };
 
-/// Forwards to `target`, which it owns: install it with one accessor overridden.
+/// Forwards to `target`, which it owns; install it with one accessor overridden.
 class ForwardingPlatform : public Platform {
  public:
   explicit ForwardingPlatform(std::unique_ptr<Platform> target) : target_(std::move(target)) {}

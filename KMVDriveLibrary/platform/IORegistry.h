@@ -18,12 +18,14 @@ struct IOService {
   std::vector<std::string> childNames;  ///< registry names of its children, in the platform's order
 };
 
-/// The platform's registry of devices. Every member may be called from any thread.
+/// The platform's registry of devices.
+/// Every member may be called from any thread.
 class IORegistry {
  public:
   virtual ~IORegistry() = default;
 
-  /// The services that match a BSD name ("disk3", "sda1"), in the platform's order. Touches no device.
+  /// The services that match a BSD name ("disk3", "sda1"), in the platform's order.
+  /// Touches no device.
   virtual std::vector<IOService> servicesMatchingBSDName(const std::string& name) = 0;
 
   /// The whole disk of a BSD name, and the physical disks below it: see StorageDevices.h.

@@ -7,8 +7,9 @@
 
 namespace kmv {
 
-/// The backend that this build was made for; defined by that backend's folder, in a file of its own so that a
-/// test can link another backend's sources beside it.
+/// The backend of this build.
+/// Defined in the backend's folder, in a file of its own, so that a test can link the sources of another
+/// backend too.
 std::unique_ptr<Platform> makeNativePlatform();
 
 }  // namespace kmv

@@ -19,8 +19,7 @@
 
 namespace kmv {
 
-/// Everything the library knows of the machine it runs on: one narrow interface each. The only type a room is
-/// given.
+/// Everything the library knows about the machine, as narrow interfaces; the only type that rooms get.
 class Platform {
  public:
   virtual ~Platform() = default;
@@ -37,12 +36,13 @@ class Platform {
   virtual std::unique_ptr<NetServiceBrowser> makeServiceBrowser() = 0;
   virtual std::unique_ptr<DiskArbitrationSession> makeDiskArbitrationSession() = 0;
 
-  /// The platform in use: the native one unless another was installed before the first call. Lives until the
-  /// process ends.
+  /// The platform in use: the native one unless another was installed before the first call.
+  /// Thread: any.
+  /// Lifetime: the process.
   KMV_EXPORT static Platform& current();
 
-  /// Makes `platform` the one in use. False, and nothing happens, when `current` was called or another was
-  /// installed before.
+  /// Makes `platform` the one in use.
+  /// False, without effect, when `current` was called or another was installed before.
   KMV_EXPORT static bool install(std::unique_ptr<Platform> platform);
 };
 

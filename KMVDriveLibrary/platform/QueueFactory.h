@@ -10,19 +10,23 @@
 
 namespace kmv {
 
-/// How urgent a queue's work is, in the platform's classes. A hint: a platform without such classes ignores
-/// it.
+/// How urgent a queue's work is, in the platform's classes.
+/// A hint: a platform without such classes ignores it.
 enum class QualityOfService { unspecified, userInteractive, userInitiated, standard, utility, background };
 
-/// Makes the queues. Every member may be called from any thread.
+/// Makes the queues.
+/// Every member may be called from any thread.
 class QueueFactory {
  public:
   virtual ~QueueFactory() = default;
+  /// Runs its tasks one at a time.
   virtual std::shared_ptr<SerialQueue> makeSerialQueue(
       std::string label, QualityOfService quality = QualityOfService::unspecified) = 0;
+  /// Runs its tasks concurrently.
   virtual std::shared_ptr<ConcurrentQueue> makeConcurrentQueue(
       std::string label, QualityOfService quality = QualityOfService::unspecified) = 0;
-  /// The one main queue; lives as long as the platform.
+  /// The main queue.
+  /// Lifetime: the platform's.
   virtual MainQueue& mainQueue() = 0;
 };
 

@@ -53,7 +53,7 @@ KMVDriveWrapperManager::~KMVDriveWrapperManager() = default;
 
 KMVDriveWrapperManager::VolumeWrappers KMVDriveWrapperManager::volumeWrappers() const {
   VolumeWrappers alive;
-  const std::lock_guard lock(mutex_);
+  const kmv::MutexLock lock(mutex_);
   for (const auto& [unit, weak] : rootDisks_) {
     if (auto disk = weak.lock()) alive.emplace_hint(alive.end(), unit, std::move(disk));
   }
@@ -90,7 +90,7 @@ KMVRootDiskWrapper::Wrapper KMVDriveWrapperManager::file(const kmv::Value& unit,
 }
 
 std::shared_ptr<KMVRootDiskWrapper> KMVDriveWrapperManager::rootDiskOf(const kmv::Value& unit) {
-  const std::lock_guard lock(mutex_);
+  const kmv::MutexLock lock(mutex_);
   const auto known = rootDisks_.find(unit);
   if (known != rootDisks_.end()) {
     if (auto disk = known->second.lock()) return disk;

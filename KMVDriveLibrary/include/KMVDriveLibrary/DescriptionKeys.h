@@ -2,11 +2,13 @@
 #pragma once
 
 // The description vocabulary: the keys under which a platform describes a disk and its volume, and under
-// which a drive dictionary therefore holds the same facts. This is the one list of them: backends write these
-// keys, the library and hosts read them. Where each platform takes a value from: docs/platforms.md.
+// which a drive dictionary therefore holds the same facts.
+// This is the one list of them: backends write these keys, the library and hosts read them.
+// Where each platform takes a value from: docs/platforms.md.
 //
-// A key that the platform cannot answer is absent. The registry's own keys, and the names that the contract
-// gives to some of these, are in KMVDriveKeys.h.
+// A key that the platform cannot answer is absent.
+// The registry's own keys, and the constants that the library's contract names for some of these, are in
+// KMVDriveKeys.h.
 
 namespace kmv::key {
 
@@ -26,7 +28,7 @@ inline constexpr char kMediaContent[] = "DAMediaContent";  ///< text: the partit
 inline constexpr char kMediaEjectable[] = "DAMediaEjectable";  ///< boolean
 inline constexpr char kMediaRemovable[] = "DAMediaRemovable";  ///< boolean
 inline constexpr char kMediaSize[] = "DAMediaSize";            ///< integer: bytes
-inline constexpr char kMediaWhole[] = "DAMediaWhole";          ///< boolean: a whole disk, no slice of one
+inline constexpr char kMediaWhole[] = "DAMediaWhole";          ///< boolean: a whole disk, not a slice
 
 // The device.
 inline constexpr char kDeviceInternal[] = "DADeviceInternal";  ///< boolean

@@ -9,23 +9,26 @@
 #include <cstdint>
 #include <optional>
 
-/// One sample of a drive's counters, all of them sums since some beginning. Threads: properties on any
-/// thread.
+/// One sample of a drive's counters, each counted from an unspecified start.
+/// Threads: every member may be called from any thread.
 class KMV_EXPORT DeviceIOStatistics : public kmv::Object {
  public:
-  /// From what the platform publishes of a block-storage driver: "Bytes (Read)", "Bytes (Write)", "Latency
-  /// Time (Read)", "Latency Time (Write)", each as a signed number, 0 without one; the time is now. Selector:
-  /// initWithStatisticsDictionary:
+  /// From the statistics that the platform publishes for a block-storage driver: "Bytes (Read)", "Bytes
+  /// (Write)", "Latency Time (Read)", "Latency Time (Write)", each read as a signed number, 0 when absent;
+  /// the time stamp is now.
+  /// Selector: initWithStatisticsDictionary:
   explicit DeviceIOStatistics(const kmv::Dictionary& statisticsDictionary);
-  /// Without latencies; the time is now. Selector: initWithBytesRead:bytesWritten:
+  /// Without latencies; the time stamp is now.
+  /// Selector: initWithBytesRead:bytesWritten:
   DeviceIOStatistics(std::uint64_t bytesRead, std::uint64_t bytesWritten);
   ~DeviceIOStatistics() override;
 
+  /// Bytes.
   std::uint64_t bytesRead() const { return bytesRead_; }
   void setBytesRead(std::uint64_t bytes) { bytesRead_ = bytes; }
   std::uint64_t bytesWritten() const { return bytesWritten_; }
   void setBytesWritten(std::uint64_t bytes) { bytesWritten_ = bytes; }
-  /// As the platform reports it: nanoseconds; 0 for a sample made of byte counts.
+  /// Nanoseconds, as the platform reports them; 0 for a sample made of byte counts.
   std::uint64_t readLatency() const { return readLatency_; }
   void setReadLatency(std::uint64_t latency) { readLatency_ = latency; }
   std::uint64_t writeLatency() const { return writeLatency_; }

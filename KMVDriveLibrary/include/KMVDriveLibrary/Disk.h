@@ -10,9 +10,9 @@
 
 namespace kmv {
 
-/// A disk as the platform's arbitration session hands it to a callback. It carries the description of the
-/// moment at which the event was queued, so reading it touches no device. Owner: the session; a callback
-/// borrows it for the length of its call.
+/// A disk as the platform's arbitration session hands it to a callback.
+/// It carries the description taken when the event was queued, so reading it touches no device.
+/// Owner: the session; a callback borrows it for the duration of its call.
 class KMV_EXPORT Disk {
  public:
   virtual ~Disk() = default;

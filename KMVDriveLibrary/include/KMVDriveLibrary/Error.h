@@ -7,7 +7,7 @@
 
 namespace kmv {
 
-/// Why something failed, as a value: told apart by domain and code.
+/// Why something failed, as a value; identified by domain and code.
 struct Error {
   std::string domain;
   int code = 0;

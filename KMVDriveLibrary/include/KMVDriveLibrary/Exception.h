@@ -9,7 +9,8 @@
 
 namespace kmv {
 
-/// A named exception; `what()` is the reason. The library raises one: "Invalid URL".
+/// A named exception; `what()` is the reason.
+/// The library throws one: "Invalid URL".
 class KMV_EXPORT Exception : public std::runtime_error {
  public:
   Exception(std::string name, const std::string& reason)

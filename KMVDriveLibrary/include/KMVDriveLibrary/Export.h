@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-/// Marks what the shared library exports; everything else stays hidden.
+/// Marks what the shared library exports; every other symbol is hidden.
 #if defined(__GNUC__) || defined(__clang__)
 #  define KMV_EXPORT __attribute__((visibility("default")))
 #else

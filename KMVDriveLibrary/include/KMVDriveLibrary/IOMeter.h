@@ -16,16 +16,18 @@ namespace kmv {
 ///   kmv::IOMeter meter(destination, "com.example.copier");
 ///   while (copyABlock()) meter.wrote(blockSize);
 ///
-/// Use one sender's name for the whole process: by contract the monitor compares reports of one sender at a
-/// time, and several that report in the same second hide each other's figures.
-/// `stopMonitoringAppDriveIOUpdatesFromSender` forgets a sender that is done.
+/// Use one sender's name for the whole process: by the library's contract the monitor compares the reports of
+/// one sender at a time, so several that report in the same second hide each other's figures.
+/// `stopMonitoringAppDriveIOUpdatesFromSender` forgets a sender that has finished.
 ///
-/// Cheap in a loop: it asks for the file's drive once, when it is made, and reports a few times a second and
-/// at its end. Threads: one at a time.
+/// Cheap in a loop: looks the file's drive up once, in the constructor, and reports a few times a second
+/// (rate-limited) and in the destructor.
+/// Threads: not thread-safe; use a meter on one thread at a time.
 class KMV_EXPORT IOMeter {
  public:
-  /// For the drive that holds `file`, which need not exist yet; a meter of a place on no drive counts
-  /// nothing. Waits for the registry like `findRootDriveURLForPathURL`.
+  /// For the drive that holds `file`, which need not exist yet; a meter for a path on no drive counts
+  /// nothing.
+  /// Waits for the registry like `findRootDriveURLForPathURL`.
   IOMeter(const URL& file, std::string sender);
   ~IOMeter();
   IOMeter(const IOMeter&) = delete;

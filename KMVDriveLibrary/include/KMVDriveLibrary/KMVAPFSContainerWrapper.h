@@ -21,23 +21,26 @@ class KMV_EXPORT KMVAPFSContainerWrapper : public KMVVolumePartitionWrapper {
   /// Selector: initWithDictionary:withRootVolumeWrapper:
   KMVAPFSContainerWrapper(const kmv::DictionarySnapshot& dictionary,
                           std::shared_ptr<KMVRootDiskWrapper> withRootVolumeWrapper);
-  /// A container that is known from its volumes alone; it has no backing dictionary until its own one comes.
+  /// A container inferred from its volumes alone; it has no backing dictionary until its own description
+  /// arrives.
   /// Selector: initWithRootVolumeWrapper:withBSDNameToReserve:withBSDUnitToRepresent:
   KMVAPFSContainerWrapper(std::shared_ptr<KMVRootDiskWrapper> rootVolumeWrapper,
                           std::optional<kmv::Value> withBSDNameToReserve,
                           std::optional<kmv::Value> withBSDUnitToRepresent);
   ~KMVAPFSContainerWrapper() override;
 
-  /// The wrapper of this volume: the one of its name, brought up to date, or a new one.
+  /// The wrapper of this volume: the existing one of its name, updated, or a new one.
   /// Selector: addAPFSVolumeRepresentationWithArbiterDict:
   Volume addAPFSVolumeRepresentationWithArbiterDict(const kmv::DictionarySnapshot& dictionary);
 
-  /// The first volume of this name; null without one, and for no name. Selector: apfsVolumeWrapperForBSDName:
+  /// The first volume of this name; null when there is none or `name` is none.
+  /// Selector: apfsVolumeWrapperForBSDName:
   Volume apfsVolumeWrapperForBSDName(std::optional<std::string_view> name) const;
 
-  /// The volumes that are alive, in the order in which they came. Selector: allChildAPFSVolumes
+  /// The volumes that are alive, in order of insertion.
+  /// Selector: allChildAPFSVolumes
   std::vector<Volume> allChildAPFSVolumes() const;
-  /// The same without those that bear the name of `excludingChildVolume`; all for null.
+  /// The same without those that have the name of `excludingChildVolume`; all of them for null.
   /// Selector: allChildAPFSVolumesExcludingChildVolume:
   std::vector<Volume> allChildAPFSVolumes(const Volume& excludingChildVolume) const;
 

@@ -19,8 +19,9 @@ class KMV_EXPORT KMVAPFSVolumeWrapper : public KMVDiskBSDBaseWrapper {
                        std::shared_ptr<KMVAPFSContainerWrapper> withParentContainer);
   ~KMVAPFSVolumeWrapper() override;
 
-  /// The other volumes of the container, in the order in which they came; none without a container. Those
-  /// that bear this one's name are left out. Selector: arrayOfSiblingAPFSVolumes
+  /// The other volumes of the container, in order of insertion; empty without a container.
+  /// Those that have this one's name are left out.
+  /// Selector: arrayOfSiblingAPFSVolumes
   std::vector<std::shared_ptr<KMVAPFSVolumeWrapper>> arrayOfSiblingAPFSVolumes();
 
   /// The container.

@@ -23,92 +23,117 @@ class DiskArbitrationSession;
 }
 
 /// Measures in cycles how many bytes each drive read and wrote, and announces it with
-/// `kDiskArbiterDriveActivityDidUpdateNotification`. Its sources are the platform's statistics of
-/// block-storage drivers and, for drives that have none (network, FUSE), what the host reports.
+/// `kDiskArbiterDriveActivityDidUpdateNotification`.
+/// Its sources are the platform's statistics of block-storage drivers and, for drives that have none
+/// (network, FUSE), what the host reports.
 ///
-/// Life:    `defaultMonitor()` makes it and begins to measure; nothing stops it. Any other monitor must live
-/// as long as the
-///          process once it measures.
-/// Threads: every member may be called from any thread. All measuring runs on `driveAnalysisQueue`, and so do
-/// completions
-///          and the notification's observers.
+/// Life:    `defaultMonitor()` makes it and begins to measure; nothing stops it.
+///          Any other monitor must live as long as the process once it measures.
+/// Threads: every member may be called from any thread.
+///          All measuring runs on `driveAnalysisQueue`, and so do completions and the notification's
+///          observers.
 class KMV_EXPORT KMVDriveActivityMonitor : public kmv::Object, public kmv::NetServiceBrowserDelegate {
  public:
   using URLs = std::vector<kmv::URL>;
   using Totals = kmv::LiveDictionary<kmv::URL, std::shared_ptr<DeviceIOStatistics>>;
   using TotalsBySender = kmv::LiveDictionary<std::string, std::shared_ptr<Totals>>;
 
-  /// The monitor of the process; the first call makes it and begins the cycles. Selector: +defaultMonitor
+  /// The monitor of the process; the first call makes it and begins the cycles.
+  /// Selector: +defaultMonitor
   static KMVDriveActivityMonitor& defaultMonitor();
 
-  /// A monitor that does not measure yet. Hosts use `defaultMonitor`. Selector: init
+  /// A monitor that does not measure yet.
+  /// Hosts use `defaultMonitor`.
+  /// Selector: init
   KMVDriveActivityMonitor();
   ~KMVDriveActivityMonitor() override;
   KMVDriveActivityMonitor(const KMVDriveActivityMonitor&) = delete;
   KMVDriveActivityMonitor& operator=(const KMVDriveActivityMonitor&) = delete;
 
-  /// Hands a cycle to the queue. When it has run, and `refreshFrequency` seconds more, the next one follows,
-  /// for ever. The first five cycles announce nothing, whatever they measure, on purpose; a later one
-  /// announces what moved, and nothing when nothing did. The notification's object is the monitor; its user
-  /// info has a `KMVDriveIOActivity` for each active drive under the text of the drive's standardised URL
-  /// (see `kmv::driveActivities`). Selector: runDriveAnalysis
+  /// Queues a cycle.
+  /// Each cycle schedules the next one `refreshFrequency` seconds after its end, for ever.
+  /// The first five cycles announce nothing, whatever they measure, on purpose; a later one announces what
+  /// moved, and nothing when nothing did.
+  /// The notification's object is the monitor; its user info has a `KMVDriveIOActivity` for each active drive
+  /// under the text of the drive's standardised URL (see `kmv::driveActivities`).
+  /// Selector: runDriveAnalysis
   void runDriveAnalysis();
 
-  /// The parts of a cycle. Thread: `driveAnalysisQueue`.
-  /// Selectors: refreshDriveStatistics, refreshIOServiceDriveStatistics, refreshAppSuppliedIOStatistics
+  /// The parts of a cycle, for its own use.
+  /// Thread: `driveAnalysisQueue`.
+  /// Selector: refreshDriveStatistics
+  /// Selector: refreshIOServiceDriveStatistics
+  /// Selector: refreshAppSuppliedIOStatistics
   void refreshDriveStatistics();
   void refreshIOServiceDriveStatistics();
   void refreshAppSuppliedIOStatistics();
 
   /// Completes with the standardised URLs of the drives on which the platform measured activity in the latest
-  /// cycle, in ascending order. Selector: driveMonitoredByIOServices:
+  /// cycle, in ascending order.
+  /// Selector: driveMonitoredByIOServices:
   void driveMonitoredByIOServices(std::function<void(const URLs& drives)> completion);
 
-  /// True when that list has this URL, which is compared as it stands: give a standardised one. At once.
+  /// True when that list has this URL, which is compared as it stands: give a standardised one.
+  /// Never blocks.
   /// Selector: ioServicesIsTrackingDrive:
   bool ioServicesIsTrackingDrive(const kmv::URL& drive) const;
 
   /// Completes with those of `list` whose drives the platform never measured, in their order; with nothing
-  /// when it measured all. Asks the registry for each drive, on the queue. Selector:
-  /// enumerateFilePathsWhichCannotBeTrackedByIOServicesInList:didComplete:
+  /// when it measured all.
+  /// Asks the registry for each drive, on the queue.
+  /// Selector: enumerateFilePathsWhichCannotBeTrackedByIOServicesInList:didComplete:
   void enumerateFilePathsWhichCannotBeTrackedByIOServicesInList(
       URLs list, std::function<void(const std::optional<URLs>& untracked)> didComplete);
 
   /// Accepted and ignored, on purpose: observers are served through the notification only, and the cycle
-  /// cannot be paused. Selectors: addDriveObserver:, removeDriveObserver:, pause, resume, requestUpdated
+  /// cannot be paused.
+  /// Selector: addDriveObserver:
+  /// Selector: removeDriveObserver:
+  /// Selector: pause
+  /// Selector: resume
+  /// Selector: requestUpdated
   void addDriveObserver(const std::shared_ptr<kmv::Object>& observer);
   void removeDriveObserver(const std::shared_ptr<kmv::Object>& observer);
   void pause();
   void resume();
   void requestUpdated();
 
-  // --- What the host measures itself: bytes that `by` moved since its last report. Ignored for a drive on
-  // which the platform measured activity in the latest cycle. All return at once. ---
+  // --- What the host measures itself. ---
 
-  /// Selectors: appBytesWereUpdated:onDrive:by:wasReadIO:, appBytesWereRead:onDrive:by:,
-  /// appBytesWereWritten:onDrive:by:
+  /// Reports the bytes that the sender `by` moved on a drive since its last report.
+  /// Ignored for a drive on which the platform measured activity in the latest cycle.
+  /// Thread: any; never blocks.
+  /// Selector: appBytesWereUpdated:onDrive:by:wasReadIO:
+  /// Selector: appBytesWereRead:onDrive:by:
+  /// Selector: appBytesWereWritten:onDrive:by:
   void appBytesWereUpdatedOnDrive(std::uint64_t bytes, const kmv::URL& drive, std::string_view by,
                                   bool wasReadIO);
   void appBytesWereReadOnDrive(std::uint64_t bytes, const kmv::URL& drive, std::string_view by);
   void appBytesWereWrittenOnDrive(std::uint64_t bytes, const kmv::URL& drive, std::string_view by);
 
-  /// The same for the drive that holds a file; the registry is asked on the queue, and what it does not know
-  /// is ignored. A path that leads through a dead server holds up the cycles; reports on drives do not.
-  /// Selectors: appBytesWereUpdated:onFile:by:wasReadIO:, appBytesWereRead:onFile:by:,
-  /// appBytesWereWritten:onFile:by:
+  /// The same for the drive that holds a file.
+  /// The registry is asked on the queue; a file on an unknown drive is ignored.
+  /// A path through a dead server stalls the cycles; reports on drives do not.
+  /// Selector: appBytesWereUpdated:onFile:by:wasReadIO:
+  /// Selector: appBytesWereRead:onFile:by:
+  /// Selector: appBytesWereWritten:onFile:by:
   void appBytesWereUpdatedOnFile(std::uint64_t bytes, const kmv::URL& file, std::string_view by,
                                  bool wasReadIO);
   void appBytesWereReadOnFile(std::uint64_t bytes, const kmv::URL& file, std::string_view by);
   void appBytesWereWrittenOnFile(std::uint64_t bytes, const kmv::URL& file, std::string_view by);
 
-  /// Forgets a sender and its totals. Selector: stopMonitoringAppDriveIOUpdatesFromSender:
+  /// Forgets a sender and its totals.
+  /// Never blocks.
+  /// Selector: stopMonitoringAppDriveIOUpdatesFromSender:
   void stopMonitoringAppDriveIOUpdatesFromSender(std::string_view sender);
 
   /// Takes the updates of the maker's tracking service (host/CrossAppKit.h) as reports of the sender
-  /// "KMVDAM_notification". For hosts to call once. Selector: listenForApplicationDriveSpeedUpdates()
+  /// "KMVDAM_notification".
+  /// For hosts to call once.
+  /// Selector: listenForApplicationDriveSpeedUpdates()
   void listenForApplicationDriveSpeedUpdates();
 
-  // --- The browser's delegate: what it finds is of no use here. ---
+  // --- The browser's delegate: ignores what the browser finds. ---
 
   void netServiceBrowserDidFindDomain(kmv::NetServiceBrowser* browser, const std::string& domain,
                                       bool moreComing) override;
@@ -126,18 +151,18 @@ class KMV_EXPORT KMVDriveActivityMonitor : public kmv::Object, public kmv::NetSe
   kmv::DiskArbitrationSession* diskSession() const { return diskSession_; }
   void setDiskSession(kmv::DiskArbitrationSession* session) { diskSession_ = session; }
 
-  /// Fed by the platform's statistics.
+  /// Takes the platform's statistics.
   std::shared_ptr<KMVDriveIOActivityTracker> ioServiceTracker() const { return ioServiceTracker_.get(); }
   void setIoServiceTracker(std::shared_ptr<KMVDriveIOActivityTracker> tracker) {
     ioServiceTracker_.set(std::move(tracker));
   }
-  /// Fed by the host's reports.
+  /// Takes the host's reports.
   std::shared_ptr<KMVDriveIOActivityTracker> appTracker() const { return appTracker_.get(); }
   void setAppTracker(std::shared_ptr<KMVDriveIOActivityTracker> tracker) {
     appTracker_.set(std::move(tracker));
   }
 
-  /// What each sender reported in all, by the drive's standardised URL.
+  /// The bytes that each sender reported in total, by the drive's standardised URL.
   std::shared_ptr<TotalsBySender> appIOLookup() const { return appIOLookup_.get(); }
   void setAppIOLookup(std::shared_ptr<TotalsBySender> totals) { appIOLookup_.set(std::move(totals)); }
 
@@ -147,7 +172,7 @@ class KMV_EXPORT KMVDriveActivityMonitor : public kmv::Object, public kmv::NetSe
     driveAnalysisQueue_.set(std::move(queue));
   }
 
-  /// Looks for every kind of service; nobody uses what it finds.
+  /// Looks for every kind of service; its results are unused.
   std::shared_ptr<kmv::NetServiceBrowser> serviceBrowser() const { return serviceBrowser_.get(); }
   void setServiceBrowser(std::shared_ptr<kmv::NetServiceBrowser> browser) {
     serviceBrowser_.set(std::move(browser));
@@ -176,13 +201,13 @@ class KMV_EXPORT KMVDriveActivityMonitor : public kmv::Object, public kmv::NetSe
   std::atomic<std::uint64_t> refreshFrequency_{1};
   std::atomic<std::uint64_t> loadCycles_{0};
   kmv::AtomicProperty<std::shared_ptr<TotalsBySender>> appIOLookup_;
-  std::unique_ptr<Measurement> measurement_;  // of the queue
+  std::unique_ptr<Measurement> measurement_;  // confined to driveAnalysisQueue
 };
 
 namespace kmv {
 
 /// The activities that a notification of the monitor carries, by the drive's standardised URL; empty for any
-/// other.
+/// other notification.
 KMV_EXPORT std::map<URL, std::shared_ptr<KMVDriveIOActivity>> driveActivities(
     const Notification& notification);
 

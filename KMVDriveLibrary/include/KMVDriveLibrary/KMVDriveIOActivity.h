@@ -8,8 +8,8 @@
 #include <memory>
 #include <utility>
 
-/// What one drive read and wrote in one cycle; a side that did not move is null. Threads: properties on any
-/// thread.
+/// What one drive read and wrote in one cycle; a side without activity is null.
+/// Threads: every member may be called from any thread.
 class KMV_EXPORT KMVDriveIOActivity : public kmv::Object {
  public:
   using Delta = std::shared_ptr<KMVDriveActivityDelta>;
@@ -18,8 +18,10 @@ class KMV_EXPORT KMVDriveIOActivity : public kmv::Object {
   KMVDriveIOActivity(Delta readDelta, Delta writeDelta);
   ~KMVDriveIOActivity() override;
 
+  /// The bytes read; null when none were.
   Delta readDelta() const { return readDelta_.get(); }
   void setReadDelta(Delta delta) { readDelta_.set(std::move(delta)); }
+  /// The bytes written; null when none were.
   Delta writeDelta() const { return writeDelta_.get(); }
   void setWriteDelta(Delta delta) { writeDelta_.set(std::move(delta)); }
 

@@ -13,9 +13,10 @@
 #include <string>
 #include <utility>
 
-/// Turns samples of counters into what moved since the last one, drive by drive.
+/// Turns samples of counters into deltas from the previous sample, drive by drive.
 ///
-/// Threads: driven by one queue, the monitor's; the dictionaries may be read on any thread meanwhile.
+/// Threads: updates are confined to one queue, the monitor's; the dictionaries may be read on any thread
+/// meanwhile.
 class KMV_EXPORT KMVDriveIOActivityTracker : public kmv::Object {
  public:
   using Sample = std::shared_ptr<DeviceIOStatistics>;
@@ -26,17 +27,20 @@ class KMV_EXPORT KMVDriveIOActivityTracker : public kmv::Object {
   KMVDriveIOActivityTracker();
   ~KMVDriveIOActivityTracker() override;
 
-  /// As below without an identifier. Selector: updateStats:forDrive:
+  /// The same as below, without an identifier.
+  /// Selector: updateStats:forDrive:
   void updateStats(const Sample& stats, const kmv::URL& forDrive);
 
-  /// Compares `stats` with the drive's last sample, notes what moved in `activityLookup`, and keeps `stats`
-  /// as the last one. Nothing is compared when there was none, when `trackingId` is given and differs from
-  /// the last one given for any drive (one for the whole tracker, on purpose), or when no time passed. No
-  /// sample at all changes nothing. Selector: updateStats:forDrive:trackingId:
+  /// Compares `stats` with the drive's last sample, stores the deltas in `activityLookup`, and keeps `stats`
+  /// as the last sample.
+  /// Nothing is compared when there was no last sample, when `trackingId` is given and differs from the last
+  /// one given for any drive (one for the whole tracker, on purpose), or when no time passed.
+  /// A null sample changes nothing.
+  /// Selector: updateStats:forDrive:trackingId:
   void updateStats(const Sample& stats, const kmv::URL& forDrive,
                    const std::optional<std::string>& trackingId);
 
-  /// The last sample of every drive ever seen, by the URL as it was given; entries are never taken out.
+  /// The last sample of every drive ever seen, by the URL as it was given; entries are never removed.
   std::shared_ptr<Samples> cachedIOStatistics() const { return cachedIOStatistics_.get(); }
   void setCachedIOStatistics(std::shared_ptr<Samples> samples) {
     cachedIOStatistics_.set(std::move(samples));
@@ -49,7 +53,7 @@ class KMV_EXPORT KMVDriveIOActivityTracker : public kmv::Object {
     activityLookup_.set(std::move(activities));
   }
 
-  /// The identifier given last; none when the last update gave none.
+  /// The identifier of the last update; none when that gave none.
   std::optional<std::string> trackingId() const { return trackingId_.get(); }
   void setTrackingId(std::optional<std::string> id);
 

@@ -7,41 +7,56 @@
 #include <optional>
 #include <string_view>
 
-// Names of notifications and keys of drive dictionaries. The texts are public contract and several differ
-// from the names of their constants; compare with the constants, or with the texts byte for byte.
+// Names of notifications and keys of drive dictionaries.
+// The texts are part of the library's contract.
+// Several differ from the names of their constants: compare with the constants, or with the texts byte for
+// byte.
 
 // Notifications, posted on `kmv::NotificationCenter::defaultCenter()`; threads and objects: docs/threads.md.
-extern KMV_EXPORT const std::string_view
-    kDiskArbiterNewDiskDetectedNotification;  ///< "kDiskArbiterNewDiskDictionary"
-extern KMV_EXPORT const std::string_view
-    kDiskArbiterRemovedDiskDetectedNotification;  ///< "kDiskArbiterDiskDictionaryRemoved"
-extern KMV_EXPORT const std::string_view
-    kDiskArbiterChangedDiskDetectedNotification;                       ///< "kDiskArbiterDictionaryChanged"
-extern KMV_EXPORT const std::string_view kDiskEjectionRejected;        ///< "kDiskEjectionRejected"
-extern KMV_EXPORT const std::string_view kDiskArbiterRenameSucceeded;  ///< "kDiskArbiterRenameSucceeded"
-extern KMV_EXPORT const std::string_view kDiskArbiterRenameFailed;     ///< "kDiskArbiterRenameFailed"
+
+/// "kDiskArbiterNewDiskDictionary".
+extern KMV_EXPORT const std::string_view kDiskArbiterNewDiskDetectedNotification;
+/// "kDiskArbiterDiskDictionaryRemoved".
+extern KMV_EXPORT const std::string_view kDiskArbiterRemovedDiskDetectedNotification;
+/// "kDiskArbiterDictionaryChanged".
+extern KMV_EXPORT const std::string_view kDiskArbiterChangedDiskDetectedNotification;
+/// "kDiskEjectionRejected".
+extern KMV_EXPORT const std::string_view kDiskEjectionRejected;
+/// "kDiskArbiterRenameSucceeded".
+extern KMV_EXPORT const std::string_view kDiskArbiterRenameSucceeded;
+/// "kDiskArbiterRenameFailed".
+extern KMV_EXPORT const std::string_view kDiskArbiterRenameFailed;
 /// "kDiskArbiterDriveActivityDidUpdateNotification", posted by the activity monitor.
 extern KMV_EXPORT const std::string_view kDiskArbiterDriveActivityDidUpdateNotification;
 
-// Keys of drive dictionaries. Some are the platform's own description keys on purpose: a drive dictionary is
-// the description with additions.
-extern KMV_EXPORT const std::string_view
-    kDiskLTOArbiterTapeKey;  ///< "DiskLTOArbiterTapeKey": any; marks a tape drive
-extern KMV_EXPORT const std::string_view kDiskVolumeName;  ///< "DAVolumeName": text
-extern KMV_EXPORT const std::string_view kDiskURLKey;      ///< "DAVolumePath": URL of the mount point
-extern KMV_EXPORT const std::string_view kDiskUUIDKey;     ///< "driveUUIDKey": text, the drive's identity
-/// "DAMediaRemovableActual": boolean, the registry's verdict. The spelling is part of the name.
+// Keys of drive dictionaries.
+// Some are the platform's own description keys on purpose: a drive dictionary is the description with
+// additions.
+
+/// "DiskLTOArbiterTapeKey": any; marks a tape drive.
+extern KMV_EXPORT const std::string_view kDiskLTOArbiterTapeKey;
+/// "DAVolumeName": text.
+extern KMV_EXPORT const std::string_view kDiskVolumeName;
+/// "DAVolumePath": URL of the mount point.
+extern KMV_EXPORT const std::string_view kDiskURLKey;
+/// "driveUUIDKey": text, the drive's identity.
+extern KMV_EXPORT const std::string_view kDiskUUIDKey;
+/// "DAMediaRemovableActual": boolean, the registry's verdict.
+/// The misspelling of the name is intended.
 extern KMV_EXPORT const std::string_view kDiskRemoveableKey;
-extern KMV_EXPORT const std::string_view
-    kDiskAppearanceTimeKey;  ///< "DAAppearanceTime": real, seconds since 2001 UTC
-extern KMV_EXPORT const std::string_view kDiskNetworkKey;  ///< "DAVolumeNetwork": boolean
-extern KMV_EXPORT const std::string_view kDiskOldURLKey;   ///< "driveOldURLKey": URL before the last rename
+/// "DAAppearanceTime": real, seconds since 2001 UTC.
+extern KMV_EXPORT const std::string_view kDiskAppearanceTimeKey;
+/// "DAVolumeNetwork": boolean.
+extern KMV_EXPORT const std::string_view kDiskNetworkKey;
+/// "driveOldURLKey": URL before the last rename.
+extern KMV_EXPORT const std::string_view kDiskOldURLKey;
 /// "diskMountedPriorToApplicationInstance": boolean, true when the volume was mounted before the registry
 /// started.
 extern KMV_EXPORT const std::string_view kDiskMountedPriorToApplicationInstance;
-extern KMV_EXPORT const std::string_view
-    kDiskWrapperKey;  ///< "kDiskWrapperKey": object, the drive's place in its disk
-extern KMV_EXPORT const std::string_view kDADeviceModel;  ///< "DADeviceModel": text
+/// "kDiskWrapperKey": object, the drive's place in its disk.
+extern KMV_EXPORT const std::string_view kDiskWrapperKey;
+/// "DADeviceModel": text.
+extern KMV_EXPORT const std::string_view kDADeviceModel;
 
 namespace kmv {
 
@@ -66,7 +81,12 @@ class KMV_EXPORT KeyVariable {
 
 // Variables, not constants: empty until `KMVDiskArbiter::sharedInstance()` fills them, which it does on every
 // call.
-extern KMV_EXPORT kmv::KeyVariable kDAVolumeKindKey;    ///< then "DAVolumeKind"
-extern KMV_EXPORT kmv::KeyVariable kDAMediaBSDName;     ///< then "DAMediaBSDName"
-extern KMV_EXPORT kmv::KeyVariable kDAMediaBSDUnit;     ///< then "DAMediaBSDUnit"
-extern KMV_EXPORT kmv::KeyVariable kDAMediaContentKey;  ///< then "DAMediaContent"
+
+/// "DAVolumeKind" once filled.
+extern KMV_EXPORT kmv::KeyVariable kDAVolumeKindKey;
+/// "DAMediaBSDName" once filled.
+extern KMV_EXPORT kmv::KeyVariable kDAMediaBSDName;
+/// "DAMediaBSDUnit" once filled.
+extern KMV_EXPORT kmv::KeyVariable kDAMediaBSDUnit;
+/// "DAMediaContent" once filled.
+extern KMV_EXPORT kmv::KeyVariable kDAMediaContentKey;

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-// Everything a host needs. The simulated machine for hosts' tests is apart:
+// Everything a host needs.
+// The simulated machine for hosts' tests has a header of its own:
 // <KMVDriveLibrary/testing/SimulatedPlatform.h>.
 #include <KMVDriveLibrary/CodexExtendedAttributes.h>
 #include <KMVDriveLibrary/CodexVirtualFileSystemWrapper.h>

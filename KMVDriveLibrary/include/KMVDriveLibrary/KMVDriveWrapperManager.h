@@ -5,6 +5,7 @@
 #include <KMVDriveLibrary/Export.h>
 #include <KMVDriveLibrary/KMVDiskAdditionalInformationProtocol.h>
 #include <KMVDriveLibrary/KMVRootDiskWrapper.h>
+#include <KMVDriveLibrary/Mutex.h>
 #include <KMVDriveLibrary/NumberOrder.h>
 #include <KMVDriveLibrary/Queue.h>
 #include <KMVDriveLibrary/URL.h>
@@ -14,19 +15,19 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 
 namespace kmv::topology {
 class CodexWrapperSupply;
 }
 
-/// Files every drive that the registry learns of under its whole disk, and gives the drive its wrapper. Makes
-/// and keeps the wrappers of Codex volumes.
+/// Files every drive that the registry learns of under its whole disk, and gives the drive its wrapper.
+/// Makes and keeps the wrappers of Codex volumes.
 ///
 /// Life:    made by the first registry, as its first listener; lives as long as the process.
-/// Threads: every member may be called from any thread. Filing runs on a queue of its own,
-///          "KMVDriveWrapperManagerQueue", and waits for it; the snapshots do not. Codex wrappers are handed
-///          out on that queue.
+/// Threads: every member may be called from any thread.
+///          Filing runs on a queue of its own, "KMVDriveWrapperManagerQueue", and waits for it; the snapshots
+///          do not.
+///          Codex wrappers are handed out on that queue.
 class KMV_EXPORT KMVDriveWrapperManager
     : public KMVDiskAdditionalInformationProtocol,
       public ORVAppDriveWrapperManager<CodexVirtualFileSystemWrapper, KMVRootDiskWrapper> {
@@ -36,38 +37,53 @@ class KMV_EXPORT KMVDriveWrapperManager
   using CodexWrapper = std::shared_ptr<CodexVirtualFileSystemWrapper>;
   using WrapperSupply = std::function<void(const CodexWrapper& wrapper)>;
 
-  /// The one manager of the process. (shared)
+  /// The one manager of the process.
+  /// Selector: shared
   static const std::shared_ptr<KMVDriveWrapperManager>& shared();
-  /// The same. Selector: +sharedInstance
+  /// The same.
+  /// Selector: +sharedInstance
   static KMVDriveWrapperManager& sharedInstance();
 
-  /// A manager of its own, without a disk. Hosts use `shared`. Selector: init
+  /// A separate manager without disks.
+  /// Hosts use `shared`.
+  /// Selector: init
   KMVDriveWrapperManager();
   ~KMVDriveWrapperManager() override;
   KMVDriveWrapperManager(const KMVDriveWrapperManager&) = delete;
   KMVDriveWrapperManager& operator=(const KMVDriveWrapperManager&) = delete;
 
-  /// The whole disks that are alive at this moment. (volumeWrappers)
+  /// The whole disks that are alive at this moment.
+  /// Selector: volumeWrappers
   VolumeWrappers volumeWrappers() const override;
-  /// The same. Selector: allVolumeWrappers
+  /// The same.
+  /// Selector: allVolumeWrappers
   VolumeWrappers allVolumeWrappers() const;
 
-  /// The Codex wrappers by the path of their volume's root. Once made, a wrapper stays. (codexVFSWrappers)
+  /// The Codex wrappers by the path of their volume's root.
+  /// A wrapper is never removed.
+  /// Selector: codexVFSWrappers
   CodexVFSWrappers codexVFSWrappers() const override;
 
-  /// Files the drive and stores its wrapper in it under `kDiskWrapperKey`. False, and the drive stays as it
-  /// is, when it has no BSD name that is a text or no BSD unit that is a number; that is logged at debug
-  /// level. The wrapper is built from a copy of the drive that nobody keeps, on purpose: see
-  /// `backingDictionary`. Thread: any but the manager's queue, for which it waits. Failure: no drive at all
-  /// stops the process. Selector: addInformationAboutDiskDictionary:
+  /// Files the drive and stores its wrapper in it under `kDiskWrapperKey`.
+  /// False, and the drive stays as it is, when it has no BSD name that is a text or no BSD unit that is a
+  /// number; that is logged at debug level.
+  /// The wrapper is built from a snapshot of the drive that nobody keeps, on purpose: see
+  /// `backingDictionary`.
+  /// Thread: any but the manager's queue, for which it waits.
+  /// Failure: a null drive stops the process.
+  /// Selector: addInformationAboutDiskDictionary:
   bool addInformationAboutDiskDictionary(const std::shared_ptr<kmv::DriveDictionary>& drive) override;
 
-  /// Hands the Codex wrapper of the volume that holds `location` to `wrapperSupply`, exactly once and later,
-  /// on the manager's queue; null when the volume is none, or none is known. `arbiterDict` is the dictionary
-  /// of its drive. One wrapper for each volume, made at the first request. `requireIsReady` has no effect, on
-  /// purpose: ask the wrapper. Returns at once. The volume is asked on a thread beside, and a new wrapper
-  /// made there, so that one that does not answer holds back its own requests only; requests about different
-  /// volumes may be answered in any order. (codexVFSWrapper(for:arbiterDict:requireIsReady:wrapperSupply:))
+  /// Hands the Codex wrapper of the volume that holds `location` to `wrapperSupply`, exactly once and
+  /// asynchronously, on the manager's queue; null when that volume is not a Codex volume or unknown.
+  /// `arbiterDict` is the dictionary of its drive.
+  /// One wrapper for each volume, made at the first request.
+  /// `requireIsReady` has no effect, on purpose: ask the wrapper.
+  /// Returns at once.
+  /// The volume is asked, and a new wrapper made, on another thread, so a volume that does not answer delays
+  /// its own requests only.
+  /// Requests about different volumes may be answered in any order.
+  /// Selector: codexVFSWrapper(for:arbiterDict:requireIsReady:wrapperSupply:)
   void codexVFSWrapper(const kmv::URL& location, kmv::Dictionary arbiterDict, bool requireIsReady,
                        WrapperSupply wrapperSupply);
 
@@ -76,8 +92,8 @@ class KMV_EXPORT KMVDriveWrapperManager
   std::shared_ptr<KMVRootDiskWrapper> rootDiskOf(const kmv::Value& unit);
 
   std::shared_ptr<kmv::SerialQueue> queue_;
-  mutable std::mutex mutex_;
-  std::map<kmv::Value, std::weak_ptr<KMVRootDiskWrapper>, kmv::NumberOrder> rootDisks_;
-  std::size_t roomBeforeSweep_ = 0;
+  mutable kmv::Mutex mutex_;
+  std::map<kmv::Value, std::weak_ptr<KMVRootDiskWrapper>, kmv::NumberOrder> rootDisks_ KMV_GUARDED_BY(mutex_);
+  std::size_t roomBeforeSweep_ KMV_GUARDED_BY(mutex_) = 0;
   std::shared_ptr<kmv::topology::CodexWrapperSupply> codex_;
 };

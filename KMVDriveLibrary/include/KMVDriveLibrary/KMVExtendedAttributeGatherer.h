@@ -11,60 +11,71 @@
 #include <string>
 #include <string_view>
 
-/// Reads and writes extended attributes of files and folders, above all those of LTFS volumes. Some
-/// operations ask the system itself, others run the attribute tool at "/usr/bin/xattr"; which does which is
-/// part of the contract.
+/// Reads and writes extended attributes of files and folders, above all those of LTFS volumes.
+/// Some operations use system calls, others run the attribute tool at "/usr/bin/xattr"; which does which is
+/// part of the library's contract.
 ///
-/// Paths are bytes. Names are used as they stand; on Linux, where most file systems know names only in name
-/// spaces, the backend reads and writes "ltfs.x" as "user.ltfs.x" (docs/platforms.md). Threads: every member
-/// may be called from any thread and blocks it until the answer is there: a tool that hangs on a dead volume
-/// keeps its caller waiting, and nobody else.
+/// Paths are bytes.
+/// Names are used verbatim; on Linux, where attribute names need a name space, the backend reads and writes
+/// "ltfs.x" as "user.ltfs.x" (docs/platforms.md).
+/// Threads: every member may be called from any thread and blocks until the answer is there: a tool that
+/// hangs on a dead volume blocks its caller and nobody else.
 class KMV_EXPORT KMVExtendedAttributeGatherer {
  public:
   KMVExtendedAttributeGatherer() = delete;
 
   /// The attribute's name: 0 "ltfs.fileUID", 1 "ltfs.partition", 2 "ltfs.volumeUUID", 3 "ltfs.volumeSerial",
-  /// 4 "ltfs.volumeName", 5 "ltfs.startblock"; none above. Selector: +ltfsAttributeNameForAttribute:
+  /// 4 "ltfs.volumeName", 5 "ltfs.startblock"; none above.
+  /// Selector: +ltfsAttributeNameForAttribute:
   static std::optional<std::string> ltfsAttributeNameForAttribute(unsigned attribute);
 
-  /// The number in "ltfs.startblock"; -1 when the attribute cannot be read, 0 when it is no number. Asks the
-  /// system. Selector: +findLocationOfLTFSStartBlockAtLocation:
+  /// The number in "ltfs.startblock"; -1 when the attribute cannot be read, 0 when it is not a number.
+  /// Asks the system.
+  /// Selector: +findLocationOfLTFSStartBlockAtLocation:
   static std::int64_t findLocationOfLTFSStartBlockAtLocation(std::string_view location);
 
-  /// The value of one of the attributes above, without white space at its ends; empty when the file has no
-  /// such attribute, none for an unknown index or when the tool is missing. Runs the tool. Selector:
-  /// +findValueOfExtendedAttribute:atLocation:
+  /// The value of one of the attributes above, trimmed of white space; empty when the file has no such
+  /// attribute, none for an unknown index or when the tool is missing.
+  /// Runs the tool.
+  /// Selector: +findValueOfExtendedAttribute:atLocation:
   static std::optional<std::string> findValueOfExtendedAttribute(unsigned attribute,
                                                                  std::string_view atLocation);
 
   /// The same for an attribute of any name, and without a name a list of all attributes with their values, as
-  /// the tool prints it. Runs the tool. Selector: +findValueOfExtendedAttributeWithTitle:forItemAtLocation:
+  /// the tool prints it.
+  /// Runs the tool.
+  /// Selector: +findValueOfExtendedAttributeWithTitle:forItemAtLocation:
   static std::optional<std::string> findValueOfExtendedAttributeWithTitle(
       std::optional<std::string_view> title, std::string_view forItemAtLocation);
 
-  /// Writes an attribute, its value without a terminating NUL. False when the system refuses, without a
-  /// reason; false with an exception when the path or a text cannot be handed to the system. Asks the system.
+  /// Writes an attribute, its value without a terminating NUL.
+  /// False when the system refuses, without a reason; false with an exception when the path or a text cannot
+  /// be handed to the system.
+  /// Asks the system.
   /// Selector: +setValueForLTFSExtendedAttributeAtLocation:withLabel:withValue:exception:
   static bool setValueForLTFSExtendedAttributeAtLocation(std::string_view location,
                                                          std::string_view withLabel,
                                                          std::string_view withValue,
                                                          std::optional<kmv::Exception>& exception);
-  /// The same; an exception is dropped. Selector:
-  /// +setValueForLTFSExtendedAttributeAtLocation:withLabel:withValue:
+  /// The same; an exception is dropped.
+  /// Selector: +setValueForLTFSExtendedAttributeAtLocation:withLabel:withValue:
   static bool setValueForLTFSExtendedAttributeAtLocation(std::string_view location,
                                                          std::string_view withLabel,
                                                          std::string_view withValue);
 
-  /// Writes the date into "ltfs.modifyTime", in UTC; what stands after the point are the milliseconds since
-  /// midnight, on purpose ("2024-01-02T03:04:05.11045250Z"). No date, nothing happens. Runs the tool.
-  /// Failure: `withError` is set (domain "extendedattributes", code 1; "result" has what the tool said, or
-  /// "exception" why it could not be run); on success it stays as it is. Selector:
-  /// +setExtendedModificationDateAttributesForFile:withModificationDate:withError:
+  /// Writes the date into "ltfs.modifyTime", in UTC; the digits after the point are the milliseconds since
+  /// midnight, on purpose ("2024-01-02T03:04:05.11045250Z").
+  /// Without a date nothing happens.
+  /// Runs the tool.
+  /// Failure: `withError` is set (domain "extendedattributes", code 1; user info: "result" has the tool's
+  /// output, or "exception" why it could not be run).
+  /// On success it is unchanged.
+  /// Selector: +setExtendedModificationDateAttributesForFile:withModificationDate:withError:
   static void setExtendedModificationDateAttributesForFile(std::string_view file,
                                                            std::optional<kmv::Date> withModificationDate,
                                                            std::optional<kmv::Error>& withError);
-  /// The same for "ltfs.createTime". Selector:
-  /// +setExtendedCreationDateAttributesForFile:withCreationDate:withError:
+  /// The same for "ltfs.createTime".
+  /// Selector: +setExtendedCreationDateAttributesForFile:withCreationDate:withError:
   static void setExtendedCreationDateAttributesForFile(std::string_view file,
                                                        std::optional<kmv::Date> withCreationDate,
                                                        std::optional<kmv::Error>& withError);

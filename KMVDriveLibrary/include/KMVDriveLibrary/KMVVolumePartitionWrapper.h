@@ -4,7 +4,7 @@
 #include <KMVDriveLibrary/Export.h>
 #include <KMVDriveLibrary/KMVDiskBSDBaseWrapper.h>
 
-/// A whole disk or a partition that is no APFS volume.
+/// A whole disk or a partition, but not an APFS volume.
 class KMV_EXPORT KMVVolumePartitionWrapper : public KMVDiskBSDBaseWrapper {
  public:
   /// Selector: initWithDictionary:withRootVolumeWrapper:

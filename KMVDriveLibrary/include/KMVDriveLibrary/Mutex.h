@@ -5,8 +5,9 @@
 #include <condition_variable>
 #include <mutex>
 
-// A mutex that the compiler checks: clang's thread-safety analysis (-Wthread-safety, an error in our clang builds)
-// refuses an access to a member marked KMV_GUARDED_BY while its mutex is not held. Other compilers see plain types.
+// A mutex that the compiler checks: clang's thread-safety analysis (-Wthread-safety, an error in our clang
+// builds) refuses an access to a member marked KMV_GUARDED_BY while its mutex is not held.
+// Other compilers see plain types.
 //
 //   kmv::Mutex mutex_;
 //   int count_ KMV_GUARDED_BY(mutex_) = 0;
@@ -32,7 +33,8 @@
 #define KMV_RELEASE(...) KMV_THREAD_ANNOTATION(release_capability(__VA_ARGS__))
 /// The function takes the mutex when it returns the first argument.
 #define KMV_TRY_ACQUIRE(...) KMV_THREAD_ANNOTATION(try_acquire_capability(__VA_ARGS__))
-/// Not checked. Say why beside it.
+/// Not checked.
+/// Say why beside it.
 #define KMV_NO_THREAD_SAFETY_ANALYSIS KMV_THREAD_ANNOTATION(no_thread_safety_analysis)
 
 namespace kmv {
@@ -71,8 +73,9 @@ class KMV_THREAD_ANNOTATION(scoped_lockable) MutexLock {
   std::unique_lock<std::mutex> lock_;
 };
 
-/// `std::condition_variable` for `MutexLock`. There is no predicate form: a loop around the wait reads guarded
-/// members where the analysis sees that the mutex is held.
+/// `std::condition_variable` for `MutexLock`.
+/// There is no predicate form: a loop around the wait reads guarded members where the analysis sees that the
+/// mutex is held.
 class ConditionVariable {
  public:
   void wait(MutexLock& lock) { condition_.wait(lock.lock_); }

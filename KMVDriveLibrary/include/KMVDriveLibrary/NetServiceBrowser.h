@@ -10,7 +10,8 @@ namespace kmv {
 
 class NetServiceBrowser;
 
-/// Hears what a browser finds. Called on whatever thread the platform browses on.
+/// Receives what a browser finds.
+/// Thread: the one on which the platform browses.
 class KMV_EXPORT NetServiceBrowserDelegate {
  public:
   virtual ~NetServiceBrowserDelegate();
@@ -26,11 +27,12 @@ class KMV_EXPORT NetServiceBrowserDelegate {
 class KMV_EXPORT NetServiceBrowser {
  public:
   virtual ~NetServiceBrowser();
+  /// Whether peer-to-peer links are searched too.
   virtual void setIncludesPeerToPeer(bool includes) = 0;
   /// Not owned; must outlive the browser.
   virtual void setDelegate(NetServiceBrowserDelegate* delegate) = 0;
-  /// Begins to look for services of a type ("_http._tcp.") in a domain; the empty one stands for the default
-  /// ones.
+  /// Begins to look for services of a type ("_http._tcp.") in a domain; an empty domain stands for the
+  /// defaults.
   virtual void searchForServicesOfType(std::string_view type, std::string_view inDomain) = 0;
 };
 

@@ -15,8 +15,7 @@ namespace kmv {
 
 class DriveDictionary;
 
-/// What a notification is about: nothing, a live drive dictionary, a dictionary that no longer changes, or an
-/// object.
+/// What a notification is about: nothing, a live drive dictionary, an immutable dictionary, or an object.
 class KMV_EXPORT NotificationObject {
  public:
   NotificationObject() = default;
@@ -28,8 +27,8 @@ class KMV_EXPORT NotificationObject {
 
   /// The live drive dictionary; null when the object is something else.
   std::shared_ptr<DriveDictionary> drive() const;
-  /// The content: the dictionary itself, or the live dictionary's content at this moment; null when it is
-  /// neither.
+  /// The content: the dictionary itself, or the live dictionary's content at this moment; null when it is not
+  /// a dictionary.
   DictionarySnapshot dictionary() const;
   /// The object; null when it is a dictionary or nothing.
   std::shared_ptr<Object> object() const;
@@ -41,25 +40,30 @@ class KMV_EXPORT NotificationObject {
       storage_;
 };
 
-/// One announcement. Valid for as long as it is held; observers may copy it.
+/// One announcement.
+/// A value: observers may copy and keep it.
 struct Notification {
   std::string name;
   NotificationObject object;
   DictionarySnapshot userInfo;  ///< null when the notification has none
 };
 
-/// Hands announcements to whoever asked for them.
+/// Delivers notifications to the observers that registered for them.
 ///
 /// Posting is synchronous: every observer has run when `post` returns, on the posting thread, in order of
-/// registration (those of one name and those of all names mixed). The list is taken at the start of a post,
-/// so observers may post, add and remove; one that is added during a post is not called for it, one that is
-/// removed is not called any more, unless its call had begun on another thread. Threads: every member may be
-/// called from any thread. Observers run outside the centre's lock.
+/// registration (those of one name and those of all names mixed).
+/// A post works on a snapshot of the observers taken at its start, so observers may post, add and remove
+/// (re-entrancy).
+/// An observer added during a post is not called for it.
+/// A removed one is not called any more, unless its call had begun on another thread.
+/// Threads: every member may be called from any thread.
+/// Observers run outside the centre's lock.
 class KMV_EXPORT NotificationCenter {
  public:
   using Observer = std::function<void(const Notification&)>;
 
-  /// Keeps an observer registered while it lives. Empty after a move.
+  /// Keeps an observer registered while it lives.
+  /// Empty after a move.
   class KMV_EXPORT Registration {
    public:
     Registration();
@@ -67,7 +71,8 @@ class KMV_EXPORT NotificationCenter {
     Registration(Registration&& other) noexcept;
     Registration& operator=(Registration&& other) noexcept;
 
-    /// Ends the registration now. The observer is let go of when no post uses it any more.
+    /// Ends the registration now.
+    /// The observer is released when no post in flight uses it any more.
     void unregister();
 
    private:
@@ -82,15 +87,18 @@ class KMV_EXPORT NotificationCenter {
   NotificationCenter(const NotificationCenter&) = delete;
   NotificationCenter& operator=(const NotificationCenter&) = delete;
 
-  /// The process's centre, on which everything in this library is posted. Lives until the process ends.
+  /// The default centre of the process, on which the library posts everything.
+  /// Lifetime: the process.
   static NotificationCenter& defaultCenter();
 
   /// Calls `observer` for every notification named `name` (none: of any name) whose object has the address
-  /// `object` (null: any object). Objects are told apart by identity, never by content.
+  /// `object` (null: any object).
+  /// Objects are compared by identity, never by content.
   [[nodiscard]] Registration addObserver(std::optional<std::string_view> name, Observer observer,
                                          const void* object = nullptr);
 
-  /// Posts on the calling thread.
+  /// Calls the observers on the calling thread.
+  /// Thread: any.
   void post(const Notification& notification);
 
  private:

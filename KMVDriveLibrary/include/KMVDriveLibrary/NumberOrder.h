@@ -6,8 +6,9 @@
 
 namespace kmv {
 
-/// Orders number values by what they are worth, whatever their kinds: true, 1 and 1.0 are one key of a map.
-/// What is no number counts as the real that is none (NaN), which comes last. Exact for every integer.
+/// A strict weak order of values by number, whatever their kinds: true, 1 and 1.0 are one key of a map.
+/// NaN is unordered, so it comes last here; a value that is not a number counts as NaN.
+/// Exact for every 64-bit integer: nothing is rounded to a double.
 struct KMV_EXPORT NumberOrder {
   bool operator()(const Value& a, const Value& b) const;
 };

@@ -14,8 +14,8 @@
 
 namespace kmv {
 
-/// Immutable copies of the drives that were present at one moment, by mount URL, in ascending order of the
-/// URLs.
+/// An immutable snapshot of the drives that were present at one moment, by mount URL, in ascending order of
+/// the URLs.
 class KMV_EXPORT MountedDictionaries {
  public:
   using Entry = std::pair<URL, DictionarySnapshot>;
@@ -36,11 +36,13 @@ class KMV_EXPORT MountedDictionaries {
   std::vector<Entry> entries_;
 };
 
-/// Drives by mount URL, shared between threads: the registry's list of what is mounted.
+/// Drives by mount URL, thread-safe: the registry's list of what is mounted.
 ///
-/// Besides the key, drives are found by their content at the cost of a look-up, not of a walk; changes of a
-/// drive's content are followed. Enumeration order: ascending order of the keys; "the first" means the first
-/// in this order. Threads: every member may be called from any thread; none calls out.
+/// Drives are indexed by the key and by their content (UUID, path, appearance time), so a look-up is no
+/// linear scan.
+/// The index follows changes of a drive's content.
+/// Enumeration order: ascending order of the keys; "the first" means the first in this order.
+/// Threads: every member may be called from any thread; none calls foreign code.
 class KMV_EXPORT PresentDriveTable {
  public:
   using Drive = std::shared_ptr<DriveDictionary>;
@@ -53,23 +55,24 @@ class KMV_EXPORT PresentDriveTable {
 
   /// The drive under `key`; null when there is none.
   Drive find(const URL& key) const;
-  /// Puts `drive` under `key` in place of what was there. A null drive removes the entry.
+  /// Stores `drive` under `key` and replaces what was there.
+  /// A null drive removes the entry.
   void set(const URL& key, Drive drive);
   /// False when there was no such entry.
   bool remove(const URL& key);
 
   std::size_t count() const;
   std::vector<Entry> snapshot() const;
-  /// The content of every drive at this moment, by key.
+  /// A snapshot of every drive's content, by key.
   MountedDictionaries copies() const;
 
   /// The first drive whose "driveUUIDKey" is exactly this text; null when there is none.
   Drive firstWithUUID(std::string_view driveUUID) const;
   /// The first drive whose "DAVolumePath" equals this URL; null when there is none.
   Drive firstWithVolumePath(const URL& path) const;
-  /// The first drive that agrees with each criterion given: the canonical text of "DAVolumeUUID" (absent
-  /// counts as the empty text), the "DAAppearanceTime" (absent counts as 0; compared as doubles). REQUIRES:
-  /// at least one criterion.
+  /// The first drive that matches every criterion given: the canonical text of "DAVolumeUUID" (absent counts
+  /// as the empty text), the "DAAppearanceTime" (absent counts as 0; compared as doubles).
+  /// REQUIRES: at least one criterion.
   Drive firstMatching(std::optional<std::string_view> volumeUUID, std::optional<double> appearanceTime) const;
 
  private:

@@ -12,12 +12,13 @@
 
 namespace kmv {
 
-/// A reference to something callable without arguments; costs no allocation. Valid while the callable lives.
+/// A non-owning reference to a callable without arguments; allocates nothing.
+/// Lifetime: the callable's.
 class TaskReference {
  public:
   template <typename F>
-  requires(!std::is_same_v<std::remove_cvref_t<F>, TaskReference>) TaskReference(
-      F&& callable)  // NOLINT(google-explicit-constructor): a lambda is to be passed as it stands
+  requires(!std::is_same_v<std::remove_cvref_t<F>, TaskReference>)
+      TaskReference(F&& callable)  // NOLINT(google-explicit-constructor): callers pass a lambda directly
       : target_(const_cast<void*>(static_cast<const void*>(std::addressof(callable)))),
         call_([](void* target) { (*static_cast<std::remove_reference_t<F>*>(target))(); }) {}
 
@@ -28,13 +29,11 @@ class TaskReference {
   void (*call_)(void*);
 };
 
-/// A labelled serial queue: tasks run one at a time, in the order in which they were handed over; what one
-/// task did is visible to the next.
+/// A labelled serial queue: tasks run one at a time, first in, first out; each happens before the next.
 ///
 /// Threads: every member may be called from any thread.
-/// Failure: waiting for a queue from a task that runs on it can never end; it stops the process with a
-/// message that names
-///          the queue.
+/// Failure: waiting for a queue from one of its own tasks would deadlock; it stops the process with a message
+/// that names the queue.
 class KMV_EXPORT SerialQueue {
  public:
   using Task = std::function<void()>;
@@ -43,11 +42,12 @@ class KMV_EXPORT SerialQueue {
 
   virtual const std::string& label() const = 0;
 
-  /// Runs `task` later; returns at once.
+  /// Queues `task`; never blocks.
   virtual void async(Task task) = 0;
 
-  /// Runs `task` after everything handed over before, and returns when it has run. A free queue runs it on
-  /// the calling thread. What `task` throws reaches the caller.
+  /// Runs `task` after everything queued before, and returns when it has run.
+  /// An idle queue runs it on the calling thread.
+  /// Exceptions of `task` propagate to the caller.
   virtual void sync(TaskReference task) = 0;
 
   /// As `async`, but not before `delay` has passed on the monotonic clock.
@@ -57,24 +57,27 @@ class KMV_EXPORT SerialQueue {
   virtual bool isCurrent() const = 0;
 };
 
-/// The process's main queue. Nothing runs on it by itself: the host runs it, drains it, or watches its
-/// descriptor in a loop of its own and drains it when the descriptor becomes readable. The thread that does
-/// so is the main thread meanwhile.
+/// The process's main queue.
+/// Nothing runs on it by itself: the host runs it, drains it, or polls its descriptor in an event loop and
+/// drains it when that becomes readable.
+/// The thread that does so is the main thread meanwhile.
 class KMV_EXPORT MainQueue : public SerialQueue {
  public:
-  /// Runs tasks on the calling thread until `stop` is called. REQUIRES: no other thread runs or drains the
-  /// queue.
+  /// Runs tasks on the calling thread until `stop` is called.
+  /// REQUIRES: no other thread runs or drains the queue.
   virtual void run() = 0;
 
-  /// Makes the present or the next `run` return after the task it is in. Any thread; not async-signal-safe.
+  /// Makes the present or the next `run` return after its current task.
+  /// Thread: any; not async-signal-safe.
   virtual void stop() = 0;
 
-  /// Runs the tasks that are due now, on the calling thread, and returns how many ran. Tasks that they hand
-  /// over wait for the next call.
+  /// Runs the tasks that are due now, on the calling thread, and returns how many ran.
+  /// Tasks that they queue wait for the next call.
   virtual std::size_t drain() = 0;
 
   /// A descriptor that polls readable while tasks wait, for a host's own event loop; -1 where the platform
-  /// has none. Owned by the queue: poll it, neither read nor close it.
+  /// has none.
+  /// Owner: the queue; poll it, neither read nor close it.
   virtual int fileDescriptor() = 0;
 };
 

@@ -2,14 +2,13 @@
 #pragma once
 
 #include <KMVDriveLibrary/Export.h>
+#include <KMVDriveLibrary/Mutex.h>
 
-#include <condition_variable>
-#include <mutex>
 #include <thread>
 
 namespace kmv {
 
-/// A counting semaphore whose waiters may take several units as one step.
+/// A counting semaphore whose waiters may take several units atomically.
 /// Threads: every member may be called from any thread.
 class KMV_EXPORT Semaphore {
  public:
@@ -17,16 +16,16 @@ class KMV_EXPORT Semaphore {
   Semaphore(const Semaphore&) = delete;
   Semaphore& operator=(const Semaphore&) = delete;
 
-  /// Takes one unit, waiting for it without limit.
+  /// Takes one unit; blocks without a time limit.
   void wait();
   /// Gives one unit back.
   void signal();
-  /// The units that are free now; only a hint when other threads use the semaphore.
+  /// The free units; only a hint, since other threads may take them at any time.
   int count() const;
 
-  /// Takes `units` units as one step and gives them back at the end of its life. All units come at once: two
-  /// writers that collected theirs one by one could each hold half and wait for ever. Failure: a second
-  /// exclusive hold on the same thread could never be had; it stops the process with a message.
+  /// Takes `units` units atomically and gives them back in its destructor.
+  /// Not one by one: two writers could each hold half and deadlock.
+  /// Failure: a second exclusive hold on the same thread would deadlock; it stops the process with a message.
   class KMV_EXPORT ExclusiveHold {
    public:
     ExclusiveHold(Semaphore& semaphore, int units);
@@ -40,10 +39,10 @@ class KMV_EXPORT Semaphore {
   };
 
  private:
-  mutable std::mutex mutex_;
-  std::condition_variable freed_;
-  int count_;
-  std::thread::id holder_;
+  mutable Mutex mutex_;
+  ConditionVariable freed_;
+  int count_ KMV_GUARDED_BY(mutex_);
+  std::thread::id holder_ KMV_GUARDED_BY(mutex_);  // of the exclusive hold
 };
 
 }  // namespace kmv

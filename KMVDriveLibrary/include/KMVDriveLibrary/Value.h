@@ -44,19 +44,20 @@ struct Date {
 using Data = std::vector<std::byte>;
 using Array = std::vector<Value>;
 
-/// A copy of a dictionary that nothing can change any more. Never null where the library hands one out.
+/// An immutable snapshot of a dictionary.
+/// Never null where the library returns one, unless the member says so.
 using DictionarySnapshot = std::shared_ptr<const Dictionary>;
 
-/// One value of a description or drive dictionary: a closed sum of eleven kinds.
+/// One value of a description or drive dictionary: a variant of eleven kinds.
 ///
 /// Booleans and numbers are different kinds, yet equal when their numbers are (true equals 1 and 1.0), as on
-/// the platform that the vocabulary comes from. Values are immutable and may be shared between threads; large
-/// ones share their storage.
+/// the platform that the vocabulary comes from.
+/// Values are immutable and may be shared between threads; large ones share their storage.
 class KMV_EXPORT Value {
  public:
   enum class Kind { boolean, integer, real, text, url, uuid, date, data, array, dictionary, object };
 
-  // NOLINTBEGIN(google-explicit-constructor): a dictionary literal is to read like one.
+  // NOLINTBEGIN(google-explicit-constructor): keeps dictionary literals readable.
   template <std::same_as<bool> T>
   Value(T value) : storage_(value) {}
   /// Integers are kept as signed 64-bit numbers; an unsigned one above that range becomes a real.
@@ -80,11 +81,12 @@ class KMV_EXPORT Value {
   /// True for integers, reals and booleans, since a boolean is a number object.
   bool isNumber() const { return kind() <= Kind::real; }
 
-  /// The number's truth: any non-zero number is true. False for what is no number.
+  /// True for any non-zero number; false for anything that is not a number.
   bool boolValue() const;
-  /// The number as a double; 0 for what is no number.
+  /// The number as a double; 0 for anything that is not a number.
   double doubleValue() const;
-  /// The number as an integer, reals cut towards zero and clamped to the range; 0 for what is no number.
+  /// The number as an integer, reals truncated towards zero and clamped to the range; 0 for anything that is
+  /// not a number.
   std::int64_t integerValue() const;
 
   /// Pointers into this value; null when it is of another kind.
@@ -96,11 +98,11 @@ class KMV_EXPORT Value {
   const Data* asData() const;
   const Array* asArray() const;
   const Dictionary* asDictionary() const;
-  /// The object; null when this is no object.
+  /// The object; null when this is of another kind.
   std::shared_ptr<Object> asObject() const;
 
-  /// The printed form used in log lines: text as it stands, booleans as 1 and 0, containers over several
-  /// lines in ascending key order with what is not plain ASCII letters and digits quoted.
+  /// The printed form used in log lines: text verbatim, booleans as 1 and 0, containers over several lines in
+  /// ascending key order, quoting everything but plain ASCII letters and digits.
   std::string description() const;
 
   KMV_EXPORT friend bool operator==(const Value& a, const Value& b);
@@ -119,8 +121,9 @@ class KMV_EXPORT Value {
   Storage storage_;
 };
 
-/// A map from text to values: the form of every description, drive dictionary and user info. A plain value:
-/// copying it copies the entries. Enumeration order: ascending byte order of the keys.
+/// A map from text to values: the form of every description, drive dictionary and user info.
+/// A plain value: copying it copies the entries.
+/// Enumeration order: ascending byte order of the keys.
 class KMV_EXPORT Dictionary {
  public:
   using Entry = std::pair<std::string, Value>;
@@ -130,7 +133,8 @@ class KMV_EXPORT Dictionary {
   /// A later entry of the same key wins.
   Dictionary(std::initializer_list<Entry> entries);
 
-  /// The value of `key`; null when there is none. Valid until the dictionary changes.
+  /// The value of `key`; null when there is none.
+  /// Valid until the dictionary changes.
   const Value* find(std::string_view key) const;
   bool contains(std::string_view key) const { return find(key) != nullptr; }
 
@@ -140,7 +144,7 @@ class KMV_EXPORT Dictionary {
   const UUID* uuid(std::string_view key) const;
   /// The number under `key`; an absent one reads as 0.
   double doubleValue(std::string_view key) const;
-  /// The truth of the number under `key`; none when the key is absent.
+  /// `Value::boolValue` of the entry; none when the key is absent.
   std::optional<bool> boolValue(std::string_view key) const;
 
   void set(std::string_view key, Value value);

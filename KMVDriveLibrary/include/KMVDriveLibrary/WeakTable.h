@@ -1,24 +1,26 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <KMVDriveLibrary/Mutex.h>
+
 #include <algorithm>
 #include <cstddef>
 #include <memory>
-#include <mutex>
 #include <vector>
 
 namespace kmv {
 
-/// A table that does not keep its members alive: whoever holds the last reference to one takes it out by
-/// letting go. Enumeration order: order of insertion. Threads: every member may be called from any thread; an
-/// enumeration holds what it found alive, so it never sees half a change.
+/// A set of weak references: a member leaves it when its last owner releases it.
+/// Enumeration order: order of insertion.
+/// Threads: every member may be called from any thread; an enumeration is a snapshot that keeps its members
+/// alive.
 template <typename T>
 class WeakTable {
  public:
-  /// Adds `member`; nothing happens when it is in the table, or null.
+  /// Adds `member`; does nothing when it is null or in the table already.
   void add(const std::shared_ptr<T>& member) {
     if (member == nullptr || contains(member)) return;
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     if (members_.size() >= roomBeforeSweep_) sweep();
     members_.push_back(member);
   }
@@ -28,7 +30,7 @@ class WeakTable {
   }
   /// The members that are alive.
   std::vector<std::shared_ptr<T>> allObjects() const {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     std::vector<std::shared_ptr<T>> all;
     all.reserve(members_.size());
     for (const auto& weak : members_) {
@@ -41,15 +43,15 @@ class WeakTable {
  private:
   static constexpr std::size_t kSmallestRoom = 16;
 
-  /// Takes out what is gone, at a cost that the additions since the last time have paid for.
-  void sweep() {
+  /// Removes expired members; amortised O(1) for each addition, since the room doubles.
+  void sweep() KMV_REQUIRES(mutex_) {
     std::erase_if(members_, [](const auto& weak) { return weak.expired(); });
     roomBeforeSweep_ = std::max(kSmallestRoom, 2 * members_.size());
   }
 
-  mutable std::mutex mutex_;
-  std::vector<std::weak_ptr<T>> members_;
-  std::size_t roomBeforeSweep_ = kSmallestRoom;
+  mutable Mutex mutex_;
+  std::vector<std::weak_ptr<T>> members_ KMV_GUARDED_BY(mutex_);
+  std::size_t roomBeforeSweep_ KMV_GUARDED_BY(mutex_) = kSmallestRoom;
 };
 
 }  // namespace kmv

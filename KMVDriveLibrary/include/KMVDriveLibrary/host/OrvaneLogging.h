@@ -2,26 +2,29 @@
 #pragma once
 
 #include <KMVDriveLibrary/Export.h>
+#include <KMVDriveLibrary/Mutex.h>
 
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string_view>
 
-/// What this library needs from the maker's logging framework: one shared logger with three levels. Lines go
-/// nowhere until the host sets a sink. Threads: every member may be called from any thread.
+/// What this library needs from the maker's logging framework: one shared logger with three levels.
+/// Lines are dropped until the host sets a sink.
+/// Threads: every member may be called from any thread.
 class KMV_EXPORT OrvaneLog {
  public:
   enum class Level { debug, info, error };
-  /// Receives each line without a line feed, on the thread that logs. May be called from several threads at
-  /// once.
+  /// Receives each line without a line feed, on the thread that logs.
+  /// Must be thread-safe: several threads may log at once.
   using Sink = std::function<void(Level, std::string_view line)>;
 
-  /// The shared logger; lives as long as the process. (OrvaneLog.default)
+  /// The shared logger.
+  /// Lifetime: the process.
+  /// Selector: OrvaneLog.default
   static OrvaneLog& defaultLog();
 
-  /// Replaces the sink; an empty one drops lines again. A line that another thread is logging may still reach
-  /// the old sink.
+  /// Replaces the sink; an empty one drops lines again.
+  /// A line that another thread is logging may still reach the old sink.
   void setSink(Sink sink);
 
   /// Selector: logDebug:
@@ -34,6 +37,6 @@ class KMV_EXPORT OrvaneLog {
  private:
   void log(Level level, std::string_view line) const;
 
-  mutable std::mutex mutex_;
-  std::shared_ptr<const Sink> sink_;
+  mutable kmv::Mutex mutex_;
+  std::shared_ptr<const Sink> sink_ KMV_GUARDED_BY(mutex_);
 };
