@@ -12,6 +12,7 @@
 #include "arbiter/Descriptions.h"
 #include "arbiter/KMVDiskArbiterProperties.h"
 #include "arbiter/WriterLock.h"
+#include "base/UTF8.h"
 #include "platform/Platform.h"
 
 namespace {
@@ -50,15 +51,7 @@ URL volumeOf(const std::optional<URL>& url) {
 /// decoding never fails.
 std::string textOfASCII(const std::string& bytes) {
   std::string text;
-  for (const char c : bytes) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte < 0x80) {
-      text += c;
-    } else {
-      text += static_cast<char>(0xc0 | (byte >> 6));
-      text += static_cast<char>(0x80 | (byte & 0x3f));
-    }
-  }
+  for (const char c : bytes) kmv::appendUTF8(text, static_cast<unsigned char>(c));
   return text;
 }
 

@@ -6,9 +6,6 @@
 
 namespace kmv {
 
-/// The value of a hexadecimal digit; -1 for anything else.
-int hexDigitValue(char digit);
-
 /// Path bytes as URL text: letters, digits and "-._~!$&'()*+,=:@/" stay, every other byte becomes "%XX",
 /// upper case.
 std::string percentEncodedPath(std::string_view path);

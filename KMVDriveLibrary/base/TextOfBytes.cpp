@@ -19,7 +19,7 @@ bool isWhiteSpace(char32_t c) {
 /// Where the last character of a text that is not empty begins.
 std::size_t startOfLast(std::string_view text) {
   std::size_t start = text.size() - 1;
-  while (start > 0 && (static_cast<unsigned char>(text[start]) & 0xc0U) == 0x80) --start;
+  while (start > 0 && isUTF8Continuation(text[start])) --start;
   std::size_t end = start;
   nextCharacter(text, end);
   return end == text.size() ? start : text.size() - 1;

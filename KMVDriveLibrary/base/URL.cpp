@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 
+#include "base/Hex.h"
 #include "base/Percent.h"
 
 namespace kmv {
@@ -42,15 +43,7 @@ constexpr auto kUnescaped = unescapedPathBytes();
 
 }  // namespace
 
-int hexDigitValue(char digit) {
-  if (digit >= '0' && digit <= '9') return digit - '0';
-  if (digit >= 'a' && digit <= 'f') return digit - 'a' + 10;
-  if (digit >= 'A' && digit <= 'F') return digit - 'A' + 10;
-  return -1;
-}
-
 std::string percentEncodedPath(std::string_view path) {
-  static constexpr char kDigits[] = "0123456789ABCDEF";
   std::string text;
   text.reserve(path.size());
   for (const char c : path) {
@@ -59,8 +52,7 @@ std::string percentEncodedPath(std::string_view path) {
       text += c;
     } else {
       text += '%';
-      text += kDigits[byte >> 4];
-      text += kDigits[byte & 15];
+      appendHexByte(text, byte);
     }
   }
   return text;
@@ -95,10 +87,9 @@ std::string percentDecoded(std::string_view text) {
   bytes.reserve(text.size());
   for (std::size_t i = 0; i < text.size(); ++i) {
     if (text[i] == '%' && i + 2 < text.size()) {
-      const int high = hexDigitValue(text[i + 1]);
-      const int low = hexDigitValue(text[i + 2]);
-      if (high >= 0 && low >= 0) {
-        bytes += static_cast<char>(high * 16 + low);
+      const int byte = hexByteValue(text[i + 1], text[i + 2]);
+      if (byte >= 0) {
+        bytes += static_cast<char>(byte);
         i += 2;
         continue;
       }

@@ -26,14 +26,30 @@ char32_t nextCharacter(std::string_view text, std::size_t& at) {
   char32_t character = lead.bits;
   bool valid = at + lead.length <= text.size();
   for (std::size_t i = 1; valid && i < lead.length; ++i) {
-    const auto byte = static_cast<unsigned char>(text[at + i]);
-    valid = (byte & 0xc0) == 0x80;
-    character = (character << 6) | (byte & 0x3fU);
+    valid = isUTF8Continuation(text[at + i]);
+    character = (character << 6) | (static_cast<unsigned char>(text[at + i]) & 0x3fU);
   }
   valid = valid && character >= lead.smallest && character <= 0x10ffff &&
           (character < 0xd800 || character > 0xdfff);
   at += valid ? lead.length : 1;
   return valid ? character : first;
+}
+
+void appendUTF8(std::string& text, char32_t character) {
+  const auto add = [&text](char32_t byte) { text += static_cast<char>(static_cast<unsigned char>(byte)); };
+  if (character < 0x80) return add(character);
+  if (character < 0x800) {
+    add(0xc0U | character >> 6);
+  } else {
+    if (character < 0x10000) {
+      add(0xe0U | character >> 12);
+    } else {
+      add(0xf0U | character >> 18);
+      add(0x80U | (character >> 12 & 0x3fU));
+    }
+    add(0x80U | (character >> 6 & 0x3fU));
+  }
+  add(0x80U | (character & 0x3fU));
 }
 
 }  // namespace kmv

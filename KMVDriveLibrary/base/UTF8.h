@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
 #include <string_view>
 
 namespace kmv {
@@ -10,5 +11,13 @@ namespace kmv {
 /// (overlong forms and surrogates are none) is taken alone, as the character of its own number: bytes are
 /// never lost. REQUIRES: at < text.size().
 char32_t nextCharacter(std::string_view text, std::size_t& at);
+
+/// Appends a character. REQUIRES: one of Unicode, no surrogate.
+void appendUTF8(std::string& text, char32_t character);
+
+/// True for a byte inside a sequence, of which none begins a character.
+constexpr bool isUTF8Continuation(char byte) {
+  return (static_cast<unsigned char>(byte) & 0xc0U) == 0x80;
+}
 
 }  // namespace kmv

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <KMVDriveLibrary/UUID.h>
 
-#include "base/Percent.h"
+#include "base/Hex.h"
 
 namespace kmv {
 namespace {
@@ -30,13 +30,11 @@ std::optional<UUID> UUID::fromString(std::string_view text) {
 }
 
 std::string UUID::string() const {
-  static constexpr char kDigits[] = "0123456789ABCDEF";
   std::string text;
   text.reserve(36);
   for (const std::uint8_t byte : bytes_) {
     if (isDashPosition(text.size())) text += '-';
-    text += kDigits[byte >> 4];
-    text += kDigits[byte & 15];
+    appendHexByte(text, byte);
   }
   return text;
 }

@@ -156,7 +156,7 @@ std::string clippedDescription(const Value& value, std::size_t most) {
   std::string text = isContainer(value) ? containerDescription(value, most) : value.description();
   if (text.size() > most) {
     std::size_t end = most;  // and no part of a character
-    while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xc0U) == 0x80) --end;
+    while (end > 0 && isUTF8Continuation(text[end])) --end;
     text.resize(end);
     text += "…";
   }

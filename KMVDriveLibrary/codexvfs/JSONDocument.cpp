@@ -9,6 +9,8 @@
 #include <utility>
 #include <vector>
 
+#include "base/UTF8.h"
+
 namespace kmv {
 namespace {
 
@@ -99,27 +101,6 @@ Encoding encodingOf(std::string_view bytes) {
   if (isZero(0) && isZero(2)) return {2, true, 0};
   if (isZero(1) && isZero(3)) return {2, false, 0};
   return {};
-}
-
-void appendUTF8(std::string& text, std::uint32_t character) {
-  const auto add = [&text](std::uint32_t byte) {
-    text += static_cast<char>(static_cast<unsigned char>(byte));
-  };
-  if (character < 0x80) {
-    add(character);
-  } else if (character < 0x800) {
-    add(0xc0U | character >> 6);
-    add(0x80U | (character & 0x3fU));
-  } else if (character < 0x10000) {
-    add(0xe0U | character >> 12);
-    add(0x80U | (character >> 6 & 0x3fU));
-    add(0x80U | (character & 0x3fU));
-  } else {
-    add(0xf0U | character >> 18);
-    add(0x80U | (character >> 12 & 0x3fU));
-    add(0x80U | (character >> 6 & 0x3fU));
-    add(0x80U | (character & 0x3fU));
-  }
 }
 
 /// The document in UTF-8; none where units are cut short or make no character.

@@ -7,11 +7,11 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
-#include <charconv>
 #include <memory>
 
+#include "base/Text.h"
 #include "platform/posix/FileDescriptor.h"
+#include "platform/posix/Retry.h"
 
 namespace kmv {
 namespace {
@@ -25,8 +25,7 @@ std::optional<std::string> readWhole(int fd) {
   std::string text;
   std::array<char, 16384> buffer;
   for (;;) {
-    const ssize_t count = ::read(fd, buffer.data(), buffer.size());
-    if (count < 0 && errno == EINTR) continue;
+    const ssize_t count = retryOnEINTR([&] { return ::read(fd, buffer.data(), buffer.size()); });
     if (count < 0) return std::nullopt;
     if (count == 0) return text;
     text.append(buffer.data(), static_cast<std::size_t>(count));
@@ -83,31 +82,6 @@ std::vector<std::string> listFolder(const std::string& path) {
   }
   std::sort(names.begin(), names.end());
   return names;
-}
-
-std::string_view lastComponent(std::string_view path) {
-  const std::size_t slash = path.rfind('/');
-  return slash == std::string_view::npos ? path : path.substr(slash + 1);
-}
-
-std::string_view parentFolder(std::string_view path) {
-  const std::size_t slash = path.rfind('/');
-  return slash == std::string_view::npos ? std::string_view() : path.substr(0, slash);
-}
-
-std::string_view trimmed(std::string_view text) {
-  constexpr std::string_view kBlanks = " \t\r\n";
-  const std::size_t first = text.find_first_not_of(kBlanks);
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
-}
-
-std::optional<std::uint64_t> parseNumber(std::string_view text) {
-  std::uint64_t number = 0;
-  const char* end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, number);
-  if (error != std::errc() || stop != end) return std::nullopt;
-  return number;
 }
 
 }  // namespace kmv

@@ -32,11 +32,4 @@ std::string joinLink(std::string_view folder, std::string_view target);
 /// The names in a folder, sorted, without "." and "..".
 std::vector<std::string> listFolder(const std::string& path);
 
-std::string_view lastComponent(std::string_view path);
-std::string_view parentFolder(std::string_view path);
-std::string_view trimmed(std::string_view text);
-
-/// A decimal number that fills `text`; none otherwise.
-std::optional<std::uint64_t> parseNumber(std::string_view text);
-
 }  // namespace kmv

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "base/Text.h"
 #include "platform/posix/SystemFiles.h"
 
 namespace kmv {

@@ -8,21 +8,14 @@
 #include <algorithm>
 #include <string>
 
+#include "base/Text.h"
 #include "platform/linux/mounts/VolumeRules.h"
-#include "platform/posix/SystemFiles.h"
 
 namespace kmv {
 namespace {
 
 /// The name space of the UUIDs made from ids that are none. Never to change: hosts keep these UUIDs.
 constexpr std::string_view kIdNameSpace = "6d1f2c3a-8a52-5a0e-9a7b-0c5d3e1f4b60";
-
-std::string upperCase(std::string_view text) {
-  std::string upper(text);
-  std::transform(upper.begin(), upper.end(), upper.begin(),
-                 [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; });
-  return upper;
-}
 
 /// The volume's type in the words that hosts test for: FAT by its width, anything else by its kind.
 std::string volumeType(std::string_view kind, const SignatureFacts& facts) {

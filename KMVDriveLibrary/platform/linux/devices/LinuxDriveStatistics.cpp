@@ -9,6 +9,7 @@
 #include <set>
 #include <utility>
 
+#include "base/Text.h"
 #include "platform/linux/mounts/PointType.h"
 #include "platform/posix/SystemFiles.h"
 

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <set>
 
+#include "base/Text.h"
 #include "platform/linux/mounts/MountInfo.h"
 #include "platform/linux/mounts/MountTree.h"
 #include "platform/linux/mounts/PointType.h"

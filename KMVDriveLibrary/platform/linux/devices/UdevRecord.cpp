@@ -1,34 +1,19 @@
 // SPDX-License-Identifier: MIT
 #include "platform/linux/devices/UdevRecord.h"
 
-#include <cstring>
+#include <utility>
 
-#include "platform/posix/SystemFiles.h"
+#include "base/Hex.h"
+#include "base/Text.h"
 
 namespace kmv {
 namespace {
 
-int hexDigit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
-
-/// The part of a message that holds "KEY=VALUE" texts, each ended by NUL; none when it is no message.
-std::optional<std::string_view> propertyPart(std::string_view message) {
-  constexpr std::string_view kUdevMark("libudev\0", 8);
-  constexpr std::size_t kOffsetPosition = 16;
-  if (!message.starts_with(kUdevMark)) {
-    const std::size_t headEnd = message.find('\0');
-    const bool kernelHead =
-        headEnd != std::string_view::npos && message.substr(0, headEnd).find('@') != std::string_view::npos;
-    return kernelHead ? std::optional(message.substr(headEnd + 1)) : std::nullopt;
-  }
-  std::uint32_t offset = 0;
-  if (message.size() < kOffsetPosition + sizeof offset) return std::nullopt;
-  std::memcpy(&offset, message.data() + kOffsetPosition, sizeof offset);
-  return offset <= message.size() ? std::optional(message.substr(offset)) : std::nullopt;
+/// "NAME=VALUE"; an empty name when there is no "=".
+std::pair<std::string_view, std::string_view> propertyOf(std::string_view text) {
+  if (text.find('=') == std::string_view::npos) return {};
+  const std::string_view name = takeUntil(text, '=');
+  return {name, text};
 }
 
 std::uint32_t deviceNumberPart(std::string_view text) {
@@ -39,16 +24,13 @@ std::uint32_t deviceNumberPart(std::string_view text) {
 }  // namespace
 
 UdevProperties parseUdevRecord(std::string_view text) {
+  constexpr std::string_view kPropertyMark = "E:";
   UdevProperties properties;
   while (!text.empty()) {
-    const std::size_t end = text.find('\n');
-    std::string_view line = text.substr(0, end);
-    text = end == std::string_view::npos ? std::string_view() : text.substr(end + 1);
-    if (!line.starts_with("E:")) continue;
-    line.remove_prefix(2);
-    const std::size_t equals = line.find('=');
-    if (equals == std::string_view::npos || equals == 0) continue;
-    properties.insert_or_assign(std::string(line.substr(0, equals)), std::string(line.substr(equals + 1)));
+    const std::string_view line = takeLine(text);
+    if (!line.starts_with(kPropertyMark)) continue;
+    const auto [name, value] = propertyOf(line.substr(kPropertyMark.size()));
+    if (!name.empty()) properties.insert_or_assign(std::string(name), std::string(value));
   }
   return properties;
 }
@@ -62,30 +44,20 @@ std::string decodeUdevText(std::string_view text) {
   std::string decoded;
   decoded.reserve(text.size());
   for (std::size_t i = 0; i < text.size(); ++i) {
-    const bool escape = text[i] == '\\' && i + 3 < text.size() && text[i + 1] == 'x' &&
-                        hexDigit(text[i + 2]) >= 0 && hexDigit(text[i + 3]) >= 0;
-    if (!escape) {
-      decoded.push_back(text[i]);
-      continue;
-    }
-    decoded.push_back(static_cast<char>(hexDigit(text[i + 2]) * 16 + hexDigit(text[i + 3])));
-    i += 3;
+    const bool escape = text.substr(i, 2) == "\\x" && i + 3 < text.size();
+    const int byte = escape ? hexByteValue(text[i + 2], text[i + 3]) : -1;
+    decoded.push_back(byte < 0 ? text[i] : static_cast<char>(byte));
+    if (byte >= 0) i += 3;
   }
   return decoded;
 }
 
 std::optional<DeviceEvent> parseDeviceMessage(std::string_view message) {
-  auto part = propertyPart(message);
-  if (!part) return std::nullopt;
+  if (takeUntil(message, '\0').find('@') == std::string_view::npos) return std::nullopt;
   DeviceEvent event;
   bool block = false;
-  while (!part->empty()) {
-    const std::size_t end = part->find('\0');
-    const std::string_view text = part->substr(0, end);
-    *part = end == std::string_view::npos ? std::string_view() : part->substr(end + 1);
-    const std::size_t equals = text.find('=');
-    if (equals == std::string_view::npos) continue;
-    const std::string_view name = text.substr(0, equals), value = text.substr(equals + 1);
+  while (!message.empty()) {
+    const auto [name, value] = propertyOf(takeUntil(message, '\0'));
     if (name == "ACTION") event.action = value;
     if (name == "DEVPATH") event.path = value;
     if (name == "SUBSYSTEM") block = value == "block";

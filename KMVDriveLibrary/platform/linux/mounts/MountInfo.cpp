@@ -3,7 +3,7 @@
 
 #include <unordered_set>
 
-#include "platform/posix/SystemFiles.h"
+#include "base/Text.h"
 
 namespace kmv {
 namespace {

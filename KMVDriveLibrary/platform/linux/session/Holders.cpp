@@ -11,6 +11,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/Text.h"
 #include "platform/linux/mounts/VolumeRules.h"
 #include "platform/posix/SystemFiles.h"
 
@@ -23,13 +24,6 @@ std::optional<struct statx> lookAt(const std::string& path) {
   const int flags = AT_NO_AUTOMOUNT | AT_STATX_DONT_SYNC;
   if (::statx(AT_FDCWD, path.c_str(), flags, /*mask=*/0, &status) != 0) return std::nullopt;
   return status;
-}
-
-std::string_view takeWord(std::string_view& line) {
-  line.remove_prefix(std::min(line.find_first_not_of(' '), line.size()));
-  const std::string_view word = line.substr(0, line.find(' '));
-  line.remove_prefix(word.size());
-  return word;
 }
 
 /// "fd:1a", as the list of mappings writes device numbers.

@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace kmv {
+
+// Splitting, trimming and case conversion of ASCII text; bytes above it pass through untouched. White space as
+// the platform counts it, in UTF-8: TextOfBytes.h.
+
+/// `text` without blanks, tabs and line ends at its beginning and end.
+std::string_view trimmed(std::string_view text);
+
+/// ASCII letters in upper case; everything else as it is.
+std::string upperCase(std::string_view text);
+
+/// Takes what stands before the first `delimiter`, and that itself, off `text`; all of it when there is none.
+std::string_view takeUntil(std::string_view& text, char delimiter);
+
+/// Takes the first line off `text`, its line feed included; the result is without it.
+std::string_view takeLine(std::string_view& text);
+
+/// Takes leading blanks (' ' only) and the word after them off `text`; an empty word at the end.
+std::string_view takeWord(std::string_view& text);
+
+/// What follows the last "/"; all of `path` when there is none.
+std::string_view lastComponent(std::string_view path);
+
+/// What stands before the last "/"; empty when there is none.
+std::string_view parentFolder(std::string_view path);
+
+/// A decimal number without sign that fills `text`; none otherwise, and when it exceeds 64 bits.
+std::optional<std::uint64_t> parseNumber(std::string_view text);
+
+}  // namespace kmv
