@@ -16,15 +16,17 @@ SimulatedAttributes::SimulatedAttributes(SimulatedFileSystem& fileSystem) : file
 }
 
 std::optional<std::string> SimulatedAttributes::get(const std::string& path, const std::string& name) {
-  if (!fileSystem_.itemExists(path)) return std::nullopt;
-  const auto& ofItem = values_[path];
+  const auto item = fileSystem_.realPath(path);
+  if (!item) return std::nullopt;
+  const auto& ofItem = values_[*item];
   const auto value = ofItem.find(name);
   return value == ofItem.end() ? std::nullopt : std::optional(value->second);
 }
 
 bool SimulatedAttributes::set(const std::string& path, const std::string& name, const std::string& value) {
-  if (!fileSystem_.itemExists(path) || name.empty()) return false;
-  values_[path][name] = value;
+  const auto item = fileSystem_.realPath(path);
+  if (!item || name.empty()) return false;
+  values_[*item][name] = value;
   return true;
 }
 
@@ -51,7 +53,8 @@ testing::SimulatedRun SimulatedAttributes::runAttributeTool(const std::vector<st
                  : testing::SimulatedRun{{}, "No such xattr: " + words[1] + "\n", 1};
   }
   testing::SimulatedRun list;
-  for (const auto& [name, value] : values_[path]) list.output += name + ": " + value + "\n";
+  for (const auto& [name, value] : values_[*fileSystem_.realPath(path)])
+    list.output += name + ": " + value + "\n";
   return list;
 }
 

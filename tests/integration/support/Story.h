@@ -5,6 +5,7 @@
 
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "integration/support/Namespace.h"
 #include "integration/support/Volume.h"
@@ -14,16 +15,28 @@ namespace kmv::integration {
 
 using namespace test;  // processes are what stories are told with
 
-/// A test in a mount namespace of its own. Needs a process of its own as well, as CTest gives each case: the
-/// library watches the namespace in which it was first used.
+/// Why there are no loop devices with ext4 on them.
+inline std::string missingForVolumes() {
+  const std::string missing = missingForLoopDevices();
+  return missing.empty() ? missingForImages("ext4") : missing;
+}
+
+/// The library watches the namespace in which it was first used, so each story needs a process of its own, as CTest
+/// gives each case.
+inline std::string missingForAnotherStory() {
+  static bool used = false;
+  return std::exchange(used, true)
+             ? "needs a process of its own: run it with ctest, or alone with --gtest_filter"
+             : "";
+}
+
+/// A test in a mount namespace of its own.
 class Story : public ::testing::Test {
  protected:
   /// Says why and skips where this machine cannot tell the story. To be followed by a look at `IsSkipped()`.
-  void begin(const std::string& missing, Namespace::As who = Namespace::As::root) {
-    static bool used = false;
+  void begin(std::string missing, Namespace::As who = Namespace::As::root) {
+    if (missing.empty()) missing = missingForAnotherStory();
     if (!missing.empty()) GTEST_SKIP() << missing;
-    if (used) GTEST_SKIP() << "needs a process of its own: run it with ctest, or alone with --gtest_filter";
-    used = true;
     space_.emplace(who);
   }
 
@@ -41,11 +54,7 @@ class Story : public ::testing::Test {
 /// A story with loop devices and ext4 on them.
 class VolumeStory : public Story {
  protected:
-  void SetUp() override {
-    std::string missing = missingForLoopDevices();
-    if (missing.empty()) missing = missingForImages("ext4");
-    begin(missing);
-  }
+  void SetUp() override { begin(missingForVolumes()); }
 };
 
 /// A story with FUSE mounts beside the loop devices.

@@ -1,0 +1,78 @@
+// SPDX-License-Identifier: MIT
+// The simulated machine under the contract suites.
+#include <KMVDriveLibrary/DissentStatus.h>
+#include <KMVDriveLibrary/testing/SimulatedPlatform.h>
+
+#include <map>
+
+#include "contract/SessionContract.h"
+
+namespace kmv::test {
+namespace {
+
+using testing::DiskId;
+
+class SimulatedMachine : public MachineHarness {
+ public:
+  std::string begin() override {
+    machine_ = &testing::SimulatedPlatform::install();
+    return "";
+  }
+  Platform& platform() override { return Platform::current(); }
+  std::string folder() override { return "/scratch"; }
+  void writeFile(const std::string& name, const std::string& bytes) override {
+    machine_->writeFile(path(name), bytes);
+  }
+  void createLink(const std::string& name, const std::string& target) override {
+    machine_->createLink(path(name), target);
+  }
+
+  bool runUntil(const std::function<bool()>& condition) override {
+    machine_->runUntilIdle();
+    return condition();
+  }
+  std::string plugIn(const std::string& name) override {
+    const std::string device = "disk" + std::to_string(devices_.size() + 2);
+    devices_[device] = machine_->plugIn({.name = name, .bsdName = device});
+    return device;
+  }
+  void unplug(const std::string& device) override { machine_->unplug(devices_.at(device)); }
+  void mount(const std::string& device, const std::string& point) override {
+    machine_->mount(mounted_[point] = devices_.at(device), path(point));
+  }
+  void mountPathVolume(const std::string& point) override {
+    mounted_[point] = machine_->plugInPathVolume({.mountPoint = path(point), .name = point});
+  }
+  void mountHidden(const std::string& point) override {
+    machine_->addHiddenMount({path(point), "tmpfs", "pseudo"});
+  }
+  void unmount(const std::string& point) override { machine_->unmount(mounted_.at(point)); }
+  void move(const std::string& point, const std::string& newPoint) override {
+    machine_->move(mounted_[newPoint] = mounted_.at(point), path(newPoint));
+  }
+  std::int64_t hold(const std::string&) override {
+    machine_->refuseNextUnmount(dissent::kBusy, 4711);
+    return 4711;
+  }
+  void release() override {}
+  std::string nameToRefuse() override {
+    machine_->refuseNextRename(dissent::kBadArgument);
+    return "BAD";
+  }
+
+ private:
+  testing::SimulatedPlatform* machine_ = nullptr;
+  std::map<std::string, DiskId> devices_, mounted_;
+};
+
+template <typename Harness>
+std::unique_ptr<Harness> make() {
+  return std::make_unique<SimulatedMachine>();
+}
+
+INSTANTIATE_TEST_SUITE_P(Simulated, FilesContract, ::testing::Values(&make<FilesHarness>));
+INSTANTIATE_TEST_SUITE_P(Simulated, VolumesContract, ::testing::Values(&make<MachineHarness>));
+INSTANTIATE_TEST_SUITE_P(Simulated, SessionContract, ::testing::Values(&make<MachineHarness>));
+
+}  // namespace
+}  // namespace kmv::test
