@@ -25,6 +25,9 @@ void codexDocument(std::string_view input);
 /// What the attribute tool prints, and the number in an attribute.
 void toolOutput(std::string_view input);
 
+/// What /proc tells about a process: its mappings, a descriptor's mount, a thread's state.
+void processFiles(std::string_view input);
+
 /// A byte count in eight bytes: its text is the count, rounded.
 void byteCount(std::string_view input);
 

@@ -6,44 +6,36 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <utility>
 
 #include "targets.h"
 
 namespace {
 
-int runAll(const std::string& corpus, void (*target)(std::string_view)) {
+using Target = void (*)(std::string_view);
+
+class FuzzCorpus : public ::testing::TestWithParam<std::pair<const char*, Target>> {};
+
+TEST_P(FuzzCorpus, EveryFileHolds) {
   int files = 0;
-  for (const auto& entry : std::filesystem::directory_iterator(std::string(KMV_FUZZ_CORPUS "/") + corpus)) {
+  for (const auto& entry :
+       std::filesystem::directory_iterator(std::string(KMV_FUZZ_CORPUS "/") + GetParam().first)) {
     SCOPED_TRACE(entry.path());
     std::ifstream file(entry.path(), std::ios::binary);
-    target(std::string(std::istreambuf_iterator<char>(file), {}));
+    GetParam().second(std::string(std::istreambuf_iterator<char>(file), {}));
     ++files;
   }
-  return files;
+  EXPECT_GT(files, 0);
 }
 
-TEST(FuzzCorpus, MountTables) {
-  EXPECT_GT(runAll("mount_info", kmv::fuzz::mountInfo), 0);
-}
-
-TEST(FuzzCorpus, DeviceMessages) {
-  EXPECT_GT(runAll("device_message", kmv::fuzz::deviceMessage), 0);
-}
-
-TEST(FuzzCorpus, DiskStatistics) {
-  EXPECT_GT(runAll("disk_statistics", kmv::fuzz::diskStatistics), 0);
-}
-
-TEST(FuzzCorpus, CodexDocuments) {
-  EXPECT_GT(runAll("codex_document", kmv::fuzz::codexDocument), 0);
-}
-
-TEST(FuzzCorpus, ToolOutputs) {
-  EXPECT_GT(runAll("tool_output", kmv::fuzz::toolOutput), 0);
-}
-
-TEST(FuzzCorpus, ByteCounts) {
-  EXPECT_GT(runAll("byte_count", kmv::fuzz::byteCount), 0);
-}
+INSTANTIATE_TEST_SUITE_P(, FuzzCorpus,
+                         ::testing::Values(std::pair("mount_info", &kmv::fuzz::mountInfo),
+                                           std::pair("device_message", &kmv::fuzz::deviceMessage),
+                                           std::pair("disk_statistics", &kmv::fuzz::diskStatistics),
+                                           std::pair("codex_document", &kmv::fuzz::codexDocument),
+                                           std::pair("tool_output", &kmv::fuzz::toolOutput),
+                                           std::pair("process_files", &kmv::fuzz::processFiles),
+                                           std::pair("byte_count", &kmv::fuzz::byteCount)),
+                         [](const auto& target) { return std::string(target.param.first); });
 
 }  // namespace

@@ -3,6 +3,8 @@
 
 #include <string>
 
+#include "platform/linux/FakeMachine.h"
+#include "platform/linux/devices/SysfsFacts.h"
 #include "platform/linux/devices/UdevRecord.h"
 
 namespace kmv {
@@ -38,6 +40,29 @@ TEST(UdevRecords, KeepPropertiesOnly) {
 TEST(UdevRecords, NameAnyByte) {
   EXPECT_EQ(decodeUdevText("Disk\\x20One\\x2f\\xC3\\xa9"), "Disk One/\xC3\xA9");
   EXPECT_EQ(decodeUdevText("\\x2 \\xg0 \\"), "\\x2 \\xg0 \\");
+}
+
+TEST(SysfsFacts, AreAttributesOfTheDeviceOrItsDiskAndAbsentWhenTheyCannotBeRead) {
+  using Fact = SysfsFact;
+  test::FakeMachine machine;
+  machine.device("sda", "8:0", {{"vendor", "Acme "}, {"depth", "31"}, {"ro", "0"}, {"serial", ""}});
+  machine.device("sda/sda1", "8:1", {{"ro", "1"}, {"depth", "x"}, {"hot", "1"}, {"cold", "2"}});
+  constexpr Fact kTable[] = {{"ro", Fact::Of::device, "ro", Fact::Kind::boolean},
+                             {"disk.ro", Fact::Of::wholeDisk, "ro", Fact::Kind::boolean},
+                             {"cold", Fact::Of::device, "cold", Fact::Kind::boolean},
+                             {"vendor", Fact::Of::wholeDisk, "vendor", Fact::Kind::text},
+                             {"serial", Fact::Of::wholeDisk, "serial", Fact::Kind::text},
+                             {"depth", Fact::Of::device, "depth", Fact::Kind::integer},
+                             {"disk.depth", Fact::Of::wholeDisk, "depth", Fact::Kind::integer},
+                             {"hot", Fact::Of::device, "hot", Fact::Kind::flag},
+                             {"disk.hot", Fact::Of::wholeDisk, "hot", Fact::Kind::flag}};
+  const std::string disk = machine.options().sysRoot + "/devices/sda";
+  EXPECT_EQ(readSysfsFacts(kTable, disk + "/sda1", disk), (Dictionary{{"ro", true},
+                                                                      {"disk.ro", false},
+                                                                      {"vendor", "Acme"},
+                                                                      {"disk.depth", 31},
+                                                                      {"hot", true},
+                                                                      {"disk.hot", false}}));
 }
 
 }  // namespace

@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "platform/linux/devices/BlockDevices.h"
 
+#include <KMVDriveLibrary/DescriptionKeys.h>
+
 #include <algorithm>
 
 #include "base/Text.h"
+#include "platform/linux/devices/SysfsFacts.h"
 #include "platform/posix/SystemFiles.h"
 
 namespace kmv {
@@ -102,6 +105,7 @@ std::optional<BlockDevice> BlockDevices::readFolder(const std::string& folder) c
   const bool noDisc = device.name.starts_with("sr") && property(properties, "ID_CDROM_MEDIA") != "1";
   const bool hidden = readAttribute(folder + "/hidden") == "1";
   device.reportUnmounted = !keptBack && !noDisc && !hidden && !isMemoryDisk(device.name);
+  device.sysfsFacts = readSysfsFacts(sysfsFacts(), folder, wholeFolder);
   readWholeDisk(wholeFolder, device);
   return device;
 }
@@ -116,11 +120,12 @@ void BlockDevices::readWholeDisk(const std::string& folder, BlockDevice& device)
   device.unit = device.mediumSequence != 0
                     ? static_cast<std::int64_t>(device.mediumSequence)
                     : (std::int64_t{device.wholeNumber.major} << kMinorBits | device.wholeNumber.minor);
-  device.removable = readAttribute(folder + "/removable") == "1";
+  const Value* const flag = device.sysfsFacts.find(key::kMediaRemovable);
+  const bool removable = flag != nullptr && flag->boolValue();
   const bool ejects = readAttribute(folder + "/events").find("eject_request") != std::string::npos;
-  device.ejectable = device.removable || ejects || loop;
+  device.ejectable = removable || ejects || loop;
   const bool memoryCard = name.starts_with("mmcblk") && readAttribute(folder + "/device/type") == "SD";
-  device.internal = !device.removable && !loop && !memoryCard && !isOnExternalBus(folder);
+  device.internal = !removable && !loop && !memoryCard && !isOnExternalBus(folder);
 
   bool known = false;
   const UdevProperties properties = readUdev(device.wholeNumber, known);

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <KMVDriveLibrary/Value.h>
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -35,10 +37,10 @@ struct BlockDevice {
   std::uint64_t bytes = 0;
   std::uint64_t mediumSequence = 0;  ///< of the whole disk; new with each medium; 0 before kernel 5.15
   std::int64_t unit = 0;
-  bool removable = false;
   bool ejectable = false;
   bool internal = true;
   std::string model;
+  Dictionary sysfsFacts;  ///< parts of its description that are one attribute of sysfs each
   SignatureFacts facts;
   bool inDatabase = false;       ///< udev has a record, from which `facts` is
   bool reportUnmounted = true;   ///< false for what the system keeps to itself: a disk only while mounted

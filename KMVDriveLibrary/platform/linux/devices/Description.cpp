@@ -53,7 +53,7 @@ void describeMedia(const BlockDevice& device, Dictionary& description) {
   if (const std::string content = mediaContent(device); !content.empty())
     description.set(key::kMediaContent, content);
   description.set(key::kMediaEjectable, device.ejectable);
-  description.set(key::kMediaRemovable, device.removable);
+  description.merge(device.sysfsFacts);
   description.set(key::kMediaSize, device.bytes);
   description.set(key::kMediaWhole, device.whole);
   description.set(key::kDeviceInternal, device.internal);
