@@ -11,7 +11,7 @@
 namespace kmv::testing {
 
 /// The shared registry and monitor on a simulated machine, and what the monitor announces.
-class Monitor : public ::testing::Test {
+class Monitor : public RegistryTest {
  protected:
   using Seconds = std::chrono::seconds;
 
@@ -28,33 +28,31 @@ class Monitor : public ::testing::Test {
             line += "; ";
           }
           news_.push_back(line);
-          queue = registry.machine.currentQueueLabel();
+          queue = machine.currentQueueLabel();
         });
   }
 
   static KMVDriveActivityMonitor& monitor() { return KMVDriveActivityMonitor::defaultMonitor(); }
-  static URL url(const std::string& path) { return URL::fileURLWithPath(path, true); }
 
   /// A drive at /Volumes/`name` whose medium stands at `media`.
   DiskId plugIn(const std::string& name, const std::string& media) {
-    const DiskId disk = registry.machine.plugIn({.name = name, .mountPoint = "/Volumes/" + name});
-    if (!media.empty()) registry.machine.setMediaPath(disk, media);
+    const DiskId disk = RegistryTest::plugIn(name, "/Volumes/" + name);
+    if (!media.empty()) machine.setMediaPath(disk, media);
     return disk;
   }
   void count(const std::string& driver, std::uint64_t read, std::uint64_t written) {
-    registry.machine.setBlockStorageDriver(driver, SimulatedCounters{read, written});
+    machine.setBlockStorageDriver(driver, SimulatedCounters{read, written});
   }
   /// Starts everything and lets the silent cycles pass.
   void startMeasuring() {
     registry.start();
     monitor();
-    registry.machine.advance(Seconds(5));
+    machine.advance(Seconds(5));
     news();
   }
-  void nextCycle() { registry.machine.advance(Seconds(monitor().refreshFrequency())); }
+  void nextCycle() { machine.advance(Seconds(monitor().refreshFrequency())); }
   Lines news() { return std::exchange(news_, {}); }
 
-  Registry registry;
   std::string queue;
 
  private:

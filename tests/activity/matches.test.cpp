@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include <gtest/gtest.h>
+#include <strings.h>
 
 #include <algorithm>
 #include <random>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -11,41 +13,33 @@
 namespace kmv::activity {
 namespace {
 
-std::string lower(std::string text) {
-  for (char& c : text) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
-  return text;
-}
-
-/// The rule as it reads: every driver is tried.
+/// The rule as it reads: every driver is tried, in the order of the paths.
 std::vector<std::string> plainMatches(const DriveStatistics& statistics) {
-  std::vector<std::string> lines;
+  std::vector<std::string> drivers, lines;
+  for (const auto& driver : statistics.drivers) drivers.push_back(driver.path);
+  std::sort(drivers.begin(), drivers.end());
   for (const auto& volume : statistics.volumes) {
-    std::vector<std::string> paths;
-    for (const auto& driver : statistics.drivers) {
-      if (!driver.path.empty() && lower(volume.mediaPath).starts_with(lower(driver.path)))
-        paths.push_back(driver.path);
+    for (const auto& path : drivers) {
+      if (!path.empty() && strncasecmp(volume.mediaPath.c_str(), path.c_str(), path.size()) == 0)
+        lines.push_back(volume.mediaPath + " by " + path);
     }
-    std::sort(paths.begin(), paths.end());
-    for (const auto& path : paths) lines.push_back(volume.mediaPath + " by " + path);
   }
   return lines;
 }
 
 TEST(DriverMatches, AreThoseOfTryingEveryDriver) {
   std::mt19937 random(7);
+  const auto path = [&] {
+    std::string text;
+    for (auto length = random() % 5; length > 0; --length) text += "aAb/"[random() % 4];
+    return text;
+  };
   for (int round = 0; round < 2000; ++round) {
     DriveStatistics statistics;
-    const auto path = [&] {
-      std::string text;
-      for (auto length = random() % 5; length > 0; --length) text += "aAb/"[random() % 4];
-      return text;
-    };
-    for (auto i = random() % 8; i > 0; --i) {
-      const std::string candidate = path();
-      const bool isThere = std::any_of(statistics.drivers.begin(), statistics.drivers.end(),
-                                       [&](const auto& driver) { return driver.path == candidate; });
-      if (!isThere) statistics.drivers.push_back({candidate, DriverCounters{}});
-    }
+    std::set<std::string> paths;
+    for (auto i = random() % 8; i > 0; --i) paths.insert(path());
+    for (const auto& driver : paths) statistics.drivers.push_back({driver, DriverCounters{}});
+    std::shuffle(statistics.drivers.begin(), statistics.drivers.end(), random);
     for (auto i = random() % 5; i > 0; --i)
       statistics.volumes.push_back({*URL::fromString("file:///v"), path()});
     std::vector<std::string> lines;

@@ -12,14 +12,14 @@ class Reports : public Monitor {
     count("/d/", 0, 0);
     startMeasuring();
   }
-  const URL share = url("/Volumes/Share"), card = url("/Volumes/Card");
+  const URL share = folder("/Volumes/Share"), card = folder("/Volumes/Card");
 };
 
 TEST_F(Reports, TheFirstOneIsWhereCountingBeginsAndLaterOnesAreToldBySide) {
   monitor().appBytesWereReadOnDrive(100, share, "copier");
   nextCycle();
   EXPECT_EQ(news(), Lines{});
-  monitor().appBytesWereWrittenOnFile(50, URL::fileURLWithPath("/Volumes/Share/a/b.mov", false), "copier");
+  monitor().appBytesWereWrittenOnFile(50, file("/Volumes/Share/a/b.mov"), "copier");
   nextCycle();
   EXPECT_EQ(news(), Lines{"Share wrote 50; "});
   monitor().appBytesWereReadOnDrive(1, *URL::fromString("file:///Volumes/./Share/"), "copier");
@@ -58,11 +58,11 @@ TEST_F(Reports, OfSeveralSendersTheLastByNameCountsAndAnotherOneBeginsAnew) {
   EXPECT_EQ(news(), Lines{"Share read 1; "});
   EXPECT_EQ(monitor().appTracker()->trackingId(), "b");
   monitor().stopMonitoringAppDriveIOUpdatesFromSender("a");
-  registry.machine.runUntilIdle();
+  machine.runUntilIdle();
   EXPECT_EQ(monitor().appTracker()->trackingId(), "b");
   monitor().appBytesWereReadOnDrive(10, share, "a");
   monitor().stopMonitoringAppDriveIOUpdatesFromSender("b");
-  registry.machine.runUntilIdle();
+  machine.runUntilIdle();
   EXPECT_EQ(monitor().appTracker()->trackingId(), std::nullopt);
   nextCycle();
   EXPECT_EQ(news(), Lines{}) << "another sender";
@@ -94,7 +94,7 @@ TEST_F(Reports, OfTheTrackingServiceAreTakenAndOthersLogged) {
 
 TEST_F(Reports, AMeterReportsWhatACopyLoopMoves) {
   {
-    IOMeter meter(URL::fileURLWithPath("/Volumes/Share/new.mov", false), "copier");
+    IOMeter meter(file("/Volumes/Share/new.mov"), "copier");
     for (int block = 0; block < 10; ++block) meter.wrote(1000);
     meter.report();
     nextCycle();

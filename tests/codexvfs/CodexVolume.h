@@ -5,10 +5,8 @@
 
 namespace kmv::testing {
 
-using Lines = std::vector<std::string>;
-
 /// A simulated machine with a FUSE volume at "/Volumes/Codex", and what the library logs.
-class CodexVolume : public ::testing::Test {
+class CodexVolume : public RegistryTest {
  protected:
   CodexVolume() {
     OrvaneLog::defaultLog().setSink([this](OrvaneLog::Level level, std::string_view line) {
@@ -27,7 +25,7 @@ class CodexVolume : public ::testing::Test {
     machine.setAttribute(path(name), "codex.estimatedHDESize", estimate);
   }
   std::string path(const std::string& name) const { return root.path() + "/" + name; }
-  URL url(const std::string& name) const { return URL::fileURLWithPath(path(name), /*isDirectory=*/false); }
+  URL url(const std::string& name) const { return file(path(name)); }
 
   /// What was logged since the last call.
   Lines lines() { return std::exchange(log_, {}); }
@@ -36,8 +34,6 @@ class CodexVolume : public ::testing::Test {
   static constexpr char kInitialising[] = R"({"status":"initialising"})";
   static constexpr std::int64_t kBuiltBytes = sizeof kBuilt - 1;
 
-  Registry registry;
-  SimulatedPlatform& machine = registry.machine;
   const URL root = URL::fileURLWithPath("/Volumes/Codex", /*isDirectory=*/true);
   DiskId drive;
 

@@ -119,19 +119,16 @@ TEST_F(CodexSizes, OfAriFilesAreInTwoAttributes) {
 }
 
 TEST_F(CodexSizes, OfATreeLeaveHiddenNamesOutOnRequest) {
+  for (const char* name : {"clips/.hidden", "clips/.folder/inside"}) machine.writeFile(path(name), "1");
   machine.writeFile(path("clips/first"), "12345");
-  machine.writeFile(path("clips/.hidden"), "1");
-  machine.writeFile(path("clips/.folder/inside"), "1");
+  constexpr unsigned kSkips = CrossAppFileManager::kSkipsHiddenFiles;
   EXPECT_EQ(helpers.aggregateFileSize(url("clips"), nullptr, 0), 7u);
-  EXPECT_EQ(helpers.aggregateFileSize(url("clips"), nullptr, CrossAppFileManager::kSkipsHiddenFiles), 5u);
-  EXPECT_EQ(helpers.aggregateFileSize(url("clips/.hidden"), nullptr, CrossAppFileManager::kSkipsHiddenFiles),
-            1u);
-  EXPECT_EQ(helpers.aggregateFileSize(
-                url("clips"), [] { return false; }, 0),
-            0u);
-  EXPECT_THROW(helpers.aggregateFileSize(
-                   url("clips"), []() -> bool { throw std::logic_error("no"); }, 0),
-               std::logic_error);
+  EXPECT_EQ(helpers.aggregateFileSize(url("clips"), nullptr, kSkips), 5u);
+  EXPECT_EQ(helpers.aggregateFileSize(url("clips/.hidden"), nullptr, kSkips), 1u);
+  const auto stop = [] { return false; };
+  EXPECT_EQ(helpers.aggregateFileSize(url("clips"), stop, 0), 0u);
+  const auto fail = []() -> bool { throw std::logic_error("no"); };
+  EXPECT_THROW(helpers.aggregateFileSize(url("clips"), fail, 0), std::logic_error);
   EXPECT_THROW(helpers.aggregateFileSize(url("missing"), nullptr, 0), std::runtime_error);
 }
 

@@ -31,16 +31,13 @@ class CodexWrapper : public CodexVolume {
     lines();
     return wrapper;
   }
-  /// What is logged when the document is read anew.
-  Lines linesOfReading(const Wrapper& wrapper) {
+  /// What is logged when the document is read anew, after it was written anew.
+  Lines linesAfterReading(const Wrapper& wrapper, const std::string& document = {}) {
+    if (!document.empty()) write(document);
     lines();
     wrapper->updateWrapper(/*shouldUpdateSize=*/false);
     machine.runUntilIdle();
     return lines();
-  }
-  Lines linesAfterReading(const Wrapper& wrapper, const std::string& document) {
-    write(document);
-    return linesOfReading(wrapper);
   }
   std::optional<Wrapper> supplied(const URL& location, bool requireIsReady = false) {
     std::optional<Wrapper> answer;
@@ -59,26 +56,27 @@ class CodexWrapper : public CodexVolume {
 
 TEST_F(CodexWrapper, TheDocumentIsReadWithEveryComplaint) {
   const Wrapper wrapper = make();
-  EXPECT_EQ(linesOfReading(wrapper),
+  EXPECT_EQ(linesAfterReading(wrapper),
             (Lines{"The file “.codexvfs” couldn’t be opened because there is no such file.", kNoDocument}));
-  EXPECT_EQ(linesAfterReading(wrapper, "{"), (Lines{kMalformed, kNoDocument}));
-  EXPECT_EQ(linesAfterReading(wrapper, "1"), (Lines{kMalformed, kNoDocument})) << "no object and no array";
-  EXPECT_EQ(linesAfterReading(wrapper, "[1]"), (Lines{kNoDocument}));
-  EXPECT_EQ(linesAfterReading(wrapper, "{}"), Lines());
-  EXPECT_EQ(linesAfterReading(wrapper, R"({"foo":"bar"})"),
-            (Lines{"debug Key: foo, Value: bar", "CodexVFS-Unrecognized codex flag : {foo:bar}'"}));
-  EXPECT_EQ(
-      linesAfterReading(
-          wrapper,
-          R"({"status":1,"sw_version":null,"volume_label":true,"vfs_type":[1],"log_file":{"a b":1.5}})"),
-      (Lines{"debug Key: log_file, Value: {\n    \"a b\" = \"1.5\";\n}", "debug Key: status, Value: 1",
-             "debug Key: sw_version, Value: <null>", "debug Key: vfs_type, Value: (\n    1\n)",
-             "debug Key: volume_label, Value: 1",
-             "CodexVFS-Could not cast logfile value to string: '{\n    \"a b\" = \"1.5\";\n}'.",
-             "CodexVFS-Could not cast codexStatus to CodexVFSFlags.Status: '1'.",
-             "CodexVFS-Could not cast softwareVersion value to string: '<null>'.",
-             "CodexVFS-Could not cast codexVFSType to CodexVFSFlags.VFSType: '(\n    1\n)'.",
-             "CodexVFS-Could not cast volumeLabel value to string: '1'."}));
+  const char* const members =
+      R"({"status":1,"sw_version":null,"volume_label":true,"vfs_type":[1],"log_file":{"a b":1.5}})";
+  const std::pair<const char*, Lines> cases[] = {
+      {"{", {kMalformed, kNoDocument}},
+      {"1", {kMalformed, kNoDocument}},  // no object and no array
+      {"[1]", {kNoDocument}},
+      {"{}", {}},
+      {R"({"foo":"bar"})", {"debug Key: foo, Value: bar", "CodexVFS-Unrecognized codex flag : {foo:bar}'"}},
+      {members,
+       {"debug Key: log_file, Value: {\n    \"a b\" = \"1.5\";\n}", "debug Key: status, Value: 1",
+        "debug Key: sw_version, Value: <null>", "debug Key: vfs_type, Value: (\n    1\n)",
+        "debug Key: volume_label, Value: 1",
+        "CodexVFS-Could not cast logfile value to string: '{\n    \"a b\" = \"1.5\";\n}'.",
+        "CodexVFS-Could not cast codexStatus to CodexVFSFlags.Status: '1'.",
+        "CodexVFS-Could not cast softwareVersion value to string: '<null>'.",
+        "CodexVFS-Could not cast codexVFSType to CodexVFSFlags.VFSType: '(\n    1\n)'.",
+        "CodexVFS-Could not cast volumeLabel value to string: '1'."}}};
+  for (const auto& [document, said] : cases)
+    EXPECT_EQ(linesAfterReading(wrapper, document), said) << document;
 }
 
 TEST_F(CodexWrapper, AVolumeThatIsBuiltIsSizedAtOnce) {
@@ -147,11 +145,10 @@ TEST_F(CodexWrapper, EveryCallBeginsAChainOfChecksOfItsOwnUntilTheVolumeIsBuilt)
   // What was built and says it is not is watched again, when something has read so.
   write(kInitialising);
   EXPECT_TRUE(wrapper->vfsIsReady());
-  linesOfReading(wrapper);
+  linesAfterReading(wrapper);
   EXPECT_FALSE(wrapper->vfsIsReady());
   EXPECT_EQ(lines(), look);
-  write(R"({"status":"Built"})");  // no status that there is, and so none at all
-  linesOfReading(wrapper);
+  linesAfterReading(wrapper, R"({"status":"Built"})");  // no status that there is, and so none at all
   EXPECT_FALSE(wrapper->vfsIsReady());
   linesAfterReading(wrapper, kBuilt);
   linesAfterReading(wrapper, "{}");
@@ -179,14 +176,15 @@ TEST_F(CodexWrapper, IsOneForEachVolumeAndForCodexVolumesOnly) {
   using Codex = CodexVirtualFileSystemWrapper;
   const std::string kind(*kDAVolumeKindKey.value());
   const std::string tape(kDiskLTOArbiterTapeKey);
-  EXPECT_TRUE(Codex::urlIsInVirtualFileSystem(root, {{kind, "osxfuse"}}));
-  EXPECT_TRUE(Codex::urlIsInVirtualFileSystem(root, {{kind, "fuse"}, {tape, "yes"}})) << "no Boolean";
-  EXPECT_TRUE(Codex::urlIsInVirtualFileSystem(root, {{kind, "fuse"}, {tape, 2}})) << "no Boolean";
-  EXPECT_FALSE(Codex::urlIsInVirtualFileSystem(root, {{kind, "fuse"}, {tape, true}}));
-  EXPECT_FALSE(Codex::urlIsInVirtualFileSystem(root, {{kind, "fuse"}, {tape, 1.0}}));
-  EXPECT_FALSE(Codex::urlIsInVirtualFileSystem(root, {{kind, "FUSE"}}));
-  EXPECT_FALSE(Codex::urlIsInVirtualFileSystem(root, {{kind, "apfs"}}));
-  EXPECT_FALSE(Codex::urlIsInVirtualFileSystem(root, {{kind, 1}}));
+  const std::pair<Dictionary, bool> drives[] = {{{{kind, "osxfuse"}}, true},
+                                                {{{kind, "fuse"}, {tape, "yes"}}, true},  // no Boolean
+                                                {{{kind, "fuse"}, {tape, 2}}, true},      // no Boolean
+                                                {{{kind, "fuse"}, {tape, true}}, false},
+                                                {{{kind, "fuse"}, {tape, 1.0}}, false},
+                                                {{{kind, "FUSE"}}, false},
+                                                {{{kind, 1}}, false}};
+  for (const auto& [contents, expected] : drives)
+    EXPECT_EQ(Codex::urlIsInVirtualFileSystem(root, contents), expected) << Value(contents).description();
   machine.unplug(drive);
   machine.runUntilIdle();
   EXPECT_EQ(supplied(url("clip")), Wrapper()) << "on no drive";

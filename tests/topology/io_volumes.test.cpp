@@ -6,53 +6,46 @@
 namespace kmv::testing {
 namespace {
 
-URL folder(const std::string& path) {
-  return URL::fileURLWithPath(path, true);
-}
+using IOVolumes = RegistryTest;
 
-TEST(IOVolumes, TellTheMediumByTheKindFirstAndThenByTheModel) {
+TEST_F(IOVolumes, TellTheMediumByTheKindFirstAndThenByTheModel) {
   static_assert(static_cast<int>(IOMediaKind::solidState) == 1 && static_cast<int>(IOMediaKind::fuse) == 2 &&
                 static_cast<int>(IOMediaKind::generic) == 5);
-  Registry registry;
-  const auto plugIn = [&](const std::string& name, const std::string& kind, const std::string& model) {
-    registry.machine.plugIn({.name = name, .mountPoint = "/Volumes/" + name, .kind = kind, .model = model});
+  struct Case {
+    const char *path, *kind, *model;
+    IOMediaKind medium;
   };
-  plugIn("Fuse", "macFUSE", "Some SSD");
-  plugIn("Fast", "exfat", "Quick sSd 970");
-  plugIn("Plain", "exfat", "Spinning Disk");
-  plugIn("Nameless", "exfat", "");
-  KMVDiskArbiter& arbiter = registry.arbiter();
+  const Case cases[] = {{"/Volumes/Fuse", "macFUSE", "Some SSD", IOMediaKind::fuse},
+                        {"/Volumes/Fast", "exfat", "Quick sSd 970", IOMediaKind::solidState},
+                        {"/Volumes/Plain", "exfat", "Spinning Disk", IOMediaKind::generic},
+                        {"/Volumes/Nameless", "exfat", "", IOMediaKind::generic}};
+  std::map<std::string, IOMediaKind> expected, found;
+  for (const Case& c : cases) {
+    machine.plugIn({.mountPoint = c.path, .kind = c.kind, .model = c.model});
+    expected[c.path] = c.medium;
+  }
   int calls = 0;
-  arbiter.enumerateIOVolumes([&](const IOVolume&, bool&) { ++calls; });
+  const auto count = [&](const IOVolume&, bool& stop) { stop = ++calls == 3; };
+  arbiter.enumerateIOVolumes(count);
   EXPECT_EQ(calls, 0) << "nothing is present before the start";
   registry.start();
-
-  std::map<std::string, IOMediaKind> kinds;
   arbiter.enumerateIOVolumes([&](const IOVolume& volume, bool&) {
-    kinds[volume.volumeURL.path()] = volume.mediaKind;
+    found[volume.volumeURL.path()] = volume.mediaKind;
     EXPECT_FALSE(volume.capacity || volume.availableCapacity || volume.preferredBlockSize);
   });
-  EXPECT_EQ(kinds, (std::map<std::string, IOMediaKind>{{"/Volumes/Fuse", IOMediaKind::fuse},
-                                                       {"/Volumes/Fast", IOMediaKind::solidState},
-                                                       {"/Volumes/Plain", IOMediaKind::generic},
-                                                       {"/Volumes/Nameless", IOMediaKind::generic}}));
-  arbiter.enumerateIOVolumes([&](const IOVolume&, bool& stop) {
-    ++calls;
-    stop = true;
-  });
-  EXPECT_EQ(calls, 1);
+  EXPECT_EQ(found, expected);
+  arbiter.enumerateIOVolumes(count);
+  EXPECT_EQ(calls, 3) << "stopped";
   registry.drive("/Volumes/Plain")->remove(kDiskURLKey);
-  calls = 0;
-  arbiter.enumerateIOVolumes([&](const IOVolume&, bool&) { ++calls; });
-  EXPECT_EQ(calls, 3) << "without a mount URL there is no volume";
+  arbiter.enumerateIOVolumes(count);
+  EXPECT_EQ(calls, 6) << "without a mount URL there is no volume";
 }
 
-TEST(IOVolumes, TheVolumeOfALocationHasTheRootThatWasFound) {
-  Registry registry;
-  registry.machine.plugIn({.name = "Card", .mountPoint = "/Volumes/Card", .model = "SSD"});
-  registry.machine.createItem("/Volumes/Card/a/b.mov");
-  KMVDiskArbiter& arbiter = registry.start();
-  const auto volume = arbiter.rootVolume(URL::fileURLWithPath("/Volumes/Card/a/b.mov", false));
+TEST_F(IOVolumes, TheVolumeOfALocationHasTheRootThatWasFound) {
+  machine.plugIn({.name = "Card", .mountPoint = "/Volumes/Card", .model = "SSD"});
+  machine.createItem("/Volumes/Card/a/b.mov");
+  registry.start();
+  const auto volume = arbiter.rootVolume(file("/Volumes/Card/a/b.mov"));
   ASSERT_TRUE(volume);
   EXPECT_EQ(volume->volumeURL, folder("/Volumes/Card"));
   EXPECT_EQ(volume->mediaKind, IOMediaKind::solidState);
