@@ -25,8 +25,7 @@ struct Wish {
   const void* object = nullptr;     // null: every object
 };
 
-/// A snapshot that posts iterate over. Immutable once published (copy-on-write), except for the flag that one of
-/// its entries has been unregistered since.
+/// A snapshot that posts iterate over. Immutable once published (copy-on-write).
 struct ObserverList {
   struct Slot {
     const Entry* entry;
@@ -40,7 +39,6 @@ struct ObserverList {
 
   std::vector<Slot> slots;
   std::vector<std::shared_ptr<Entry>> owners;
-  mutable std::atomic<bool> hasUnregistered{false};
 };
 
 using SharedList = std::shared_ptr<const ObserverList>;
@@ -104,7 +102,6 @@ struct NotificationCenter::State {
     for (std::size_t i = 0; i < list->owners.size(); ++i) {
       if (list->owners[i] != entry) shorter->append(list->owners[i], list->slots[i].object);
     }
-    list->hasUnregistered.store(true, std::memory_order_release);
     return std::exchange(list, std::move(shorter));
   }
 
@@ -166,11 +163,8 @@ void NotificationCenter::post(const Notification& notification) {
   const void* identity = notification.object.identity();
   for (const ObserverList::Slot& slot : list->slots) {
     if (slot.object != nullptr && slot.object != identity) continue;
-    if (list->hasUnregistered.load(std::memory_order_acquire) &&
-        !slot.entry->registered.load(std::memory_order_acquire)) {
-      continue;
-    }
-    slot.entry->observer(notification);
+    // Asked of the entry itself: it may have been unregistered since this snapshot, in whichever list.
+    if (slot.entry->registered.load(std::memory_order_acquire)) slot.entry->observer(notification);
   }
 }
 

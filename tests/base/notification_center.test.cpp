@@ -6,97 +6,79 @@
 #include <atomic>
 #include <string>
 #include <thread>
-#include <vector>
 
 namespace kmv {
 namespace {
 
 using Registration = NotificationCenter::Registration;
 
-struct Listener {
-  NotificationCenter center;
-  std::string heard;
+struct NotificationCenterTest : testing::Test {
   auto noting(char letter) {
     return [this, letter](const Notification&) { heard += letter; };
   }
+  auto add(std::optional<std::string_view> name, char letter, const void* object = nullptr) {
+    return center->addObserver(name, noting(letter), object);
+  }
+  std::string post(const std::string& name, const NotificationObject& object = {}) {
+    heard.clear();
+    center->post({name, object, nullptr});
+    return heard;
+  }
+  std::unique_ptr<NotificationCenter> center = std::make_unique<NotificationCenter>();
+  std::string heard;
 };
 
-TEST(NotificationCenter, CallsInOrderOfRegistrationWhateverWasAskedFor) {
-  Listener l;
-  const auto a = l.center.addObserver("name", l.noting('a'));
-  const auto b = l.center.addObserver(std::nullopt, l.noting('b'));
-  const auto c = l.center.addObserver("name", l.noting('c'));
-  const auto d = l.center.addObserver("other", l.noting('d'));
-  const auto e = l.center.addObserver(std::nullopt, l.noting('e'));
-  l.center.post({"name", {}, nullptr});
-  EXPECT_EQ(l.heard, "abce");
-  l.center.post({"unheard of", {}, nullptr});
-  EXPECT_EQ(l.heard, "abcebe");
-}
-
-TEST(NotificationCenter, FiltersObjectsByIdentityNotByContent) {
-  Listener l;
+TEST_F(NotificationCenterTest, CallsInOrderOfRegistrationAndFiltersObjectsByIdentity) {
   const auto drive = std::make_shared<DriveDictionary>(Dictionary{{"k", 1}});
   const auto twin = std::make_shared<DriveDictionary>(Dictionary{{"k", 1}});
-  const auto one = l.center.addObserver("n", l.noting('d'), drive.get());
-  const auto any = l.center.addObserver("n", l.noting('*'));
-  l.center.post({"n", twin, nullptr});
-  l.center.post({"n", {}, nullptr});
-  l.center.post({"n", drive, nullptr});
-  EXPECT_EQ(l.heard, "**d*");
+  const Registration all[] = {add("name", 'a'), add(std::nullopt, 'b'), add("name", 'c', drive.get()),
+                              add("other", 'd'), add(std::nullopt, 'e')};
+  EXPECT_EQ(post("name"), "abe");
+  EXPECT_EQ(post("name", twin), "abe");
+  EXPECT_EQ(post("name", drive), "abce");
+  EXPECT_EQ(post("unheard of"), "be");
   EXPECT_EQ(NotificationObject(drive).dictionary()->doubleValue("k"), 1);
   EXPECT_EQ(NotificationObject(drive->snapshot()).drive(), nullptr);
 }
 
-TEST(NotificationCenter, LetsObserversChangeTheListWhileTheyRun) {
-  Listener l;
-  std::vector<Registration> more;
-  Registration last;
-  const auto first = l.center.addObserver("n", [&](const Notification&) {
-    l.heard += '1';
+TEST_F(NotificationCenterTest, LetsObserversChangeTheListWhileTheyRun) {
+  Registration added, self, last;
+  const auto first = center->addObserver("n", [&](const Notification&) {
+    heard += '1';
     last.unregister();
-    if (more.empty()) more.push_back(l.center.addObserver("n", l.noting('3')));
+    added = add("n", '3');
   });
-  Registration self;
-  self = l.center.addObserver("n", [&](const Notification&) {
-    l.heard += 's';
+  self = center->addObserver("n", [&](const Notification&) {
+    heard += 's';
     self.unregister();
   });
-  last = l.center.addObserver("n", l.noting('2'));
-  l.center.post({"n", {}, nullptr});
-  EXPECT_EQ(l.heard, "1s") << "removed ones are not called any more, new ones not yet";
-  l.center.post({"n", {}, nullptr});
-  EXPECT_EQ(l.heard, "1s13");
+  last = add("n", '2');
+  EXPECT_EQ(post("n"), "1s") << "removed ones are not called any more, new ones not yet";
+  EXPECT_EQ(post("n"), "1") << "the new one was replaced by the next new one";
 }
 
-TEST(NotificationCenter, RegistrationsEndWithTheirOwnerAndOutliveTheCentre) {
-  auto center = std::make_unique<NotificationCenter>();
-  int calls = 0;
-  const auto count = [&](const Notification&) { ++calls; };
-  { const auto shortLived = center->addObserver("n", count); }
-  auto kept = center->addObserver("n", count);
+TEST_F(NotificationCenterTest, RegistrationsEndWithTheirOwnerAndOutliveTheCentre) {
+  { const auto shortLived = add("n", 'x'); }
+  auto kept = add("n", '1');
   Registration moved = std::move(kept);
-  center->post({"n", {}, nullptr});
-  EXPECT_EQ(calls, 1);
-  moved = center->addObserver("n", count);  // ends the one it held
-  center->post({"n", {}, nullptr});
-  EXPECT_EQ(calls, 2);
+  EXPECT_EQ(post("n"), "1");
+  moved = add("n", '2');  // ends the one it held
+  EXPECT_EQ(post("n"), "2");
   center.reset();
   moved.unregister();
 }
 
-TEST(NotificationCenter, SurvivesPostsAndChangesFromManyThreads) {
-  NotificationCenter center;
+TEST_F(NotificationCenterTest, SurvivesPostsAndChangesFromManyThreads) {
   std::atomic<int> calls{0};
   std::atomic<bool> done{false};
-  const auto steady = center.addObserver("n", [&](const Notification&) { ++calls; });
+  const auto steady = center->addObserver("n", [&](const Notification&) { ++calls; });
   std::thread poster([&] {
-    for (int i = 0; i < 2000; ++i) center.post({"n", {}, nullptr});
+    for (int i = 0; i < 2000; ++i) center->post({"n", {}, nullptr});
     done = true;
   });
   while (!done) {
-    const auto passing = center.addObserver(calls % 2 ? std::optional<std::string_view>("n") : std::nullopt,
-                                            [](const Notification&) {});
+    const auto passing = center->addObserver(calls % 2 ? std::optional<std::string_view>("n") : std::nullopt,
+                                             [](const Notification&) {});
   }
   poster.join();
   EXPECT_EQ(calls, 2000);
