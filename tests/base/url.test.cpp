@@ -12,9 +12,7 @@
 namespace kmv {
 namespace {
 
-std::string standardized(std::string_view text) {
-  return URL::fromString(text)->standardized().absoluteString();
-}
+using Cases = std::map<std::string, std::string>;
 
 /// Knows a few paths and counts how often it was asked.
 class FewPaths : public ForwardingFiles {
@@ -22,109 +20,96 @@ class FewPaths : public ForwardingFiles {
   FewPaths() : ForwardingFiles(Platform::current().files()) {}
   ItemKind itemKind(const std::string& path) override {
     ++questions;
-    return existing.contains(path) ? ItemKind::folder : ItemKind::none;
+    return std::set<std::string>{"/tmp", "/System", "/x"}.contains(path) ? ItemKind::folder : ItemKind::none;
   }
   std::optional<std::string> realPath(const std::string& path) override {
     ++questions;
-    const auto it = real.find(path);
-    return it == real.end() ? std::nullopt : std::optional<std::string>(it->second);
+    return path == "/link/../B" ? std::optional<std::string>("/elsewhere/B") : std::nullopt;
   }
   const std::vector<std::string>& pathAliasPrefixes() override { return aliases; }
 
-  std::set<std::string> existing;
-  std::map<std::string, std::string> real;
   std::vector<std::string> aliases{"/private/var/automount", "/var/automount", "/private"};
   int questions = 0;
 };
 
-TEST(URL, IsTextAndNothingElse) {
+TEST(URL, IsTextAndCarriesEveryByteOfAPath) {
   const URL directory = URL::fileURLWithPath("/Volumes/A", true);
   EXPECT_EQ(directory.absoluteString(), "file:///Volumes/A/");
   EXPECT_NE(directory, URL::fileURLWithPath("/Volumes/A", false));
   EXPECT_NE(URL::fromString("file:///%7E"), URL::fromString("file:///~"));
   EXPECT_EQ(directory.path(), "/Volumes/A");
-  EXPECT_EQ(URL::fileURLWithPath("/", false).absoluteString(), "file:///");
-  EXPECT_EQ(URL::fileURLWithPath("/a///", false).absoluteString(), "file:///a");
   EXPECT_FALSE(URL::fromString(""));
-  const URL unknown = *URL::fromString("Unknown");
-  EXPECT_FALSE(unknown.isFileURL());
-  EXPECT_EQ(unknown.path(), "Unknown");
-}
-
-TEST(URL, CarriesEveryByteOfAPath) {
+  EXPECT_FALSE(URL::fromString("Unknown")->isFileURL());
+  EXPECT_EQ(URL::fromString("Unknown")->path(), "Unknown");
+  EXPECT_EQ(URL::fromString("file:///a%4/%zz")->path(), "/a%4/%zz");
+  for (const auto& [path, text] : Cases{{"/", "file:///"},
+                                        {"/a///", "file:///a"},
+                                        {"/a b%41\xff", "file:///a%20b%2541%FF"},
+                                        {"rel", "rel"}})
+    EXPECT_EQ(URL::fileURLWithPath(path, false).absoluteString(), text);
   std::string path = "/";
   for (int byte = 1; byte < 256; ++byte) path += static_cast<char>(byte);
   const URL url = URL::fileURLWithPath(path, true);
   EXPECT_EQ(url.path(), path);
   for (const char c : url.absoluteString()) EXPECT_TRUE(c > 0x20 && c < 0x7f);
-  EXPECT_EQ(URL::fileURLWithPath("/a b%41\xff", false).absoluteString(), "file:///a%20b%2541%FF");
-  EXPECT_EQ(URL::fromString("file:///a%4/%zz")->path(), "/a%4/%zz");
 }
 
-TEST(URL, JoinsAndClimbs) {
+TEST(URL, AppendsAndDeletesComponents) {
   const URL root = URL::fileURLWithPath("/", true);
-  const URL deep = URL::fileURLWithPath("/a/b", false);
-  EXPECT_EQ(deep.deletingLastPathComponent().absoluteString(), "file:///a/");
-  EXPECT_EQ(URL::fileURLWithPath("/a/b", true).deletingLastPathComponent().absoluteString(), "file:///a/");
+  for (const bool isDirectory : {false, true}) {
+    const URL parent = URL::fileURLWithPath("/a/b", isDirectory).deletingLastPathComponent();
+    EXPECT_EQ(parent.absoluteString(), "file:///a/");
+  }
   EXPECT_EQ(root.deletingLastPathComponent(), root);
   EXPECT_EQ(root.appendingPathComponent("x y", true).absoluteString(), "file:///x%20y/");
-  EXPECT_EQ(deep.appendingPathComponent("c", false).lastPathComponent(), "c");
+  EXPECT_EQ(URL::fileURLWithPath("/a", false).appendingPathComponent("/c", false).lastPathComponent(), "c");
   EXPECT_EQ(root.lastPathComponent(), "/");
 }
 
 TEST(URL, TextualStandardizingTouchesDotSegmentsOnly) {
-  const std::map<std::string, std::string> cases{{"file:///a/./b", "file:///a/b"},
-                                                 {"file:///a/.", "file:///a/"},
-                                                 {"file:///a/b/..", "file:///a/"},
-                                                 {"file:///a/../b/", "file:///b/"},
-                                                 {"file:///../../a", "file:///../../a"},
-                                                 {"file:///a//b", "file:///a//b"},
-                                                 {"file:///a/%2E/b", "file:///a/%2E/b"},
-                                                 {"file:/x/../y", "file:///y"},
-                                                 {"http://h/a/../b?q/..#f", "http://h/b?q/..#f"},
-                                                 {"a/../b", "b"},
-                                                 {"file:///private/tmp/", "file:///private/tmp/"},
-                                                 {"file:///", "file:///"}};
-  for (const auto& [text, expected] : cases) {
-    EXPECT_EQ(standardized(text), expected) << text;
-    EXPECT_EQ(standardized(standardized(text)), expected) << text;
+  for (const auto& [text, expected] : Cases{{"file:///a/./b", "file:///a/b"},
+                                            {"file:///a/.", "file:///a/"},
+                                            {"file:///a/b/..", "file:///a/"},
+                                            {"file:///a/../b/", "file:///b/"},
+                                            {"file:///../../a", "file:///../../a"},
+                                            {"file:///a//b", "file:///a//b"},
+                                            {"file:///a/%2E/b", "file:///a/%2E/b"},
+                                            {"file:/x/../y", "file:///y"},
+                                            {"http://h/a/../b?q/..#f", "http://h/b?q/..#f"},
+                                            {"a/../b", "b"},
+                                            {"file:///private/tmp/", "file:///private/tmp/"}}) {
+    const URL standard = URL::fromString(text)->standardized();
+    EXPECT_EQ(standard.absoluteString(), expected) << text;
+    EXPECT_EQ(standard.standardized(), standard) << "idempotent: " << text;
   }
 }
 
-TEST(PathStandardizing, WorksOnTheTextWhileNothingElseIsNeeded) {
+TEST(PathStandardizing, AsksTheFileSystemOnlyAboutParentsAndAliases) {
   FewPaths files;
-  EXPECT_EQ(standardizedPath("/Volumes//A/./", files), "/Volumes/A");
-  EXPECT_EQ(standardizedPath("/", files), "/");
-  EXPECT_EQ(standardizedPath("relative/../x", files), "relative/../x");
-  EXPECT_EQ(standardizedPath("/media/...", files), "/media/...");
-  EXPECT_EQ(standardizedPath("/privateer/x", files), "/privateer/x");
+  for (const auto& [path, expected] : Cases{{"/Volumes//A/./", "/Volumes/A"},
+                                            {"/", "/"},
+                                            {"relative/../x", "relative/../x"},
+                                            {"/media/...", "/media/..."},
+                                            {"/privateer/x", "/privateer/x"},
+                                            {"/private", "/private"}})
+    EXPECT_EQ(standardizedPath(path, files), expected);
   EXPECT_EQ(files.questions, 0) << "a plain mount path must never reach the file system";
+  for (const auto& [path, expected] : Cases{{"/link/../B", "/elsewhere/B"},
+                                            {"/Volumes/A/../B", "/Volumes/B"},
+                                            {"/../x", "/x"},
+                                            {"/private/tmp/", "/tmp"},
+                                            {"/private/nope", "/private/nope"},
+                                            {"/private/System", "/private/System"},
+                                            {"/private/var/automount/x", "/x"}})
+    EXPECT_EQ(standardizedPath(path, files), expected);
 }
 
-TEST(PathStandardizing, IsSparedOnlyWhereItWouldChangeNothing) {
+TEST(PathStandardizing, IsSkippedOnlyForCanonicalPaths) {
   for (const char* text : {"/", "/a/b/", "/a%20b/..c/.d", "/%C3%BC", "/..."})
     EXPECT_TRUE(isCanonicalFilePath(text)) << text;
   for (const char* text : {"", "a", "//", "/a//b", "/a/./b", "/.", "/a/..", "/../a", "/%2E%2E/a", "/a%2Fb",
                            "/%c3%bc", "/a%4", "/a%zz", "/a b", "/a?b"})
     EXPECT_FALSE(isCanonicalFilePath(text)) << text;
-}
-
-TEST(PathStandardizing, ResolvesParentsThroughTheFileSystemWhereItCan) {
-  FewPaths files;
-  files.real["/link/../B"] = "/elsewhere/B";
-  EXPECT_EQ(standardizedPath("/link/../B", files), "/elsewhere/B");
-  EXPECT_EQ(standardizedPath("/Volumes/A/../B", files), "/Volumes/B");
-  EXPECT_EQ(standardizedPath("/../x", files), "/x");
-}
-
-TEST(PathStandardizing, StripsAnAliasOnlyWhenTheRestIsAPlaceOfItsOwn) {
-  FewPaths files;
-  files.existing = {"/tmp", "/System", "/x"};
-  EXPECT_EQ(standardizedPath("/private/tmp/", files), "/tmp");
-  EXPECT_EQ(standardizedPath("/private/nope", files), "/private/nope");
-  EXPECT_EQ(standardizedPath("/private/System", files), "/private/System");
-  EXPECT_EQ(standardizedPath("/private/var/automount/x", files), "/x");
-  EXPECT_EQ(standardizedPath("/private", files), "/private");
 }
 
 }  // namespace

@@ -1,0 +1,88 @@
+// SPDX-License-Identifier: MIT
+// What threads share: live dictionaries, collections, the semaphore.
+#include <KMVDriveLibrary/DriveDictionary.h>
+#include <KMVDriveLibrary/LiveCollections.h>
+#include <KMVDriveLibrary/Semaphore.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace kmv {
+namespace {
+
+TEST(DriveDictionary, SnapshotsStayAndReadersSeeUpdatesAtomically) {
+  DriveDictionary drive({{"a", 0}, {"b", 0}, {"gone", 1}});
+  const DictionarySnapshot before = drive.snapshot();
+  drive.remove("gone");
+  EXPECT_FALSE(drive.value("gone"));
+  std::atomic<bool> done{false};
+  std::thread writer([&] {
+    for (int i = 1; i <= 2000; ++i) {
+      drive.update([&](Dictionary& contents) {
+        contents.set("a", i);
+        contents.set("b", i);
+      });
+    }
+    done = true;
+  });
+  bool torn = false;
+  while (!done) {
+    const auto contents = drive.snapshot();
+    torn = torn || !(*contents->find("a") == *contents->find("b"));
+  }
+  writer.join();
+  EXPECT_FALSE(torn);
+  EXPECT_EQ(drive.value("a"), Value(2000));
+  EXPECT_EQ(*before, (Dictionary{{"a", 0}, {"b", 0}, {"gone", 1}}));
+}
+
+TEST(LiveCollections, KeepTheOrderOfInsertion) {
+  using Texts = std::vector<std::string>;
+  LiveArray<std::string> array;
+  for (const char* text : {"c", "a", "c", "b"}) array.append(text);
+  EXPECT_EQ(array.snapshot(), (Texts{"c", "a", "c", "b"}));
+  EXPECT_TRUE(array.remove("c")) << "every equal element goes";
+  EXPECT_FALSE(array.remove("c"));
+  EXPECT_EQ(array.snapshot(), (Texts{"a", "b"}));
+  LiveSet<std::string> set;
+  EXPECT_TRUE(set.add("z") && set.add("y"));
+  EXPECT_FALSE(set.add("z"));
+  EXPECT_EQ(set.snapshot(), (Texts{"z", "y"}));
+  EXPECT_TRUE(set.remove("z"));
+  EXPECT_FALSE(set.contains("z"));
+  EXPECT_EQ(set.count(), 1u);
+}
+
+TEST(Semaphore, ManyWritersTakeAllUnitsWithoutDeadlockAndWaitForAHostsUnit) {
+  Semaphore semaphore(8);
+  semaphore.wait();
+  bool gaveBack = false;  // handed over by the semaphore
+  int inside = 0;         // guarded by the semaphore alone
+  std::vector<std::thread> writers;
+  for (int t = 0; t < 4; ++t) {
+    writers.emplace_back([&] {
+      for (int i = 0; i < 500; ++i) {
+        const Semaphore::ExclusiveHold hold(semaphore, 8);
+        EXPECT_TRUE(gaveBack && ++inside == 1);
+        --inside;
+      }
+    });
+  }
+  gaveBack = true;
+  semaphore.signal();
+  for (auto& writer : writers) writer.join();
+  EXPECT_EQ(semaphore.count(), 8);
+}
+
+TEST(SemaphoreDeathTest, AWriterWithinAWriterStopsInsteadOfHanging) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  Semaphore semaphore(8);
+  const Semaphore::ExclusiveHold outer(semaphore, 8);
+  EXPECT_DEATH(Semaphore::ExclusiveHold(semaphore, 8), "writers' semaphore");
+}
+
+}  // namespace
+}  // namespace kmv
