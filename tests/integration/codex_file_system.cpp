@@ -2,10 +2,10 @@
 // A Codex volume for tests: a read-only FUSE file system whose files are empty and carry their size in an
 // attribute, with a state document at its top.
 //   kmv_codex_file_system POINT [--folders=N] [--files=N] [--keeps=SECONDS] [--delay=MICROSECONDS]
-//                         [--no-clips] [--no-types]
+//                         [--no-clips] [--no-types] [--kind=NAME]
 // Folders "d00000" with files "f00000" each, besides the odd files of "clips". What the kernel may keep, it
-// keeps for `keeps` seconds, none at all by default. Each attribute takes `delay`. `plain`: attributes are
-// known by their plain names only. Attributes of the top tell and change it: "user.requests" counts,
+// keeps for `keeps` seconds, none at all by default. Each attribute takes `delay`. It is mounted as "fuse.NAME",
+// by default as a Codex volume. Attributes of the top tell and change it: "user.requests" counts,
 // "user.document" is the state document. Setting "user.size" of a file changes the size that it reports. Ends
 // with its parent.
 #define FUSE_USE_VERSION 312
@@ -25,6 +25,7 @@
 #include <deque>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <shared_mutex>
 #include <string>
 #include <string_view>
@@ -230,12 +231,16 @@ void setAttribute(fuse_req_t request, fuse_ino_t id, const char* name, const cha
   fuse_reply_err(request, 0);
 }
 
-/// The number after `option` where an argument begins with it.
-double numberAfter(const char* option, const std::vector<std::string>& arguments) {
+/// What stands behind `option` where an argument begins with it.
+std::optional<std::string> textAfter(const char* option, const std::vector<std::string>& arguments) {
   for (const std::string& argument : arguments) {
-    if (argument.starts_with(option)) return std::atof(argument.c_str() + std::strlen(option));
+    if (argument.starts_with(option)) return argument.substr(std::strlen(option));
   }
-  return 0;
+  return std::nullopt;
+}
+
+double numberAfter(const char* option, const std::vector<std::string>& arguments) {
+  return std::atof(textAfter(option, arguments).value_or("0").c_str());
 }
 
 }  // namespace
@@ -246,9 +251,7 @@ int main(int argc, char** argv) {
   const std::vector<std::string> arguments(argv + 2, argv + argc);
   keeps = numberAfter("--keeps=", arguments);
   delay = static_cast<unsigned>(numberAfter("--delay=", arguments));
-  const auto isGiven = [&](const char* option) {
-    return std::find(arguments.begin(), arguments.end(), option) != arguments.end();
-  };
+  const auto isGiven = [&](const char* option) { return textAfter(option, arguments).has_value(); };
   tellsTypes = !isGiven("--no-types");
   buildTree(static_cast<unsigned long>(numberAfter("--folders=", arguments)),
             static_cast<unsigned long>(numberAfter("--files=", arguments)), !isGiven("--no-clips"));
@@ -264,7 +267,8 @@ int main(int argc, char** argv) {
   if (tellsTypes) operations.readdirplus = readFolderPlus;
   operations.getxattr = getAttribute;
   operations.setxattr = setAttribute;
-  char* own[] = {argv[0], const_cast<char*>("-osubtype=codexvfs,fsname=codex0"), nullptr};
+  std::string options = "-ofsname=codex0,subtype=" + textAfter("--kind=", arguments).value_or("codexvfs");
+  char* own[] = {argv[0], options.data(), nullptr};
   fuse_args fuseArguments = FUSE_ARGS_INIT(2, own);
   fuse_session* const session = fuse_session_new(&fuseArguments, &operations, sizeof operations, nullptr);
   if (session == nullptr || fuse_set_signal_handlers(session) != 0 ||

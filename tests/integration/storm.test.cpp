@@ -1,24 +1,20 @@
 // SPDX-License-Identifier: MIT
-// Thousands of mounts and unmounts from four processes at once. However much of it the library sees, what it
-// tells must make sense, and in the end it must know what is there.
+// More mounts and device events than can be told one by one. What is told must make sense, and in the end the library
+// must know what is there.
 #include <KMVDriveLibrary/KMVDriveLibrary.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sched.h>
+#include <signal.h>
+#include <sys/eventfd.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <atomic>
-#include <filesystem>
-#include <fstream>
-#include <map>
 #include <memory>
-#include <set>
-#include <sstream>
+#include <random>
 #include <string>
-#include <thread>
 #include <vector>
 
+#include "integration/support/Child.h"
 #include "integration/support/Observer.h"
 #include "integration/support/Story.h"
 #include "platform/linux/LinuxPlatform.h"
@@ -26,195 +22,79 @@
 namespace kmv::integration {
 namespace {
 
-constexpr int kDevices = 8;
-constexpr int kIdleDevices = 6;
-constexpr int kProcesses = 4;
-constexpr int kOperations = 2000;
-constexpr int kPlaces = 3;
-/// Announcements that show that the storm reached the library; a busy machine sees few of them.
-constexpr std::size_t kSeen = 4;
-
-/// How many messages the kernel dropped for want of room in this process's sockets for device events.
-long droppedDeviceEvents() {
-  std::set<std::string> ours;
-  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-    std::error_code gone;
-    const std::string target = std::filesystem::read_symlink(entry.path(), gone).string();
-    if (target.starts_with("socket:[")) ours.insert(target.substr(8, target.size() - 9));
+/// Mounts the devices at random places and unmounts them, as fast as it can.
+bool mountAndUnmount(const std::vector<std::string>& devices, const std::string& folder, unsigned seed) {
+  constexpr int kOperations = 400;
+  std::mt19937 random(seed);
+  std::vector<std::string> points(devices.size());
+  for (int i = 0; i < kOperations; ++i) {
+    const std::size_t which = random() % devices.size();
+    std::string& point = points[which];
+    if (!point.empty()) {
+      unmount(std::exchange(point, ""));
+    } else {
+      point = folder + "/" + devices[which] + "-" + std::to_string(random() % 3);
+      mountVolume("/dev/" + devices[which], point, "ext4");
+    }
   }
-  constexpr int kDeviceEvents = 15;  // NETLINK_KOBJECT_UEVENT
-  long dropped = 0;
-  std::ifstream table("/proc/net/netlink");
-  std::string line;
-  std::getline(table, line);
-  while (std::getline(table, line)) {
-    std::istringstream fields(line);
-    std::string socket, groups, port, received, sent, dump, locks, inode;
-    int protocol = 0;
-    long drops = 0;
-    fields >> socket >> protocol >> port >> groups >> received >> sent >> dump >> locks >> drops >> inode;
-    if (protocol == kDeviceEvents && ours.contains(inode)) dropped += drops;
-  }
-  return dropped;
+  return true;
 }
 
-/// While it lives the library's event thread may run on one processor only, and there only when nobody else
-/// wants to.
-class StarvedListener {
- public:
-  explicit StarvedListener(bool starves) {
-    if (!starves) return;
-    sched_getaffinity(0, sizeof all_, &all_);
-    CPU_ZERO(&one_);
-    for (std::size_t i = 0; i < CPU_SETSIZE && CPU_COUNT(&one_) == 0; ++i) {
-      if (CPU_ISSET(i, &all_)) CPU_SET(i, &one_);
-    }
-    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
-      std::string name;  // threads that it has just started still have it too; the oldest is the one
-      std::getline(std::ifstream(task.path() / "comm"), name);
-      if (name == "kmv-events" && listener_ == 0) listener_ = std::stoi(task.path().filename().string());
-    }
-    EXPECT_NE(listener_, 0);
-    schedule(SCHED_IDLE, one_);
+TEST_F(VolumeStory, AStormOfMountsIsToldInAnOrderThatMakesSenseAndEndsInTheTruth) {
+  const std::string image = makeImage(space().path("storm.img"), "ext4", "Storm");
+  std::vector<LoopDevice> devices;
+  std::vector<std::string> names;
+  for (int i = 0; i < 4; ++i) {
+    devices.emplace_back(
+        copyImage(image, space().path(std::to_string(i) + ".img")));  // even their UUIDs are equal
+    names.push_back(devices.back().name());
+    for (const char* place : {"-0", "-1", "-2"}) space().folder(names.back() + place);
   }
-  ~StarvedListener() { schedule(SCHED_OTHER, all_); }
-  StarvedListener(const StarvedListener&) = delete;
-  StarvedListener& operator=(const StarvedListener&) = delete;
-
-  /// Lets the calling thread take the listener's processor.
-  void share() const {
-    if (listener_ != 0) sched_setaffinity(0, sizeof one_, &one_);
-  }
-
- private:
-  void schedule(int policy, const cpu_set_t& processors) const {
-    const sched_param priority{};
-    if (listener_ == 0) return;
-    EXPECT_EQ(sched_setscheduler(listener_, policy, &priority), 0);
-    EXPECT_EQ(sched_setaffinity(listener_, sizeof processors, &processors), 0);
-  }
-
-  pid_t listener_ = 0;
-  cpu_set_t all_, one_;
-};
-
-class Storm : public VolumeStory {
- protected:
-  /// Lets the storm blow over the shared registry; `eventsPerOperation` device events go with each mount or
-  /// unmount.
-  void blow(int eventsPerOperation) {
-    std::vector<LoopDevice> devices = attachDevices();
-    const LoopDevice steady(copyImage(image_, space().path("steady.img")));
-    mountVolume(steady.node(), space().folder("steady"), "ext4");
-    Observer observer(space().scratch());
-    observer.expect({"added steady"});
-    std::vector<LoopDevice> idle;  // to be pulled out in the middle of it
-    for (int i = 0; i < kIdleDevices; ++i) {
-      idle.emplace_back(copyImage(image_, space().path("idle" + std::to_string(i) + ".img")));
-      ASSERT_NE(observer.unmounted(idle.back().name()), nullptr);
-    }
-
-    std::vector<std::unique_ptr<Process>> storms;
-    for (int i = 0; i < kProcesses; ++i) {
-      storms.push_back(std::make_unique<Process>(
-          Process::Words{KMV_MOUNT_STORM, std::to_string(i + 1), std::to_string(kOperations / kProcesses),
-                         std::to_string(eventsPerOperation), space().scratch(),
-                         devices[static_cast<std::size_t>(2 * i)].name(),
-                         devices[static_cast<std::size_t>(2 * i + 1)].name()}));
-    }
-    EXPECT_TRUE(observer.waitFor([&] { return observer.all().size() > kSeen; }));
-    pullOut(idle, eventsPerOperation > 0 ? steady.name() : "");
-    for (const auto& storm : storms) {
-      std::optional<int> code;
-      const auto ended = [&] { return (code = storm->exitCodeNow()).has_value(); };
-      while (!observer.waitFor(ended)) {
-      }
-      EXPECT_EQ(code, 0);
-    }
-    observer.compareWithMountTable();
-    expectEachOnce(observer, devices);
-    for (const LoopDevice& device : idle) EXPECT_TRUE(observer.isForgotten(device.name())) << device.name();
-    expectAlternation(observer.all());
-  }
-
- private:
-  std::vector<LoopDevice> attachDevices() {
-    image_ = makeImage(space().path("storm.img"), "ext4", "Storm");
-    std::vector<LoopDevice> devices;
-    for (int i = 0; i < kDevices; ++i) {
-      // Copies: even their UUIDs are equal.
-      devices.emplace_back(copyImage(image_, space().path(std::to_string(i) + ".img")));
-      for (int place = 0; place < kPlaces; ++place) {
-        space().folder(devices.back().name() + "-" + std::to_string(place));
-      }
-    }
-    return devices;
-  }
-
-  /// Detaches the devices while, where it is asked for, events of `noisy` leave no room for theirs.
-  static void pullOut(std::vector<LoopDevice>& devices, const std::string& noisy) {
-    std::atomic<bool> done{noisy.empty()};
-    const StarvedListener starved(!done);
-    std::thread noise([&] {
-      starved.share();
-      const int file = open(("/sys/class/block/" + noisy + "/uevent").c_str(), O_WRONLY | O_CLOEXEC);
-      while (!done && write(file, "change", 6) == 6) {
-      }
-      close(file);
+  Observer observer(space().scratch());
+  Child one([&] { return mountAndUnmount({names[0], names[1]}, space().scratch(), 1); });
+  Child other([&] { return mountAndUnmount({names[2], names[3]}, space().scratch(), 2); });
+  EXPECT_TRUE(observer.waitFor([&] { return one.isDone() && other.isDone(); }));
+  EXPECT_TRUE(one.holds() && other.holds());
+  observer.compareWithMountTable();
+  observer.expectAlternation();
+  EXPECT_FALSE(observer.all().empty()) << "nothing was seen of the storm";
+  const auto present = observer.present();
+  for (const std::string& name : names) {
+    const bool isMounted = std::any_of(present.begin(), present.end(), [&](const std::string& point) {
+      return point.starts_with(name + "-");
     });
-    for (LoopDevice& device : devices) device.detach();
-    done = true;
-    noise.join();
+    EXPECT_EQ(observer.unmounted(name, /*isWaitedFor=*/!isMounted) != nullptr, !isMounted) << name;
   }
-
-  /// Every device is one drive or one unmounted disk.
-  void expectEachOnce(Observer& observer, const std::vector<LoopDevice>& devices) {
-    const auto count = [&] {
-      std::map<std::string, int> found;
-      for (const auto& [url, drive] : observer.arbiter().mountedDictionaries())
-        ++found[*drive->text("DAMediaBSDName")];
-      for (const auto& disk : observer.arbiter().unmountedDictionaries())
-        ++found[*disk->text("DAMediaBSDName")];
-      return found;
-    };
-    const auto eachOnce = [&] {
-      auto found = count();
-      return std::all_of(devices.begin(), devices.end(),
-                         [&](const auto& device) { return found[device.name()] == 1; });
-    };
-    EXPECT_TRUE(observer.waitFor(eachOnce));
-    auto found = count();
-    for (const LoopDevice& device : devices) EXPECT_EQ(found[device.name()], 1) << device.name();
-  }
-
-  static void expectAlternation(const Observer::Lines& lines) {
-    std::map<std::string, bool> isThere;
-    int wrong = 0;
-    for (const std::string& line : lines) {
-      const std::size_t blank = line.find(' ');
-      const std::string word = line.substr(0, blank), name = line.substr(blank + 1);
-      wrong += (word == "added") == isThere[name] || word == "changed" ? 1 : 0;
-      isThere[name] = word == "added";
-    }
-    EXPECT_EQ(wrong, 0);
-    EXPECT_EQ(std::count(lines.begin(), lines.end(), "removed steady"), 0);
-    EXPECT_EQ(std::count(lines.begin(), lines.end(), "added steady"), 1);
-    EXPECT_GT(lines.size(), kSeen) << "nothing was seen of the storm";
-  }
-
-  std::string image_;
-};
-
-TEST_F(Storm, OfMountsIsToldInAnOrderThatMakesSense) {
-  blow(/*eventsPerOperation=*/0);
 }
 
-TEST_F(Storm, OfMoreDeviceEventsThanFitIsToldInAnOrderThatMakesSense) {
-  LinuxOptions options;
-  options.netlinkBufferBytes = 2304;  // the kernel's smallest
-  ASSERT_TRUE(Platform::install(std::make_unique<LinuxPlatform>(options)));
-  blow(/*eventsPerOperation=*/10);
-  EXPECT_GT(droppedDeviceEvents(), 0) << "the buffer never overflowed, so this shows nothing";
+TEST_F(VolumeStory, ADeviceWhoseRemovalWasLostAmongTooManyEventsIsForgotten) {
+  LoopDevice card = newVolume("ext4", "Card");
+  const LoopDevice noisy = newVolume("ext4", "Noisy");
+  const int ready = eventfd(0, EFD_CLOEXEC);
+  const pid_t listener = fork();
+  if (listener == 0) {
+    dup2(ready, STDIN_FILENO);
+    close_range(STDERR_FILENO + 1, ~0U, 0);  // the device leaves only when nobody has it open
+    LinuxOptions options;
+    options.netlinkBufferBytes = 2304;  // the kernel's smallest
+    Platform::install(std::make_unique<LinuxPlatform>(options));
+    Observer observer(space().scratch());
+    const bool appeared = observer.unmounted(card.name()) != nullptr;
+    eventfd_write(STDIN_FILENO, 1);
+    _exit(appeared && observer.isForgotten(card.name()) ? 0 : 1);
+  }
+  eventfd_t ignored = 0;
+  eventfd_read(ready, &ignored);
+  int status = 1;
+  kill(listener, SIGSTOP);
+  waitpid(listener, &status, WUNTRACED);
+  const int events = open(("/sys/class/block/" + noisy.name() + "/uevent").c_str(), O_WRONLY | O_CLOEXEC);
+  for (int i = 0; i < 100; ++i) EXPECT_EQ(write(events, "change", 6), 6);
+  close(events);
+  card.detach();
+  kill(listener, SIGCONT);
+  waitpid(listener, &status, 0);
+  EXPECT_EQ(status, 0);
 }
 
 }  // namespace

@@ -31,11 +31,8 @@ bool isMounted(const std::string& point) {
 
 }  // namespace
 
-// The kernel keeps no answers of it: whoever asks anything of it waits when it has stopped.
 FuseServer::FuseServer(std::string point, const std::string& program)
-    : FuseServer(point, test::Process::Words{
-                            program, "-f", "-s", "-o",
-                            "subtype=kmvhello,fsname=kmvhello,attr_timeout=0,entry_timeout=0", point}) {}
+    : FuseServer(point, test::Process::Words{program, point, "--kind=kmvhello"}) {}
 
 FuseServer::FuseServer(std::string point, const test::Process::Words& words)
     : point_(std::move(point)), process_(words) {

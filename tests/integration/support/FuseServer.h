@@ -7,12 +7,13 @@
 
 namespace kmv::integration {
 
-/// A small FUSE file system of our own, served by a process of its own: "hello" and an empty folder "folder".
+/// A small FUSE file system of our own, served by a process of its own (codex_file_system.cpp).
 class FuseServer {
  public:
-  /// Mounts it at `point` as kind "fuse.kmvhello" and waits until it shows in the mount table.
+  /// Mounts it at `point` as kind "fuse.kmvhello", no Codex volume, and waits until it shows in the mount
+  /// table.
   /// Failure: throws std::runtime_error.
-  explicit FuseServer(std::string point, const std::string& program = KMV_HELLO_FILE_SYSTEM);
+  explicit FuseServer(std::string point, const std::string& program = KMV_CODEX_FILE_SYSTEM);
   /// The same with whatever `words` starts, which mounts itself at `point`.
   FuseServer(std::string point, const test::Process::Words& words);
   /// Kills the server, stopped or not, and takes the mount away.

@@ -5,6 +5,7 @@
 #include <poll.h>
 
 #include <algorithm>
+#include <set>
 
 #include "integration/support/Namespace.h"
 #include "support/Process.h"
@@ -84,9 +85,9 @@ DictionarySnapshot Observer::findUnmounted(const std::string& bsdName) {
   return nullptr;
 }
 
-DictionarySnapshot Observer::unmounted(const std::string& bsdName) {
-  DictionarySnapshot found;
-  waitFor([&] { return (found = findUnmounted(bsdName)) != nullptr; });
+DictionarySnapshot Observer::unmounted(const std::string& bsdName, bool isWaitedFor) {
+  DictionarySnapshot found = findUnmounted(bsdName);
+  if (isWaitedFor) waitFor([&] { return (found = findUnmounted(bsdName)) != nullptr; });
   return found;
 }
 
@@ -99,6 +100,15 @@ std::string Observer::hidingRule(const std::string& name) {
     if (mount.path == folder_ + "/" + name) return mount.rule;
   }
   return {};
+}
+
+void Observer::expectAlternation() const {
+  std::set<std::string> present;
+  for (const std::string& line : lines_) {
+    const std::size_t blank = line.find(' ');
+    const std::string name = line.substr(blank + 1);
+    EXPECT_TRUE(line.starts_with("added ") ? present.insert(name).second : present.erase(name) == 1) << line;
+  }
 }
 
 void Observer::compareWithMountTable() {

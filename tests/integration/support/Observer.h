@@ -38,12 +38,15 @@ class Observer {
   /// The content of the drive mounted there; null when there is none.
   DictionarySnapshot drive(const std::string& name);
   /// The unmounted disk of this device, waited for; null when it does not come.
-  DictionarySnapshot unmounted(const std::string& bsdName);
+  DictionarySnapshot unmounted(const std::string& bsdName, bool isWaitedFor = true);
   bool isUnmounted(const std::string& bsdName) { return findUnmounted(bsdName) != nullptr; }
   /// Waits until no unmounted disk of this device is listed any more.
   bool isForgotten(const std::string& bsdName);
   /// The rule that hides the mount of this name; empty when none does.
   std::string hidingRule(const std::string& name);
+
+  /// No drive was announced twice without having gone; a gtest failure otherwise.
+  void expectAlternation() const;
 
   /// Compares the registry's drives with the mount table; a gtest failure where they differ.
   void compareWithMountTable();

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <utility>
@@ -28,6 +29,14 @@ inline std::string missingForAnotherStory() {
   return std::exchange(used, true)
              ? "needs a process of its own: run it with ctest, or alone with --gtest_filter"
              : "";
+}
+
+/// A copy of a program that a plain user may run, however the place is guarded where it was built.
+inline std::string copyProgram(const std::string& program, const Namespace& space) {
+  const std::string copy = space.path("program");
+  std::filesystem::copy_file(program, copy);
+  std::filesystem::permissions(copy, std::filesystem::perms(0755));
+  return copy;
 }
 
 /// A test in a mount namespace of its own.

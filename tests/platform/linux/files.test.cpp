@@ -1,0 +1,142 @@
+// SPDX-License-Identifier: MIT
+// What this backend's files, walks and attributes do beyond what every backend does.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "platform/linux/LinuxPlatform.h"
+
+namespace kmv {
+namespace {
+
+namespace fs = std::filesystem;
+
+class LinuxFilesTest : public ::testing::Test {
+ protected:
+  LinuxFilesTest() {
+    std::string name = (fs::temp_directory_path() / "kmv-files-XXXXXX").string();
+    root_ = ::mkdtemp(name.data());
+    fs::create_directories(root_ / "usr/bin");
+    std::ofstream(root_ / "file") << "x";
+    LinuxOptions options;
+    options.programRoot = root_;
+    platform_.emplace(options);
+  }
+  ~LinuxFilesTest() override { fs::remove_all(root_); }
+
+  std::string path(const std::string& name) const { return root_ / name; }
+  void addFile(const std::string& name, const std::string& bytes) {
+    fs::create_directories(fs::path(path(name)).parent_path());
+    std::ofstream(path(name)) << bytes;
+  }
+  /// The bytes of all files of a walk.
+  std::uint64_t sizeOf(const std::string& name) {
+    std::uint64_t size = 0;
+    platform_->treeWalk().visitFiles(path(name), "", [&](const WalkedFile& file) {
+      size += file.size;
+      return true;
+    });
+    return size;
+  }
+  /// A shell script in the place of the attribute tool.
+  void installTool(const std::string& script, unsigned mode = 0755) {
+    const std::string tool = path("usr/bin/xattr");
+    std::ofstream(tool) << "#!/bin/sh\n" << script;
+    ASSERT_EQ(chmod(tool.c_str(), mode), 0);
+  }
+  ChildProcess::Result runTool(const std::string& option, std::optional<std::string> value = {},
+                               bool collectsErrors = false) {
+    return platform_->extendedAttributes().runTool(
+        {"/usr/bin/xattr", option, "kmv.name", std::move(value), path("file"), collectsErrors});
+  }
+
+  fs::path root_;
+  std::optional<LinuxPlatform> platform_;
+};
+
+TEST_F(LinuxFilesTest, WhatIsNoRegularFileIsNotRead) {
+  Files& files = platform_->files();
+  ASSERT_EQ(mkfifo(path("pipe").c_str(), 0600), 0);
+  for (const std::string& name : {path("pipe"), std::string("/dev/zero"), std::string("/dev/null")}) {
+    EXPECT_EQ(files.readRegularFile(name, 100).bytes, std::nullopt) << name;
+    EXPECT_EQ(files.openForReading(name), nullptr) << name;
+  }
+  EXPECT_EQ(*files.attributesOfItem("/dev/null")->text("NSFileType"), "NSFileTypeCharacterSpecial");
+  EXPECT_EQ(*files.attributesOfItem("/proc/self/exe")->text("NSFileType"), "NSFileTypeSymbolicLink");
+}
+
+TEST_F(LinuxFilesTest, NamesOfAttributesAreTheUsersUnlessTheySayOtherwise) {
+  ExtendedAttributes& attributes = platform_->extendedAttributes();
+  if (!attributes.set(path("file"), "kmv.name", "1234"))
+    GTEST_SKIP() << "needs a volume with extended attributes";
+  char value[8];
+  EXPECT_EQ(getxattr(path("file").c_str(), "user.kmv.name", value, sizeof value), 4) << "no NUL at its end";
+  EXPECT_EQ(attributes.get(path("file"), "user.kmv.name"), "1234");
+  EXPECT_FALSE(attributes.set(path("file"), "system.nothing", "x"));
+  installTool("printf '%s|' \"$@\"; echo complaint >&2; exit 3\n");
+  const auto read = runTool("-p");
+  EXPECT_EQ(read.output, "-p|user.kmv.name|" + path("file") + "|");
+  EXPECT_EQ(read.exitStatus, 3);
+  EXPECT_EQ(runTool("-w", "v w", /*collectsErrors=*/true).output,
+            "-w|user.kmv.name|v w|" + path("file") + "|complaint\n");
+}
+
+TEST_F(LinuxFilesTest, TheToolRunsInHostsOfAllKinds) {
+  installTool("head -c 200000 /dev/zero | tr '\\0' x\n");
+  EXPECT_EQ(runTool("-p").output.size(), 200'000u) << "more than a pipe holds";
+  signal(SIGCHLD, SIG_IGN);
+  const auto lost = runTool("-p");
+  signal(SIGCHLD, SIG_DFL);
+  EXPECT_EQ(lost.output.size(), 200'000u);
+  EXPECT_EQ(lost.exitStatus, std::nullopt);
+
+  installTool("echo value\n");
+  int saved[3];
+  for (int i = 0; i < 3; ++i) saved[i] = fcntl(i, F_DUPFD_CLOEXEC, 10);
+  for (int i = 0; i < 3; ++i) close(i);
+  const auto value = runTool("-p");
+  for (int i = 0; i < 3; ++i) dup2(saved[i], i);
+  EXPECT_EQ(value.output, "value\n");
+  installTool("echo value\n", 0644);
+  EXPECT_FALSE(runTool("-p").started);
+}
+
+TEST_F(LinuxFilesTest, TreesOfEveryShapeAreAddedUp) {
+  std::uint64_t deep = 0;
+  for (std::string folder = "deep"; path(folder).size() < 3900;
+       deep += 5) {  // nearly as long as paths can be
+    addFile(folder + "/file", "12345");
+    folder += "/" + std::string(60, 'd');
+  }
+  EXPECT_EQ(sizeOf("deep"), deep);
+  for (int i = 0; i < 1500; ++i)
+    addFile("wide/" + std::to_string(i) + (i % 8 == 0 ? "/below/file" : "/file"), "1");
+  for (int i = 0; i < 5000; ++i) addFile("wide/flat/" + std::to_string(i), "1");
+  EXPECT_EQ(sizeOf("wide"), 6500u);
+  // With hardly a descriptor left, which the folders that lie ahead would like to have.
+  rlimit descriptors{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &descriptors), 0);
+  const int next = dup(0);
+  close(next);
+  const rlimit few{static_cast<rlim_t>(next) + 5, descriptors.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+  EXPECT_EQ(sizeOf("wide"), 6500u);
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &descriptors), 0);
+  // Given up in the middle of a folder behind a link.
+  fs::create_directory(root_ / "given up");
+  fs::create_directory_symlink(root_ / "wide", root_ / "given up/link");
+  int asked = 0;
+  platform_->treeWalk().visitFiles(path("given up"), "", [&](const WalkedFile&) { return ++asked < 1000; });
+  EXPECT_EQ(asked, 1000);
+}
+
+}  // namespace
+}  // namespace kmv
