@@ -3,14 +3,11 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 
-#include "kmvdrive/Command.h"
-#include "kmvdrive/DisplayText.h"
-#include "kmvdrive/Location.h"
+#include "kmvdrive/CommandLine.h"
 
 namespace kmv::tool {
 namespace {
@@ -66,11 +63,10 @@ void addAttrCommand(CLI::App& app, Action& chosen) {
   CLI::App* command = app.add_subcommand("attr", "List, get and set extended attributes of a file");
   command->require_subcommand(1);
   const auto options = std::make_shared<AttrOptions>();
-  const auto add = [&](const char* verb, const char* what,
-                       const std::function<ExitCode(CommandContext&)>& action) {
+  const auto add = [&](const char* verb, const char* what, const Action& action) {
     CLI::App* part = command->add_subcommand(verb, what);
     part->add_option("PATH", options->path, "The file")->required();
-    part->callback([action, &chosen] { chosen = action; });
+    chooseWith(*part, chosen, action);
     return part;
   };
   add("list", "Show all attributes",

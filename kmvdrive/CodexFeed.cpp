@@ -3,7 +3,6 @@
 
 #include <KMVDriveLibrary/CodexVirtualFileSystemWrapper.h>
 #include <KMVDriveLibrary/DescriptionKeys.h>
-#include <KMVDriveLibrary/KMVDriveKeys.h>
 #include <KMVDriveLibrary/KMVDriveWrapperManager.h>
 #include <KMVDriveLibrary/Queue.h>
 #include <KMVDriveLibrary/host/OrvaneApp.h>
@@ -34,8 +33,8 @@ CodexFeed::CodexFeed(Hear hear) : state_(std::make_shared<State>()) {
 }
 
 void CodexFeed::ask(const Dictionary& drive) {
-  const std::string* kind = drive.text(kmv::key::kVolumeKind);
-  const URL* url = drive.url(kDiskURLKey);
+  const std::string* kind = drive.text(key::kVolumeKind);
+  const URL* url = drive.url(key::kVolumePath);
   if (url == nullptr || kind == nullptr || kind->find("fuse") == std::string::npos) return;
   ++state_->questions;
   const auto answer = [weak = std::weak_ptr<State>(state_)](std::optional<CodexStatus> status) {
@@ -64,6 +63,12 @@ void CodexFeed::ask(const Dictionary& drive) {
 std::string codexText(const CodexStatus& status) {
   if (!status.isBuilt) return "initialising";
   return status.size ? "built, " + sizeText(*status.size) : "built";
+}
+
+JSON jsonOfCodexVolume(const CodexStatus& status) {
+  JSON volume = {{"state", status.isBuilt ? "built" : "initialising"}};
+  if (status.size) volume["size"] = *status.size;
+  return volume;
 }
 
 }  // namespace kmv::tool

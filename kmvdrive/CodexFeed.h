@@ -12,6 +12,8 @@
 #include <set>
 #include <string>
 
+#include "kmvdrive/ValueJSON.h"
+
 namespace kmv::tool {
 
 /// What is known of a Codex volume.
@@ -24,8 +26,8 @@ struct CodexStatus {
 /// Finds out which drives are Codex volumes, and tells their state and, when it has been worked out, their
 /// size.
 ///
-/// Volumes are asked on threads beside, so one that hangs gives no answer and delays nothing. Used on the
-/// main thread, on which answers come while the event loop runs.
+/// Volumes are asked on threads of their own, so one that hangs gives no answer and delays nothing. Used on the
+/// main thread, on which answers arrive while the event loop runs.
 class CodexFeed {
  public:
   using Hear = std::function<void(const CodexStatus& status)>;
@@ -53,5 +55,7 @@ class CodexFeed {
 
 /// "initialising", "built", "built, 1.5 GB".
 std::string codexText(const CodexStatus& status);
+/// "state", and "size" in bytes when it is known.
+JSON jsonOfCodexVolume(const CodexStatus& status);
 
 }  // namespace kmv::tool

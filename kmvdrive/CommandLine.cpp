@@ -5,14 +5,14 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <chrono>
+#include <cmath>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
-#include <string>
-
-#include "kmvdrive/Command.h"
-#include "kmvdrive/DisplayText.h"
-#include "kmvdrive/StopSignals.h"
+#include <utility>
 
 namespace kmv::tool {
 namespace {
@@ -51,27 +51,60 @@ ExitCode runCommandLine(int argc, const char* const* argv) {
   app.set_version_flag("--version", versionText());
   app.require_subcommand(1);
   Action chosen;
-  addAttrCommand(app, chosen);
-  addListCommand(app, chosen);
-  addWatchCommand(app, chosen);
-  addTopCommand(app, chosen);
-  addTreeCommand(app, chosen);
-  addWhereCommand(app, chosen);
-  addUnmountCommand(app, chosen);
-  addRenameCommand(app, chosen);
+  for (const auto add : {addAttrCommand, addListCommand, addWatchCommand, addTopCommand, addTreeCommand,
+                         addWhereCommand, addUnmountCommand, addRenameCommand})
+    add(app, chosen);
   try {
     app.parse(argc, argv);
+    return runAction(chosen);
   } catch (const CLI::Success& helpOrVersion) {
     return static_cast<ExitCode>(app.exit(helpOrVersion));
   } catch (const CLI::ParseError& error) {
     return usageError(app, error);
-  }
-  try {
-    return runAction(chosen);
   } catch (const std::exception& error) {
     std::fprintf(stderr, "kmvdrive: %s\n", error.what());
     return ExitCode::error;
   }
+}
+
+void chooseWith(CLI::App& command, Action& chosen, Action action) {
+  command.callback([&chosen, action = std::move(action)] { chosen = action; });
+}
+
+std::optional<double> parseSeconds(std::string_view text) {
+  if (text.empty() || text.find_first_not_of("0123456789.eE+-") != std::string_view::npos)
+    return std::nullopt;
+  const std::string terminated(text);
+  char* end = nullptr;
+  const double seconds = std::strtod(terminated.c_str(), &end);
+  const bool isNumber = end == terminated.c_str() + terminated.size();
+  if (!isNumber || !std::isfinite(seconds) || std::signbit(seconds)) return std::nullopt;
+  return seconds;
+}
+
+void addSecondsOption(CLI::App& command, std::string& seconds) {
+  command
+      .add_option("--for", seconds,
+                  "End this many seconds (fractions allowed) after the drives that are there were shown")
+      ->type_name("SECONDS")
+      ->check([](const std::string& text) {
+        return parseSeconds(text) ? std::string() : "\"" + text + "\" is no number of seconds";
+      });
+}
+
+std::optional<EventLoop::Clock::time_point> deadlineAfterSeconds(const std::string& seconds) {
+  if (seconds.empty()) return std::nullopt;
+  constexpr double kLongest = 1e9;  // some thirty years: no overflow of the clock
+  const std::chrono::duration<double> length(std::min(parseSeconds(seconds).value_or(0), kLongest));
+  return EventLoop::Clock::now() + std::chrono::ceil<EventLoop::Clock::duration>(length);
+}
+
+std::optional<URL> locationOf(const std::string& path) {
+  if (path.empty()) return std::nullopt;
+  if (path.front() == '/') return URL::fileURLWithPath(path, /*isDirectory=*/false);
+  const std::unique_ptr<char, void (*)(void*)> folder(::getcwd(nullptr, 0), std::free);
+  if (folder == nullptr || *folder.get() != '/') return std::nullopt;  // the working directory is gone
+  return URL::fileURLWithPath(std::string(folder.get()) + "/" + path, /*isDirectory=*/false);
 }
 
 }  // namespace kmv::tool

@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "kmvdrive/DisplayText.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <iterator>
 
 namespace kmv::tool {
@@ -14,6 +17,7 @@ struct Character {
   bool valid;  // otherwise `value` is the one byte that begins no valid sequence
 };
 
+/// Decodes the first character; rejects overlong forms and surrogates. The library's own decoder is not public.
 Character firstCharacter(std::string_view text) {
   const auto byteAt = [text](std::size_t at) { return static_cast<unsigned char>(text[at]); };
   const unsigned char lead = byteAt(0);
@@ -44,19 +48,19 @@ bool isIn(const Range (&ranges)[N], char32_t character) {
   return range != std::end(ranges) && range->first <= character;
 }
 
-// Layout controls: they show nothing themselves but turn, break or hide what stands around them.
+// Layout controls: not shown themselves, they reorder, break or hide the text around them.
 constexpr Range kLayoutControls[] = {{0xad, 0xad},     {0x61c, 0x61c},    {0x180e, 0x180e}, {0x200b, 0x200b},
                                      {0x200e, 0x200f}, {0x2028, 0x202e},  {0x2060, 0x206f}, {0xfeff, 0xfeff},
                                      {0xfff9, 0xfffb}, {0xe0000, 0xe007f}};
 
-// Marks that take no column: combining marks of the common scripts, joiners, variation selectors.
+// Zero-width: combining marks of the common scripts, joiners, variation selectors.
 constexpr Range kZeroWidth[] = {{0x300, 0x36f},   {0x483, 0x489},   {0x591, 0x5bd},    {0x610, 0x61a},
                                 {0x64b, 0x65f},   {0x900, 0x902},   {0x93c, 0x93c},    {0x941, 0x948},
                                 {0xe31, 0xe31},   {0xe34, 0xe3a},   {0xe47, 0xe4e},    {0x1ab0, 0x1aff},
                                 {0x1dc0, 0x1dff}, {0x200c, 0x200d}, {0x20d0, 0x20f0},  {0x3099, 0x309a},
                                 {0xfe00, 0xfe0f}, {0xfe20, 0xfe2f}, {0xe0100, 0xe01ef}};
 
-// Characters that take two columns: East Asian wide and full-width forms, emoji.
+// Double-width: East Asian wide and full-width forms, emoji.
 constexpr Range kDoubleWidth[] = {
     {0x1100, 0x115f},   {0x2e80, 0x303e},   {0x3041, 0x33ff},   {0x3400, 0x4dbf},
     {0x4e00, 0xa4cf},   {0xa960, 0xa97c},   {0xac00, 0xd7a3},   {0xf900, 0xfaff},
@@ -64,20 +68,27 @@ constexpr Range kDoubleWidth[] = {
     {0x1f680, 0x1f6ff}, {0x1f900, 0x1f9ff}, {0x1fa70, 0x1faff}, {0x20000, 0x3fffd}};
 
 void appendVisible(std::string& out, const Character& character, std::string_view bytes) {
-  char escaped[16];
   const char32_t value = character.value;
-  const bool isControl = value < 0x20 || (value >= 0x7f && value < 0xa0);
+  const bool isControl = value < 0x20 || (value >= 0x7f && value < 0xa0) || isIn(kLayoutControls, value);
   if (!character.valid || isControl) {
+    char escaped[16];
     std::snprintf(escaped, sizeof escaped, character.length == 1 ? "\\x%02x" : "\\u{%x}",
                   static_cast<unsigned>(value));
-    out += escaped;
-  } else if (isIn(kLayoutControls, value)) {
-    std::snprintf(escaped, sizeof escaped, "\\u{%x}", static_cast<unsigned>(value));
     out += escaped;
   } else {
     out += value == U'\\' ? std::string_view("\\\\") : bytes;
   }
 }
+
+std::string_view variable(const char* name) {
+  const char* value = std::getenv(name);
+  return value == nullptr ? std::string_view() : std::string_view(value);
+}
+
+/// By `Style::Look`: nothing for plain, bold, faint, green, red, yellow.
+constexpr const char* kSequences[] = {"", "\x1b[1m", "\x1b[2m", "\x1b[32m", "\x1b[31m", "\x1b[33m"};
+
+constexpr std::size_t kColumnGap = 2;
 
 }  // namespace
 
@@ -124,6 +135,47 @@ std::string sizeText(std::int64_t bytes) {
   char text[48];
   std::snprintf(text, sizeof text, unit > 0 && amount < 9.95 ? "%.1f %s" : "%.0f %s", amount, kUnits[unit]);
   return text;
+}
+
+Style Style::forTerminal(int fileDescriptor) {
+  const bool wanted = variable("NO_COLOR").empty() && !variable("TERM").empty() && variable("TERM") != "dumb";
+  return Style(wanted && isatty(fileDescriptor) == 1);
+}
+
+std::string Style::apply(Look look, std::string_view text) const {
+  if (!coloured_ || look == Look::plain || text.empty()) return std::string(text);
+  return std::string(kSequences[static_cast<std::size_t>(look)]).append(text).append("\x1b[0m");
+}
+
+void Table::addRow(std::vector<std::string> cells) {
+  for (std::string& cell : cells) cell = cell.empty() ? "-" : visibleText(cell);
+  rows_.push_back(std::move(cells));
+}
+
+std::vector<std::size_t> Table::widths() const {
+  std::vector<std::size_t> widths;
+  for (const Column& column : columns_) widths.push_back(displayWidth(column.heading));
+  for (const auto& row : rows_) {
+    for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], displayWidth(row[i]));
+  }
+  return widths;
+}
+
+std::string Table::text(const Style& style) const {
+  std::string out;
+  const auto append = [&, widths = widths()](std::size_t i, std::string_view cell, Style::Look look) {
+    const bool last = i + 1 == columns_.size();
+    const std::string padding(widths[i] - displayWidth(cell), ' ');
+    if (columns_[i].align == Align::right) out += padding;
+    out += style.apply(look, cell);
+    if (columns_[i].align == Align::left && !last) out += padding;
+    out += last ? "\n" : std::string(kColumnGap, ' ');
+  };
+  for (std::size_t i = 0; i < columns_.size(); ++i) append(i, columns_[i].heading, Style::Look::heading);
+  for (const auto& row : rows_) {
+    for (std::size_t i = 0; i < row.size(); ++i) append(i, row[i], Style::Look::plain);
+  }
+  return out;
 }
 
 }  // namespace kmv::tool

@@ -5,12 +5,14 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 namespace kmv::tool {
 
-/// `text` made safe and readable on a terminal that shows UTF-8: what would drive the terminal, or reorder or
-/// break the line, becomes visible, and nothing is lost. Control characters and bytes that are no UTF-8 are
-/// shown as `\x1b`, invisible characters of layout as `\u{202e}`, the backslash as `\\`.
+/// `text` escaped for a terminal that shows UTF-8: no escape sequence, control character or bidirectional
+/// override gets through, and the escape is reversible. Control characters and bytes that are not valid UTF-8
+/// become `\x1b`, layout controls `\u{202e}`, the backslash `\\`.
 std::string visibleText(std::string_view text);
 
 /// The columns that `text`, as `visibleText` made it, takes on a terminal: two for East Asian wide characters
@@ -23,5 +25,45 @@ std::string_view clippedText(std::string_view text, std::size_t columns);
 
 /// A number of bytes for people, in powers of 1000 as drives are sold: "512 B", "1.5 GB", "16 TB".
 std::string sizeText(std::int64_t bytes);
+
+/// How text for people looks: with colour on a terminal that wants it, else plain.
+class Style {
+ public:
+  enum class Look { plain, heading, dim, good, bad, notice };
+
+  explicit Style(bool coloured) : coloured_(coloured) {}
+  /// Coloured when `fileDescriptor` is a terminal, unless NO_COLOR is set or TERM is "dumb" or unset.
+  static Style forTerminal(int fileDescriptor);
+
+  /// `text` in that look. REQUIRES: `text` holds no control characters.
+  std::string apply(Look look, std::string_view text) const;
+
+ private:
+  bool coloured_;
+};
+
+/// Rows under headings, aligned by what each cell takes on a terminal. Cells may hold any bytes.
+class Table {
+ public:
+  enum class Align { left, right };
+  struct Column {
+    std::string_view heading;
+    Align align = Align::left;
+  };
+
+  explicit Table(std::vector<Column> columns) : columns_(std::move(columns)) {}
+
+  /// REQUIRES: one cell a column. An empty cell shows as "-".
+  void addRow(std::vector<std::string> cells);
+
+  /// One line each for the headings and every row.
+  std::string text(const Style& style) const;
+
+ private:
+  std::vector<std::size_t> widths() const;
+
+  std::vector<Column> columns_;
+  std::vector<std::vector<std::string>> rows_;  // as they will be shown
+};
 
 }  // namespace kmv::tool

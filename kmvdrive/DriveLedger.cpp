@@ -1,14 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "kmvdrive/DriveLedger.h"
 
-#include <KMVDriveLibrary/KMVDriveKeys.h>
+#include <KMVDriveLibrary/DescriptionKeys.h>
 
 namespace kmv::tool {
 
 DriveLedger::Key DriveLedger::keyOf(const Dictionary& contents) {
-  const URL* url = contents.url(kDiskURLKey);
-  return {url == nullptr ? std::string() : url->absoluteString(),
-          contents.doubleValue(kDiskAppearanceTimeKey)};
+  const URL* url = contents.url(key::kVolumePath);
+  return {url == nullptr ? std::string() : url->absoluteString(), contents.doubleValue(key::kAppearanceTime)};
 }
 
 void DriveLedger::announced(const Drive& drive) {

@@ -35,7 +35,7 @@ class DriveLedger {
   /// `contents` is the drive's last content.
   void removed(const DictionarySnapshot& contents);
 
-  /// A command was answered. `contents` has the drive's "DAVolumePath" and, of a refused unmount, "status"
+  /// A command was answered. `contents` has the drive's URL and, of a refused unmount, "status"
   /// and "pid".
   void answered(DriveEvent event, const Dictionary& contents);
 

@@ -6,17 +6,39 @@
 
 namespace kmv::tool {
 
+/// Calls `handler`, with `flags` of sigaction(2), when the signal comes.
+void handleSignal(int signal, void (*handler)(int), int flags);
+
+/// Turns SIGINT and SIGTERM into a descriptor that polls readable, for one poll loop over everything. The
+/// first signal asks for a clean end; the second one of its kind has its usual effect, should the clean end
+/// take too long. REQUIRES: one at a time in a process.
+class StopSignals {
+ public:
+  /// Failure: throws std::system_error when the process is out of descriptors.
+  StopSignals();
+  ~StopSignals();
+  StopSignals(const StopSignals&) = delete;
+  StopSignals& operator=(const StopSignals&) = delete;
+
+  /// Readable from the first signal on. Poll it, do not read it.
+  int fileDescriptor() const { return readEnd_; }
+
+ private:
+  int readEnd_ = -1;
+  int writeEnd_ = -1;
+};
+
 /// Why a wait came to its end.
 enum class Wake {
-  worked,    ///< the main queue had tasks, and they have run; or a signal that is no request to stop came
-  deadline,  ///< the time is over; due tasks have run
+  worked,         ///< the main queue was drained; or a signal interrupted that does not ask to stop
+  deadline,       ///< it has passed; due tasks have run
   stopRequested,  ///< a signal asks for a clean end
   outputClosed,   ///< nobody can read the output any more
 };
 
-/// The program's one wait: the library's main queue, the stop signals and the reader of the output in a
-/// single poll, so an idle program makes no wake-up at all. Used on the main thread, which thereby is the
-/// main queue's thread.
+/// The program's only blocking wait: the library's main queue, the stop signals and the reader of the output in a
+/// single poll, so an idle program has no wake-ups. Used on the main thread, which thereby is the main queue's
+/// thread.
 class EventLoop {
  public:
   using Clock = std::chrono::steady_clock;
@@ -25,8 +47,7 @@ class EventLoop {
   EventLoop(int outputFileDescriptor, int stopFileDescriptor)
       : output_(outputFileDescriptor), stop_(stopFileDescriptor) {}
 
-  /// Waits until something happens, not beyond `deadline` (none: without limit), and runs what the main queue
-  /// holds.
+  /// Waits until something happens or `deadline` has passed (none: without limit), and drains the main queue.
   Wake wait(std::optional<Clock::time_point> deadline);
 
  private:

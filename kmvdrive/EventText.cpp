@@ -1,22 +1,29 @@
 // SPDX-License-Identifier: MIT
 #include "kmvdrive/EventText.h"
 
+#include <KMVDriveLibrary/DescriptionKeys.h>
+#include <KMVDriveLibrary/DissentStatus.h>
 #include <KMVDriveLibrary/KMVDriveKeys.h>
 
 #include <algorithm>
-#include <cstring>
+#include <cinttypes>
+#include <cstdint>
+#include <cstdio>
 #include <ctime>
+#include <string_view>
+#include <utility>
 
-#include "kmvdrive/DisplayText.h"
-#include "kmvdrive/DriveJSON.h"
-#include "kmvdrive/DriveSummary.h"
-#include "kmvdrive/RefusalText.h"
+#include "kmvdrive/DriveFacts.h"
 
 namespace kmv::tool {
 namespace {
 
+// What the registry adds to the record of a refused unmount.
+constexpr char kStatus[] = "status";
+constexpr char kProcessID[] = "pid";
+
 struct EventLook {
-  const char* name;
+  std::string_view name;
   Style::Look look;
 };
 
@@ -40,12 +47,29 @@ EventLook lookOf(DriveEvent event) {
   return {"", Style::Look::plain};
 }
 
+/// The last three of `DriveEvent`.
+bool isAnswer(DriveEvent event) {
+  return event >= DriveEvent::ejectionRejected;
+}
+
+JSON lineOf(std::string_view event, EventTime time) {
+  const std::chrono::duration<double> sinceEpoch = time.time_since_epoch();
+  return {{"event", event}, {"time", sinceEpoch.count()}};
+}
+
 std::string localTimeText(EventTime time) {
   const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
   std::tm parts{};
   char text[32];
   if (localtime_r(&seconds, &parts) == nullptr) return "--:--:--";
   return std::string(text, std::strftime(text, sizeof text, "%H:%M:%S", &parts));
+}
+
+/// "17:05:00  added    ".
+std::string beginningOf(const EventLook& event, EventTime time, const Style& style) {
+  constexpr std::size_t kColumn = sizeof "present" - 1;
+  const std::size_t padding = std::max(kColumn, event.name.size()) - event.name.size() + 2;
+  return localTimeText(time) + "  " + style.apply(event.look, event.name) + std::string(padding, ' ');
 }
 
 /// "ext4, 1.5 GB, removable,network": what is known of it.
@@ -59,63 +83,93 @@ std::string detailsOf(const DriveSummary& summary) {
   return details;
 }
 
-bool isAnswer(DriveEvent event) {
-  return event == DriveEvent::ejectionRejected || event == DriveEvent::renameSucceeded ||
-         event == DriveEvent::renameFailed;
+const char* reasonOf(std::int64_t status) {
+  constexpr std::pair<std::int64_t, const char*> kReasons[] = {
+      {dissent::kBusy, "something on it is in use"},
+      {dissent::kBadArgument, "it cannot have that name"},
+      {dissent::kExclusiveAccess, "another program has the device for itself"},
+      {dissent::kNoResources, "the system has no resources left for it"},
+      {dissent::kNotFound, "its device is gone"},
+      {dissent::kNotMounted, "it is not mounted any more"},
+      {dissent::kNotPermitted, "the system does not permit it"},
+      {dissent::kNotPrivileged, "this takes more rights than you have"},
+      {dissent::kNotReady, "the device is not ready"},
+      {dissent::kNotWritable, "it is read-only"},
+      {dissent::kUnsupported, "a volume of this kind cannot do that"},
+  };
+  for (const auto& [known, reason] : kReasons) {
+    if (known == status) return reason;
+  }
+  return "the system refused without a reason that is known here";
+}
+
+/// The platform's own statuses are known by their hexadecimal form, others by their decimal one.
+std::string statusText(std::int64_t status) {
+  const bool isPlatforms = status < 0 && status >= INT32_MIN;
+  if (!isPlatforms) return std::to_string(status);
+  char hexadecimal[16];
+  std::snprintf(hexadecimal, sizeof hexadecimal, "0x%08" PRIX32, static_cast<std::uint32_t>(status));
+  return hexadecimal;
 }
 
 }  // namespace
 
 std::string eventAsJSON(DriveEvent event, EventTime time, const Dictionary& drive) {
-  const std::chrono::duration<double> sinceEpoch = time.time_since_epoch();
-  JSON line = {{"event", lookOf(event).name}, {"time", sinceEpoch.count()}};
+  JSON line = lineOf(lookOf(event).name, time);
   if (!isAnswer(event)) {
     line["drive"] = jsonOfDrive(drive);
     return jsonLine(line);
   }
-  if (const URL* url = drive.url(kDiskURLKey)) {
+  if (const URL* url = drive.url(key::kVolumePath)) {
     line["url"] = url->absoluteString();
     line["path"] = url->path();
   }
-  for (const char* number : {"status", "pid"}) {
+  for (const char* number : {kStatus, kProcessID}) {
     if (const Value* value = drive.find(number)) line[number] = jsonOf(*value);
   }
   return jsonLine(line);
 }
 
+std::string eventAsText(DriveEvent event, EventTime time, const Dictionary& drive, const Style& style) {
+  const DriveSummary summary = summaryOf(drive);
+  std::string line = beginningOf(lookOf(event), time, style) + visibleText(summary.mountPoint);
+  const URL* oldURL = drive.url(kDiskOldURLKey);
+  if (event == DriveEvent::changed && oldURL != nullptr) line += " (was " + visibleText(oldURL->path()) + ")";
+  if (!summary.name.empty()) line += "  \"" + visibleText(summary.name) + "\"";
+  const std::string details = event == DriveEvent::ejectionRejected ? refusalText(drive) : detailsOf(summary);
+  if (!details.empty()) line += "  " + visibleText(details);
+  return line + "\n";
+}
+
 std::string activityAsJSON(EventTime time, const ActivityBoard::Activities& activities) {
-  const std::chrono::duration<double> sinceEpoch = time.time_since_epoch();
   JSON drives = jsonOfActivities(activities);
   if (drives.empty()) return {};
-  return jsonLine({{"event", "activity"}, {"time", sinceEpoch.count()}, {"drives", std::move(drives)}});
+  JSON line = lineOf("activity", time);
+  line["drives"] = std::move(drives);
+  return jsonLine(line);
 }
 
 std::string codexAsJSON(EventTime time, const CodexStatus& status) {
-  const std::chrono::duration<double> sinceEpoch = time.time_since_epoch();
-  JSON line = {{"event", "codex"}, {"time", sinceEpoch.count()}, {"path", status.path}};
+  JSON line = lineOf("codex", time);
+  line["path"] = status.path;
   line.update(jsonOfCodexVolume(status));
   return jsonLine(line);
 }
 
 std::string codexAsText(EventTime time, const CodexStatus& status, const Style& style) {
-  return localTimeText(time) + "  " + style.apply(Style::Look::notice, "codex") + "    " +
-         visibleText(status.path) + "  " + codexText(status) + "\n";
+  return beginningOf({"codex", Style::Look::notice}, time, style) + visibleText(status.path) + "  " +
+         codexText(status) + "\n";
 }
 
-std::string eventAsText(DriveEvent event, EventTime time, const Dictionary& drive, const Style& style) {
-  constexpr std::size_t kLongestEvent = sizeof "present" - 1;
-  const auto [name, look] = lookOf(event);
-  const DriveSummary summary = summaryOf(drive);
-  std::string line = localTimeText(time) + "  " + style.apply(look, name);
-  line.append(std::max(kLongestEvent, std::strlen(name)) - std::strlen(name) + 2, ' ');
-  line += visibleText(summary.mountPoint);
-  const URL* oldURL = drive.url(kDiskOldURLKey);
-  if (event == DriveEvent::changed && oldURL != nullptr) line += " (was " + visibleText(oldURL->path()) + ")";
-  if (!summary.name.empty()) line += "  \"" + visibleText(summary.name) + "\"";
-  std::string details = detailsOf(summary);
-  if (event == DriveEvent::ejectionRejected) details = refusalText(drive);
-  if (!details.empty()) line += "  " + visibleText(details);
-  return line + "\n";
+std::string refusalText(const Dictionary& rejection) {
+  const auto numberUnder = [&](const char* key) {
+    const Value* number = rejection.find(key);
+    return number == nullptr ? 0 : number->integerValue();
+  };
+  const std::int64_t status = numberUnder(kStatus), processID = numberUnder(kProcessID);
+  std::string text = std::string(reasonOf(status)) + " (status " + statusText(status);
+  if (processID != 0) text += ", process " + std::to_string(processID);
+  return text + ")";
 }
 
 }  // namespace kmv::tool

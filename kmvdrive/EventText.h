@@ -6,27 +6,31 @@
 #include <chrono>
 #include <string>
 
-#include "kmvdrive/ActivityBoard.h"
+#include "kmvdrive/Activity.h"
 #include "kmvdrive/CodexFeed.h"
+#include "kmvdrive/DisplayText.h"
 #include "kmvdrive/DriveLedger.h"
-#include "kmvdrive/Style.h"
 
 namespace kmv::tool {
 
 /// The moment of an event, on the wall clock.
 using EventTime = std::chrono::system_clock::time_point;
 
-/// One line of JSON lines: the event, its time in seconds since 1970 with fraction, the drive.
-std::string eventAsJSON(DriveEvent event, EventTime time, const Dictionary& drive);
+// JSON lines begin with "event" and "time", in seconds since 1970 with fraction; text lines with the local time.
 
-/// One line of JSON lines for what drives moved in a cycle; empty when there is nothing to tell.
+std::string eventAsJSON(DriveEvent event, EventTime time, const Dictionary& drive);
+std::string eventAsText(DriveEvent event, EventTime time, const Dictionary& drive, const Style& style);
+
+/// What drives moved in a cycle; empty when nothing did.
 std::string activityAsJSON(EventTime time, const ActivityBoard::Activities& activities);
 
-/// One line for what is known of a Codex volume.
+/// What is known of a Codex volume.
 std::string codexAsJSON(EventTime time, const CodexStatus& status);
 std::string codexAsText(EventTime time, const CodexStatus& status, const Style& style);
 
-/// One line for people, with the local time.
-std::string eventAsText(DriveEvent event, EventTime time, const Dictionary& drive, const Style& style);
+/// Why the platform said no, from the object of "kDiskEjectionRejected": a sentence without its full stop,
+/// with the platform's status and the process that holds the volume, if known: "something on it is in use
+/// (status 0xF8DA0002, process 4711)".
+std::string refusalText(const Dictionary& rejection);
 
 }  // namespace kmv::tool

@@ -7,21 +7,30 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdint>
 #include <cstdio>
+#include <memory>
+#include <utility>
 
 namespace kmv::tool {
 namespace {
 
-// Long enough for a disk that has to be read to be known, also on a busy machine: with half of this, one list
+using Clock = EventLoop::Clock;
+
+// Long enough for a disk that has to be probed to be known, also on a busy machine: with half of this, one list
 // in ten missed a disk that had just been unmounted.
 constexpr std::chrono::milliseconds kQuietPeriod{200};
 constexpr std::chrono::seconds kLimit{3};
 
-}  // namespace
+/// What has happened so far; touched on the main thread only.
+struct Progress {
+  std::uint64_t registrations = 0;
+  std::uint64_t fencesPassed = 0;
+};
 
-/// Hears of every registration on the arbiter queue and hands the news to the main queue, whose descriptor
-/// wakes the loop.
-class InitialReport::Listener : public KMVDiskAdditionalInformationProtocol {
+/// Hears of every registration on the arbiter queue and posts it to the main queue, whose descriptor wakes the
+/// loop.
+class Listener : public KMVDiskAdditionalInformationProtocol {
  public:
   explicit Listener(std::shared_ptr<Progress> progress) : progress_(std::move(progress)) {}
 
@@ -34,8 +43,7 @@ class InitialReport::Listener : public KMVDiskAdditionalInformationProtocol {
     return false;
   }
 
-  /// The registry keeps the listener, since taking it out would wait for the arbiter queue; from here on it
-  /// does nothing.
+  /// From here on it does nothing. The registry keeps it: removing it would wait for the arbiter queue.
   void retire() { retired_.store(true); }
 
  private:
@@ -47,59 +55,75 @@ class InitialReport::Listener : public KMVDiskAdditionalInformationProtocol {
   std::atomic<bool> retired_{false};
 };
 
-InitialReport::InitialReport()
-    : progress_(std::make_shared<Progress>()), listener_(std::make_shared<Listener>(progress_)) {
-  KMVDiskArbiter::sharedInstance().addAdditionalInformationListener(listener_);
-}
-
-InitialReport::~InitialReport() {
-  listener_->retire();
-}
-
-void InitialReport::warnWhenIncomplete() const {
-  if (incomplete_) std::fputs("kmvdrive: some mounted volumes could not be identified in time\n", stderr);
-}
-
-/// Comes back behind everything that the two queues hold now, without waiting for either.
-void InitialReport::sendFence() {
-  KMVDiskArbiter::sharedInstance().arbiterQueue()->async(
-      [progress = progress_] { mainQueue().async([progress] { ++progress->fencesPassed; }); });
-}
-
-std::optional<Wake> InitialReport::run(EventLoop& loop) {
-  using Clock = EventLoop::Clock;
-  KMVDiskArbiter& arbiter = KMVDiskArbiter::sharedInstance();
-  arbiter.startArbiter();
-  const auto limit = Clock::now() + kLimit;
-  auto quietSince = Clock::now();
-  std::uint64_t registrations = progress_->registrations;
-  std::uint64_t fencesSent = 0;
-  bool fenceUnderWay = false;
-
-  while (Clock::now() < limit) {
-    const bool outstanding = arbiter.disksAlreadyMountedAtInit()->count() > 0;
-    const bool quiet = Clock::now() >= quietSince + kQuietPeriod;
-    if (!outstanding && quiet && !fenceUnderWay) {
-      sendFence();
-      ++fencesSent;
-      fenceUnderWay = true;
-    }
-    // While a volume is outstanding or the fence is under way, only news can help; else the quiet period's
-    // end does.
-    const bool newsOnly = outstanding || fenceUnderWay;
-    const Wake wake = loop.wait(newsOnly ? limit : std::min(limit, quietSince + kQuietPeriod));
-    if (wake == Wake::stopRequested || wake == Wake::outputClosed) return wake;
-    if (progress_->registrations != registrations) {
-      registrations = progress_->registrations;
-      quietSince = Clock::now();
-      fenceUnderWay = false;
-    } else if (fenceUnderWay && progress_->fencesPassed == fencesSent) {
-      break;
-    }
+class InitialReport {
+ public:
+  explicit InitialReport(EventLoop& loop) : loop_(loop) {
+    arbiter_.addAdditionalInformationListener(listener_);
+    arbiter_.startArbiter();
+    limit_ = Clock::now() + kLimit;
+    quietUntil_ = Clock::now() + kQuietPeriod;
   }
-  listener_->retire();
-  incomplete_ = arbiter.disksAlreadyMountedAtInit()->count() > 0;
-  return std::nullopt;
+  ~InitialReport() { listener_->retire(); }
+  InitialReport(const InitialReport&) = delete;
+  InitialReport& operator=(const InitialReport&) = delete;
+
+  /// False when the program is to end.
+  bool await() {
+    while (Clock::now() < limit_) {
+      if (!isOutstanding() && !fenceInFlight_ && Clock::now() >= quietUntil_) sendFence();
+      const Wake wake = loop_.wait(nextLook());
+      if (wake == Wake::stopRequested || wake == Wake::outputClosed) return false;
+      if (progress_->registrations != registrations_) {
+        beginQuietPeriod();
+      } else if (fenceInFlight_ && progress_->fencesPassed == fencesSent_) {
+        break;
+      }
+    }
+    return true;
+  }
+
+  /// True while some volume that is mounted was not registered.
+  bool isOutstanding() const { return arbiter_.disksAlreadyMountedAtInit()->count() > 0; }
+
+ private:
+  /// While a volume is outstanding or a fence is in flight, only news can help; else the end of the quiet period.
+  Clock::time_point nextLook() const {
+    return isOutstanding() || fenceInFlight_ ? limit_ : std::min(limit_, quietUntil_);
+  }
+
+  void beginQuietPeriod() {
+    registrations_ = progress_->registrations;
+    quietUntil_ = Clock::now() + kQuietPeriod;
+    fenceInFlight_ = false;
+  }
+
+  /// Comes back behind everything that the two queues hold now, without waiting for either.
+  void sendFence() {
+    arbiter_.arbiterQueue()->async(
+        [progress = progress_] { mainQueue().async([progress] { ++progress->fencesPassed; }); });
+    ++fencesSent_;
+    fenceInFlight_ = true;
+  }
+
+  EventLoop& loop_;
+  KMVDiskArbiter& arbiter_ = KMVDiskArbiter::sharedInstance();
+  std::shared_ptr<Progress> progress_ = std::make_shared<Progress>();
+  std::shared_ptr<Listener> listener_ = std::make_shared<Listener>(progress_);
+  Clock::time_point limit_;
+  Clock::time_point quietUntil_;
+  std::uint64_t registrations_ = 0;
+  std::uint64_t fencesSent_ = 0;
+  bool fenceInFlight_ = false;
+};
+
+}  // namespace
+
+bool awaitInitialReport(EventLoop& loop) {
+  InitialReport report(loop);
+  if (!report.await()) return false;
+  if (report.isOutstanding())
+    std::fputs("kmvdrive: some mounted volumes could not be identified in time\n", stderr);
+  return true;
 }
 
 }  // namespace kmv::tool

@@ -12,7 +12,7 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "kmvdrive/StopSignals.h"
+#include "kmvdrive/EventLoop.h"
 
 namespace kmv::tool {
 namespace {

@@ -10,12 +10,10 @@
 #include <string>
 #include <vector>
 
-#include "kmvdrive/ActivityBoard.h"
-#include "kmvdrive/ActivityFeed.h"
-#include "kmvdrive/Command.h"
+#include "kmvdrive/Activity.h"
+#include "kmvdrive/CommandLine.h"
 #include "kmvdrive/InitialReport.h"
 #include "kmvdrive/Screen.h"
-#include "kmvdrive/SecondsOption.h"
 
 namespace kmv::tool {
 namespace {
@@ -28,9 +26,9 @@ struct TopOptions {
 
 using Clock = EventLoop::Clock;
 
-/// Silence for longer than a cycle takes means that nothing moved.
+/// No announcement for longer than a cycle means that nothing moved.
 constexpr std::chrono::milliseconds kQuietCycle{1300};
-/// What is written to something that is no terminal need not be narrow.
+/// The width where no terminal limits it.
 constexpr std::size_t kWide = 1000;
 
 class Top {
@@ -65,25 +63,27 @@ class Top {
     if (options_.once) goesOn_ = false;
   }
 
-  void draw() {
-    const bool blocks = showsUTF8();
-    std::string text;
+  void draw() { goesOn_ = goesOn_ && context_.output.write(text()); }
+
+  std::string text() {
     if (options_.json) {
       const std::chrono::duration<double> now = std::chrono::system_clock::now().time_since_epoch();
-      text = jsonLine(board_.asJSON(now.count()));
-    } else if (screen_) {
-      const Screen::Size size = drawnFor_ = Screen::size();
-      std::vector<std::string> lines = board_.asText(context_.style, size.columns, blocks);
-      if (lines.size() > size.lines) {
-        lines.resize(size.lines);
-        lines.back() = "...";
-      }
-      text = Screen::frame(lines);
-    } else {
-      for (const std::string& line : board_.asText(context_.style, kWide, blocks)) text += line + "\n";
-      text += options_.once ? "" : "\n";
+      return jsonLine(board_.asJSON(now.count()));
     }
-    goesOn_ = goesOn_ && context_.output.write(text);
+    if (screen_) return frame();
+    std::string text;
+    for (const std::string& line : board_.asText(context_.style, kWide, showsUTF8())) text += line + "\n";
+    return options_.once ? text : text + "\n";
+  }
+
+  std::string frame() {
+    const Screen::Size size = drawnFor_ = Screen::size();
+    std::vector<std::string> lines = board_.asText(context_.style, size.columns, showsUTF8());
+    if (lines.size() > size.lines) {
+      lines.resize(size.lines);
+      lines.back() = "...";
+    }
+    return Screen::frame(lines);
   }
 
   CommandContext& context_;
@@ -97,9 +97,7 @@ class Top {
 };
 
 ExitCode top(CommandContext& context, const TopOptions& options) {
-  InitialReport report;
-  if (report.run(context.loop)) return ExitCode::ok;
-  report.warnWhenIncomplete();
+  if (!awaitInitialReport(context.loop)) return ExitCode::ok;
   return Top(context, options).run();
 }
 
@@ -107,12 +105,10 @@ ExitCode top(CommandContext& context, const TopOptions& options) {
 
 void addTopCommand(CLI::App& app, Action& chosen) {
   CLI::App* command = app.add_subcommand("top", "Show how busy each drive is, until stopped");
-  const auto options = std::make_shared<TopOptions>();
+  const auto options = optionsOf(*command, chosen, top);
   command->add_flag("--json", options->json, "Print one JSON object a line");
   command->add_flag("--once", options->once, "Show the figures of one second and end");
   addSecondsOption(*command, options->seconds);
-  command->callback(
-      [options, &chosen] { chosen = [options](CommandContext& context) { return top(context, *options); }; });
 }
 
 }  // namespace kmv::tool

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // What is asked of one mounted volume: to go, or to have another name.
+#include <KMVDriveLibrary/DescriptionKeys.h>
 #include <KMVDriveLibrary/Exception.h>
 #include <KMVDriveLibrary/KMVDiskArbiter.h>
 #include <KMVDriveLibrary/KMVDriveKeys.h>
@@ -16,16 +17,14 @@
 #include <utility>
 #include <vector>
 
-#include "kmvdrive/Command.h"
-#include "kmvdrive/DisplayText.h"
-#include "kmvdrive/Location.h"
-#include "kmvdrive/RefusalText.h"
+#include "kmvdrive/CommandLine.h"
+#include "kmvdrive/EventText.h"
 
 namespace kmv::tool {
 namespace {
 
-/// A medium can take long to write what is due; but a volume that is mounted again at once is never announced
-/// as gone.
+/// A slow medium takes long to flush; but a volume that is mounted again at once is never announced as gone, so
+/// the wait needs an upper bound.
 constexpr std::chrono::minutes kPatience{5};
 
 struct VolumeOptions {
@@ -33,7 +32,7 @@ struct VolumeOptions {
   std::string name;
 };
 
-/// How a command ended; none while it runs. Observers may outlive the command, so they share it.
+/// How a command ended; none while it is in flight. Shared, since a handler may outlive the command.
 struct Outcome {
   bool succeeded = false;
   std::string refusal;
@@ -95,7 +94,7 @@ class Answer {
 void expectRemoval(Answer& answer, const URL& root, const Outcome& outcome) {
   answer.expect(kDiskArbiterRemovedDiskDetectedNotification,
                 [root, outcome](const Notification& news) -> std::optional<Outcome> {
-                  const URL* path = news.object.dictionary()->url(kDiskURLKey);
+                  const URL* path = news.object.dictionary()->url(key::kVolumePath);
                   return path != nullptr && *path == root ? std::optional(outcome) : std::nullopt;
                 });
 }
@@ -153,21 +152,15 @@ ExitCode rename(CommandContext& context, const VolumeOptions& options) {
 
 void addUnmountCommand(CLI::App& app, Action& chosen) {
   CLI::App* command = app.add_subcommand("unmount", "Unmount a drive");
-  const auto options = std::make_shared<VolumeOptions>();
+  const auto options = optionsOf(*command, chosen, unmount);
   command->add_option("PATH", options->path, "Where it is mounted")->required();
-  command->callback([options, &chosen] {
-    chosen = [options](CommandContext& context) { return unmount(context, *options); };
-  });
 }
 
 void addRenameCommand(CLI::App& app, Action& chosen) {
   CLI::App* command = app.add_subcommand("rename", "Give a drive another name");
-  const auto options = std::make_shared<VolumeOptions>();
+  const auto options = optionsOf(*command, chosen, rename);
   command->add_option("PATH", options->path, "Where it is mounted")->required();
   command->add_option("NAME", options->name, "Its new name")->required();
-  command->callback([options, &chosen] {
-    chosen = [options](CommandContext& context) { return rename(context, *options); };
-  });
 }
 
 }  // namespace kmv::tool

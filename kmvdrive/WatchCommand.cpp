@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <KMVDriveLibrary/DescriptionKeys.h>
 #include <KMVDriveLibrary/KMVDriveKeys.h>
 #include <KMVDriveLibrary/NotificationCenter.h>
 #include <KMVDriveLibrary/Queue.h>
@@ -14,13 +15,11 @@
 #include <utility>
 #include <vector>
 
-#include "kmvdrive/ActivityFeed.h"
 #include "kmvdrive/CodexFeed.h"
-#include "kmvdrive/Command.h"
+#include "kmvdrive/CommandLine.h"
 #include "kmvdrive/DriveLedger.h"
 #include "kmvdrive/EventText.h"
 #include "kmvdrive/InitialReport.h"
-#include "kmvdrive/SecondsOption.h"
 
 namespace kmv::tool {
 namespace {
@@ -30,8 +29,8 @@ struct WatchOptions {
   std::string seconds;  // empty for no limit; checked when the arguments were read
 };
 
-/// Brings every announcement to the main thread in the order in which the registry made them: what it posts
-/// on another thread goes behind what it handed to the main queue before.
+/// Runs every announcement on the main thread in the order in which the registry posted them: one from another
+/// thread is queued behind what the registry put on the main queue before.
 void onMainQueue(std::function<void()> task) {
   if (mainQueue().isCurrent()) {
     task();
@@ -40,7 +39,7 @@ void onMainQueue(std::function<void()> task) {
   }
 }
 
-/// Feeds `ledger` from the registry's notifications while it lives; tasks under way then come to nothing.
+/// Feeds `ledger` from the registry's notifications during its lifetime; tasks in flight at the end do nothing.
 class Subscription {
  public:
   explicit Subscription(std::weak_ptr<DriveLedger> ledger) : ledger_(std::move(ledger)) {
@@ -55,7 +54,7 @@ class Subscription {
         [](DriveLedger& book, const Drive&, const DictionarySnapshot& contents) { book.removed(contents); });
     observe(kDiskEjectionRejected, [](DriveLedger& book, const Drive&, const DictionarySnapshot& contents) {
       Dictionary answer = *contents;
-      if (const Value* volume = contents->find("volName")) answer.set(kDiskURLKey, *volume);
+      if (const Value* volume = contents->find("volName")) answer.set(key::kVolumePath, *volume);
       book.answered(DriveEvent::ejectionRejected, answer);
     });
     observe(kDiskArbiterRenameSucceeded, renamed<DriveEvent::renameSucceeded>);
@@ -87,36 +86,44 @@ class Subscription {
   std::vector<NotificationCenter::Registration> registrations_;
 };
 
+/// The lines of a watch, until nobody reads them any more.
+class Report {
+ public:
+  Report(CommandContext& context, bool json) : context_(context), json_(json) {}
+
+  bool isRead() const { return isRead_; }
+
+  void tell(DriveEvent event, const Dictionary& drive) {
+    if (isRead_ && (event == DriveEvent::present || event == DriveEvent::added)) codex_.ask(drive);
+    write(json_ ? eventAsJSON(event, now(), drive) : eventAsText(event, now(), drive, context_.style));
+  }
+  void tell(const ActivityBoard::Activities& activities) { write(activityAsJSON(now(), activities)); }
+  void tell(const CodexStatus& status) {
+    write(json_ ? codexAsJSON(now(), status) : codexAsText(now(), status, context_.style));
+  }
+
+ private:
+  static EventTime now() { return std::chrono::system_clock::now(); }
+  void write(const std::string& line) { isRead_ = isRead_ && context_.output.write(line); }
+
+  CommandContext& context_;
+  const bool json_;
+  bool isRead_ = true;
+  CodexFeed codex_{[this](const CodexStatus& status) { tell(status); }};
+};
+
 ExitCode watch(CommandContext& context, const WatchOptions& options) {
-  bool writable = true;
-  CodexFeed codex([&](const CodexStatus& status) {
-    if (!writable) return;
-    const EventTime now = std::chrono::system_clock::now();
-    writable = context.output.write(options.json ? codexAsJSON(now, status)
-                                                 : codexAsText(now, status, context.style));
-  });
-  const auto ledger = std::make_shared<DriveLedger>([&](DriveEvent event, const Dictionary& drive) {
-    if (!writable) return;
-    const EventTime now = std::chrono::system_clock::now();
-    if (event == DriveEvent::present || event == DriveEvent::added) codex.ask(drive);
-    writable = context.output.write(options.json ? eventAsJSON(event, now, drive)
-                                                 : eventAsText(event, now, drive, context.style));
-  });
+  Report report(context, options.json);
+  const auto ledger = std::make_shared<DriveLedger>(
+      [&report](DriveEvent event, const Dictionary& drive) { report.tell(event, drive); });
   const Subscription subscription(ledger);
-  InitialReport report;
-  if (report.run(context.loop)) return ExitCode::ok;
-  report.warnWhenIncomplete();
+  if (!awaitInitialReport(context.loop)) return ExitCode::ok;
   ledger->settle();
   std::optional<ActivityFeed>
-      feed;  // the monitor measures every second; who only looks is not made to wait for that
-  if (options.json) {
-    feed.emplace([&](const ActivityBoard::Activities& activities) {
-      if (writable)
-        writable = context.output.write(activityAsJSON(std::chrono::system_clock::now(), activities));
-    });
-  }
+      feed;  // the monitor wakes up every second, so only who asks for JSON pays for it
+  if (options.json) feed.emplace([&report](const auto& activities) { report.tell(activities); });
   const auto deadline = deadlineAfterSeconds(options.seconds);
-  while (writable && context.loop.wait(deadline) == Wake::worked) {
+  while (report.isRead() && context.loop.wait(deadline) == Wake::worked) {
   }
   return ExitCode::ok;
 }
@@ -126,12 +133,9 @@ ExitCode watch(CommandContext& context, const WatchOptions& options) {
 void addWatchCommand(CLI::App& app, Action& chosen) {
   CLI::App* command =
       app.add_subcommand("watch", "Show the drives, and then what happens to them, until stopped");
-  const auto options = std::make_shared<WatchOptions>();
+  const auto options = optionsOf(*command, chosen, watch);
   command->add_flag("--json", options->json, "Print one JSON object a line");
   addSecondsOption(*command, options->seconds);
-  command->callback([options, &chosen] {
-    chosen = [options](CommandContext& context) { return watch(context, *options); };
-  });
 }
 
 }  // namespace kmv::tool

@@ -6,7 +6,7 @@
 #include <memory>
 #include <string>
 
-#include "kmvdrive/ActivityBoard.h"
+#include "kmvdrive/Activity.h"
 #include "kmvdrive/DisplayText.h"
 #include "kmvdrive/Screen.h"
 

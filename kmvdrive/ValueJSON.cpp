@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "kmvdrive/DriveJSON.h"
-
-#include <KMVDriveLibrary/KMVDriveKeys.h>
+#include "kmvdrive/ValueJSON.h"
 
 #include <cmath>
 #include <cstddef>
@@ -17,9 +15,8 @@ namespace {
 /// "2001-01-01T00:00:00Z", with milliseconds when there are any; none for an instant beyond the calendar's
 /// years.
 std::optional<std::string> isoText(Date date) {
-  constexpr double kLargestSecond =
-      1e15;  // some thirty million years: what the calendar functions surely take
-  const double milliseconds = std::round((date.secondsSinceReferenceDate + kmv::Date::kReferenceDate) * 1000);
+  constexpr double kLargestSecond = 1e15;  // an upper bound that every gmtime_r takes: thirty million years
+  const double milliseconds = std::round((date.secondsSinceReferenceDate + Date::kReferenceDate) * 1000);
   if (!(std::fabs(milliseconds) < kLargestSecond * 1000)) return std::nullopt;
   const double seconds = std::floor(milliseconds / 1000);
   const auto time = static_cast<std::time_t>(seconds);
@@ -63,14 +60,6 @@ JSON jsonOfArray(const Array& values) {
   return array;
 }
 
-void setText(JSON& object, const char* name, const std::string* text) {
-  if (text != nullptr) object[name] = *text;
-}
-
-void setTruth(JSON& object, const char* name, std::optional<bool> truth) {
-  if (truth) object[name] = *truth;
-}
-
 }  // namespace
 
 JSON jsonOf(const Value& value) {
@@ -96,34 +85,6 @@ JSON jsonOf(const Value& value) {
       break;
   }
   return value.description();
-}
-
-JSON jsonOfDrive(const Dictionary& drive) {
-  JSON object = JSON::object();
-  if (const URL* url = drive.url(kDiskURLKey)) {
-    object["url"] = url->absoluteString();
-    object["path"] = url->path();
-  }
-  setText(object, "name", drive.text(kDiskVolumeName));
-  setText(object, "kind", drive.text("DAVolumeKind"));
-  setText(object, "uuid", drive.text(kDiskUUIDKey));
-  setText(object, "bsdName", drive.text("DAMediaBSDName"));
-  setTruth(object, "removable", drive.boolValue(kDiskRemoveableKey));
-  setTruth(object, "mountedBeforeStart", drive.boolValue(kDiskMountedPriorToApplicationInstance));
-  setTruth(object, "network", drive.boolValue(kDiskNetworkKey));
-  if (drive.contains(kDiskAppearanceTimeKey)) object["appeared"] = drive.doubleValue(kDiskAppearanceTimeKey);
-  object["description"] = jsonOfDictionary(drive);
-  return object;
-}
-
-JSON jsonOfCodexVolume(const CodexStatus& status) {
-  JSON volume = {{"state", status.isBuilt ? "built" : "initialising"}};
-  if (status.size) volume["size"] = *status.size;
-  return volume;
-}
-
-JSON jsonOfHiddenMount(const HiddenMount& mount) {
-  return {{"path", mount.path}, {"kind", mount.kind}, {"rule", mount.rule}};
 }
 
 std::string jsonLine(const JSON& document) {

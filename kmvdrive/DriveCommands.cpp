@@ -1,26 +1,28 @@
 // SPDX-License-Identifier: MIT
+// Which drives there are, and which of them holds a file.
+#include <KMVDriveLibrary/DescriptionKeys.h>
+#include <KMVDriveLibrary/Exception.h>
 #include <KMVDriveLibrary/HiddenMounts.h>
 #include <KMVDriveLibrary/KMVDiskArbiter.h>
-#include <KMVDriveLibrary/KMVDriveKeys.h>
 
 #include <CLI/CLI.hpp>
 #include <chrono>
+#include <cstdio>
 #include <map>
-#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "kmvdrive/CodexFeed.h"
-#include "kmvdrive/Command.h"
-#include "kmvdrive/DriveJSON.h"
-#include "kmvdrive/DriveSummary.h"
+#include "kmvdrive/CommandLine.h"
+#include "kmvdrive/DriveFacts.h"
 #include "kmvdrive/InitialReport.h"
-#include "kmvdrive/Table.h"
 
 namespace kmv::tool {
 namespace {
+
+// --- list ---
 
 struct ListOptions {
   bool json = false;
@@ -28,15 +30,15 @@ struct ListOptions {
   bool verbose = false;
 };
 
-/// What the registry knows at one moment.
+/// A snapshot of what the registry knows.
 struct Listing {
   MountedDictionaries drives;
   KMVDiskArbiter::UnmountedDictionaries unmounted;
   std::vector<HiddenMount> hidden;
-  std::optional<std::map<std::string, CodexStatus>> codex;  // by path; none when nobody asked for it
+  std::optional<std::map<std::string, CodexStatus>> codex;  // by path; none without `--verbose`
 
   const CodexStatus* codexVolume(const Dictionary& drive) const {
-    const URL* url = drive.url(kDiskURLKey);
+    const URL* url = drive.url(key::kVolumePath);
     if (!codex || url == nullptr) return nullptr;
     const auto found = codex->find(url->path());
     return found == codex->end() ? nullptr : &found->second;
@@ -62,7 +64,14 @@ std::optional<std::map<std::string, CodexStatus>> askCodexVolumes(EventLoop& loo
   return volumes;
 }
 
-std::string listingAsJSON(const Listing& listing, bool withHidden) {
+JSON jsonOfHiddenMounts(const std::vector<HiddenMount>& mounts) {
+  JSON array = JSON::array();
+  for (const auto& [path, kind, rule] : mounts)
+    array.push_back({{"path", path}, {"kind", kind}, {"rule", rule}});
+  return array;
+}
+
+std::string listingAsJSON(const Listing& listing, const ListOptions& options) {
   JSON document = {{"schema", 1}, {"drives", JSON::array()}, {"unmounted", JSON::array()}};
   for (const auto& [url, drive] : listing.drives) {
     JSON described = jsonOfDrive(*drive);
@@ -72,52 +81,44 @@ std::string listingAsJSON(const Listing& listing, bool withHidden) {
   }
   for (const auto& description : listing.unmounted)
     document["unmounted"].push_back(jsonOfDrive(*description));
-  if (withHidden) {
-    document["hidden"] = JSON::array();
-    for (const HiddenMount& mount : listing.hidden) document["hidden"].push_back(jsonOfHiddenMount(mount));
-  }
+  if (options.all) document["hidden"] = jsonOfHiddenMounts(listing.hidden);
   return jsonLine(document);
 }
 
 std::string drivesAsTable(const Listing& listing, const Style& style) {
   if (listing.drives.empty()) return "No drives are mounted.\n";
-  std::vector<Table::Column> columns{{"NAME"},        {"KIND"}, {"SIZE", Table::Align::right},
-                                     {"MOUNT POINT"}, {"UUID"}, {"FLAGS"}};
+  const Columns which = listing.codex ? Columns::mountedVerbose : Columns::mounted;
+  auto columns = driveColumns(which);
   if (listing.codex) columns.push_back({"CODEX"});
-  Table table(columns);
+  Table table(std::move(columns));
   for (const auto& [url, drive] : listing.drives) {
-    const DriveSummary summary = summaryOf(*drive);
-    std::vector<std::string> row{summary.name,       summary.kind, summary.size,
-                                 summary.mountPoint, summary.uuid, summary.flags};
+    auto row = driveCells(which, *drive);
     const CodexStatus* codex = listing.codexVolume(*drive);
     if (listing.codex) row.push_back(codex == nullptr ? std::string() : codexText(*codex));
-    table.addRow(row);
+    table.addRow(std::move(row));
   }
   return table.text(style);
 }
 
 std::string unmountedAsTable(const Listing& listing, const Style& style) {
   if (listing.unmounted.empty()) return {};
-  Table table({{"NOT MOUNTED"}, {"KIND"}, {"SIZE", Table::Align::right}, {"DEVICE"}, {"UUID"}, {"FLAGS"}});
-  for (const auto& description : listing.unmounted) {
-    const DriveSummary summary = summaryOf(*description);
-    table.addRow({summary.name, summary.kind, summary.size, summary.device, summary.uuid, summary.flags});
-  }
+  const Columns which = listing.codex ? Columns::unmountedVerbose : Columns::unmounted;
+  auto columns = driveColumns(which);
+  columns.front().heading = "NOT MOUNTED";
+  Table table(std::move(columns));
+  for (const auto& description : listing.unmounted) table.addRow(driveCells(which, *description));
   return "\n" + table.text(style);
 }
 
 std::string hiddenAsTable(const Listing& listing, const Style& style) {
   if (listing.hidden.empty()) return {};
   Table table({{"HIDDEN MOUNT"}, {"KIND"}, {"RULE"}});
-  for (const HiddenMount& mount : listing.hidden) table.addRow({mount.path, mount.kind, mount.rule});
+  for (const auto& [path, kind, rule] : listing.hidden) table.addRow({path, kind, rule});
   return "\n" + table.text(style);
 }
 
 ExitCode list(CommandContext& context, const ListOptions& options) {
-  InitialReport report;
-  if (report.run(context.loop)) return ExitCode::ok;
-  report.warnWhenIncomplete();
-
+  if (!awaitInitialReport(context.loop)) return ExitCode::ok;
   const KMVDiskArbiter& arbiter = KMVDiskArbiter::sharedInstance();
   Listing listing{arbiter.mountedDictionaries(), arbiter.unmountedDictionaries(), {}, {}};
   if (options.verbose) {
@@ -125,12 +126,45 @@ ExitCode list(CommandContext& context, const ListOptions& options) {
     if (!listing.codex) return ExitCode::ok;
   }
   if (options.all) listing.hidden = hiddenMounts();
-  if (options.json) {
-    context.output.write(listingAsJSON(listing, options.all));
-  } else {
-    context.output.write(drivesAsTable(listing, context.style) + unmountedAsTable(listing, context.style) +
-                         hiddenAsTable(listing, context.style));
+  context.output.write(options.json ? listingAsJSON(listing, options)
+                                    : drivesAsTable(listing, context.style) +
+                                          unmountedAsTable(listing, context.style) +
+                                          hiddenAsTable(listing, context.style));
+  return ExitCode::ok;
+}
+
+// --- where ---
+
+struct WhereOptions {
+  std::string path;
+  bool json = false;
+};
+
+DictionarySnapshot driveThatHolds(const std::string& path) {
+  KMVDiskArbiter& arbiter = KMVDiskArbiter::sharedInstance();
+  arbiter.startArbiter();  // a drive that it has not heard of yet is registered by the question
+  try {
+    const auto location = locationOf(path);
+    const auto drive = location ? arbiter.findRootMountDictionaryForURL(location) : nullptr;
+    return drive == nullptr ? nullptr : drive->snapshot();
+  } catch (const Exception&) {
+    return nullptr;
   }
+}
+
+std::string driveAsTable(const Dictionary& drive, const Style& style) {
+  Table table(driveColumns(Columns::mounted));
+  table.addRow(driveCells(Columns::mounted, drive));
+  return table.text(style);
+}
+
+ExitCode where(CommandContext& context, const WhereOptions& options) {
+  const DictionarySnapshot drive = driveThatHolds(options.path);
+  if (drive == nullptr) {
+    std::fprintf(stderr, "kmvdrive: \"%s\" is on no drive\n", visibleText(options.path).c_str());
+    return ExitCode::notFound;
+  }
+  context.output.write(options.json ? jsonLine(jsonOfDrive(*drive)) : driveAsTable(*drive, context.style));
   return ExitCode::ok;
 }
 
@@ -138,13 +172,17 @@ ExitCode list(CommandContext& context, const ListOptions& options) {
 
 void addListCommand(CLI::App& app, Action& chosen) {
   CLI::App* command = app.add_subcommand("list", "Show the drives that are attached now");
-  const auto options = std::make_shared<ListOptions>();
+  const auto options = optionsOf(*command, chosen, list);
   command->add_flag("--json", options->json, "Print one JSON object");
   command->add_flag("--all", options->all, "Show also the mounts that are no drives, and why they are not");
   command->add_flag("-v,--verbose", options->verbose, "Ask Codex volumes for their state and size");
-  command->callback([options, &chosen] {
-    chosen = [options](CommandContext& context) { return list(context, *options); };
-  });
+}
+
+void addWhereCommand(CLI::App& app, Action& chosen) {
+  CLI::App* command = app.add_subcommand("where", "Show the drive that holds a file");
+  const auto options = optionsOf(*command, chosen, where);
+  command->add_option("PATH", options->path, "The file; it need not exist yet")->required();
+  command->add_flag("--json", options->json, "Print one JSON object");
 }
 
 }  // namespace kmv::tool

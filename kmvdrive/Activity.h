@@ -2,6 +2,7 @@
 #pragma once
 
 #include <KMVDriveLibrary/KMVDriveActivityMonitor.h>
+#include <KMVDriveLibrary/NotificationCenter.h>
 #include <KMVDriveLibrary/PresentDriveTable.h>
 
 #include <chrono>
@@ -15,8 +16,8 @@
 #include <string_view>
 #include <vector>
 
-#include "kmvdrive/DriveJSON.h"
-#include "kmvdrive/Style.h"
+#include "kmvdrive/DisplayText.h"
+#include "kmvdrive/ValueJSON.h"
 
 namespace kmv::tool {
 
@@ -71,6 +72,7 @@ class ActivityBoard {
   std::vector<std::string> asText(const Style& style, std::size_t columns, bool blocks) const;
 
  private:
+  double highestRate() const;
   double total(std::optional<Flow> BoardLine::*side) const;
 
   std::vector<BoardLine> lines_;
@@ -79,5 +81,22 @@ class ActivityBoard {
 /// What moved, as `{"URL": {"read": {"bytes": N, "seconds": S}, "written": {...}}}`; sides that did not move,
 /// and steps back of a counter, are left out.
 JSON jsonOfActivities(const ActivityBoard::Activities& activities);
+
+/// Starts the activity monitor and brings what it announces to the main queue, for as long as this lives.
+///
+/// The first figures come after a second, not after the silent cycles of a monitor.
+class ActivityFeed {
+ public:
+  using Hear = std::function<void(const ActivityBoard::Activities& activities)>;
+
+  explicit ActivityFeed(Hear hear);
+
+ private:
+  std::shared_ptr<const Hear> hear_;
+  NotificationCenter::Registration registration_;
+};
+
+/// How the monitor comes to figures of the drive of this URL.
+Measure measureOfDrive(const URL& standardized);
 
 }  // namespace kmv::tool

@@ -1,24 +1,28 @@
 // SPDX-License-Identifier: MIT
-#include "kmvdrive/ActivityBoard.h"
+#include "kmvdrive/Activity.h"
 
+#include <KMVDriveLibrary/DescriptionKeys.h>
 #include <KMVDriveLibrary/KMVDiskBSDBaseWrapper.h>
 #include <KMVDriveLibrary/KMVDriveKeys.h>
 #include <KMVDriveLibrary/KMVRootDiskWrapper.h>
+#include <KMVDriveLibrary/Queue.h>
 
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <set>
+#include <sstream>
 #include <utility>
 
-#include "kmvdrive/DisplayText.h"
-#include "kmvdrive/DriveSummary.h"
-#include "kmvdrive/Table.h"
+#include "kmvdrive/DriveFacts.h"
 
 namespace kmv::tool {
 namespace {
 
 constexpr std::size_t kBarWidth = 12;
+
+/// So many cycles of a monitor announce nothing.
+constexpr std::uint64_t kSilentCycles = 5;
 
 std::optional<Flow> flowOf(const KMVDriveIOActivity::Delta& delta) {
   const auto bytes = delta == nullptr ? std::nullopt : bytesMoved(*delta);
@@ -36,9 +40,8 @@ std::shared_ptr<Object> diskOf(const Dictionary& drive) {
   return wrapper == nullptr ? nullptr : wrapper->rootVolumeWrapper();
 }
 
-std::string rateText(const BoardLine& line, const std::optional<Flow>& flow) {
-  if (line.measure == Measure::notAtAll) return {};
-  return sizeText(static_cast<std::int64_t>(std::min(rateOf(flow), 9e18))) + "/s";
+std::string rateText(double rate) {
+  return sizeText(static_cast<std::int64_t>(std::min(rate, 9e18))) + "/s";
 }
 
 /// A bar of at most `kBarWidth` columns, in eighths of one.
@@ -67,6 +70,21 @@ std::string sparkOf(const std::deque<double>& history, bool blocks) {
   return spark;
 }
 
+/// `most` is the highest rate, for which the bar is full.
+std::vector<std::string> cellsOf(const BoardLine& line, double most, bool blocks) {
+  if (line.measure == Measure::notAtAll)
+    return {line.name, line.kind, "", "", "not measured", "", line.mountPoint};
+  std::string bar = barOf(most > 0 ? line.history.back() / most : 0, blocks);
+  bar.append(kBarWidth - std::min(kBarWidth, displayWidth(bar)), ' ');
+  return {line.name,
+          line.kind,
+          rateText(rateOf(line.read)),
+          rateText(rateOf(line.written)),
+          bar,
+          sparkOf(line.history, blocks),
+          line.mountPoint};
+}
+
 JSON jsonOf(const Flow& flow) {
   return {{"bytes", flow.bytes}, {"seconds", flow.seconds}};
 }
@@ -79,7 +97,7 @@ void ActivityBoard::update(const MountedDictionaries& drives, const Activities& 
   for (BoardLine& line : lines_) histories[line.url] = std::move(line.history);
   lines_.clear();
   for (const auto& [key, drive] : drives) {
-    const URL* url = drive->url(kDiskURLKey);
+    const URL* url = drive->url(key::kVolumePath);
     if (url == nullptr) continue;
     const URL standardized = url->standardized();
     const DriveSummary summary = summaryOf(*drive);
@@ -94,6 +112,14 @@ void ActivityBoard::update(const MountedDictionaries& drives, const Activities& 
     if (line.history.size() > kHistory) line.history.pop_front();
     lines_.push_back(std::move(line));
   }
+}
+
+double ActivityBoard::highestRate() const {
+  double most = 0;
+  for (const BoardLine& line : lines_) {
+    for (const double rate : line.history) most = std::max(most, rate);
+  }
+  return most;
 }
 
 double ActivityBoard::total(std::optional<Flow> BoardLine::*side) const {
@@ -123,13 +149,6 @@ JSON ActivityBoard::asJSON(double secondsSince1970) const {
 }
 
 std::vector<std::string> ActivityBoard::asText(const Style& style, std::size_t columns, bool blocks) const {
-  double most = 0;
-  for (const BoardLine& line : lines_) {
-    for (const double rate : line.history) most = std::max(most, rate);
-  }
-  const auto rightOf = [](double rate) {
-    return sizeText(static_cast<std::int64_t>(std::min(rate, 9e18))) + "/s";
-  };
   Table table({{"DRIVE"},
                {"KIND"},
                {"READ", Table::Align::right},
@@ -137,23 +156,15 @@ std::vector<std::string> ActivityBoard::asText(const Style& style, std::size_t c
                {"BUSY"},
                {"BEFORE"},
                {"MOUNT POINT"}});
-  for (const BoardLine& line : lines_) {
-    const bool isKnown = line.measure != Measure::notAtAll;
-    const double share = most > 0 ? line.history.back() / most : 0;
-    std::string bar = isKnown ? barOf(share, blocks) : "not measured";
-    bar.append(kBarWidth - std::min(kBarWidth, displayWidth(bar)), ' ');
-    table.addRow({line.name, line.kind, rateText(line, line.read), rateText(line, line.written), bar,
-                  isKnown ? sparkOf(line.history, blocks) : std::string(), line.mountPoint});
-  }
-  table.addRow(
-      {"all disks", "", rightOf(totalRead()), rightOf(totalWritten()), std::string(kBarWidth, ' '), "", ""});
+  const double most = highestRate();
+  for (const BoardLine& line : lines_) table.addRow(cellsOf(line, most, blocks));
+  table.addRow({"all disks", "", rateText(totalRead()), rateText(totalWritten()), std::string(kBarWidth, ' '),
+                "", ""});
   std::vector<std::string> out;
-  const std::string text = table.text(Style(false));
-  for (std::size_t start = 0; start < text.size();) {
-    const std::size_t end = text.find('\n', start);
-    const std::string line(clippedText(std::string_view(text).substr(start, end - start), columns));
-    out.push_back(style.apply(out.empty() ? Style::Look::heading : Style::Look::plain, line));
-    start = end + 1;
+  std::istringstream text(table.text(Style(false)));
+  for (std::string line; std::getline(text, line);) {
+    const auto look = out.empty() ? Style::Look::heading : Style::Look::plain;
+    out.push_back(style.apply(look, clippedText(line, columns)));
   }
   return out;
 }
@@ -167,6 +178,26 @@ JSON jsonOfActivities(const ActivityBoard::Activities& activities) {
     if (!sides.empty()) drives[url.absoluteString()] = std::move(sides);
   }
   return drives;
+}
+
+ActivityFeed::ActivityFeed(Hear hear) : hear_(std::make_shared<const Hear>(std::move(hear))) {
+  registration_ = NotificationCenter::defaultCenter().addObserver(
+      kDiskArbiterDriveActivityDidUpdateNotification,
+      [weak = std::weak_ptr<const Hear>(hear_)](const Notification& notification) {
+        mainQueue().async([weak, activities = driveActivities(notification)] {
+          if (const auto listener = weak.lock()) (*listener)(activities);
+        });
+      });
+  // As if the silent cycles were over. The first cycle has nothing to compare with; the second covers a whole
+  // second.
+  KMVDriveActivityMonitor::defaultMonitor().setLoadCycles(kSilentCycles);
+}
+
+Measure measureOfDrive(const URL& standardized) {
+  const auto& monitor = KMVDriveActivityMonitor::defaultMonitor();
+  if (monitor.ioServiceTracker()->cachedIOStatistics()->contains(standardized)) return Measure::byPlatform;
+  return monitor.appTracker()->cachedIOStatistics()->contains(standardized) ? Measure::byReports
+                                                                            : Measure::notAtAll;
 }
 
 }  // namespace kmv::tool

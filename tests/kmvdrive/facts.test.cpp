@@ -1,0 +1,148 @@
+// SPDX-License-Identifier: MIT
+// What scripts and people are told of drives: byte for byte, since scripts compare.
+#include <KMVDriveLibrary/DissentStatus.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <limits>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "kmvdrive/DriveFacts.h"
+#include "kmvdrive/EventText.h"
+
+namespace kmv::tool {
+namespace {
+
+using ::testing::ElementsAre;
+
+const UUID kVolume = *UUID::fromString("01234567-89ab-cdef-0123-456789abcdef");
+const EventTime kTime{std::chrono::milliseconds(1700000000125)};
+
+/// A drive of which everything is known.
+Dictionary fullDrive() {
+  return {{"DAVolumePath", URL::fileURLWithPath("/media/new\n", true)},
+          {"driveOldURLKey", URL::fileURLWithPath("/media/old", true)},
+          {"DAVolumeName", "new"},
+          {"DAVolumeKind", "exfat"},
+          {"DAVolumeUUID", kVolume},
+          {"driveUUIDKey", "an identity"},
+          {"DAMediaBSDName", "sda1"},
+          {"DAMediaSize", 32'000'000'000},
+          {"DAMediaRemovableActual", true},
+          {"DAMediaEjectable", true},
+          {"DAVolumeNetwork", 1},  // any number has a truth
+          {"diskMountedPriorToApplicationInstance", false},
+          {"DAAppearanceTime", 12.5}};
+}
+
+TEST(ValueJSON, ValuesOfEveryKindBecomeWhatJSONHasForThem) {
+  struct Wrapper : Object {
+    std::string description() const override { return "a wrapper"; }
+  };
+  const Array values{true,
+                     -7,
+                     0.5,
+                     std::numeric_limits<double>::quiet_NaN(),
+                     kVolume,
+                     URL::fileURLWithPath("/a b", true),
+                     Date{0},
+                     Date{86400.25},
+                     Date{-978307200.5},
+                     Data{std::byte{0xff}, std::byte{0}, std::byte{0x10}, std::byte{0x83}},
+                     Data{std::byte{1}, std::byte{2}},
+                     Value(Dictionary{{"deep", Array{"text"}}}),
+                     std::make_shared<Wrapper>()};
+  EXPECT_EQ(jsonLine(jsonOf(Value(values))),
+            R"([true,-7,0.5,null,"01234567-89AB-CDEF-0123-456789ABCDEF","file:///a%20b/",)"
+            R"("2001-01-01T00:00:00Z","2001-01-02T00:00:00.250Z","1969-12-31T23:59:59.500Z",)"
+            R"("/wAQgw==","AQI=",{"deep":["text"]},"a wrapper"])"
+            "\n");
+  EXPECT_TRUE(jsonOf(Value(Date{std::numeric_limits<double>::infinity()})).is_string());
+}
+
+TEST(DriveFacts, JSONHasNamesForKnownFactsAndLeavesAbsentOnesOut) {
+  JSON full = jsonOfDrive(fullDrive());
+  EXPECT_EQ(full["description"].size(), fullDrive().size());
+  full.erase("description");
+  EXPECT_EQ(jsonLine(full),
+            R"({"url":"file:///media/new%0A/","path":"/media/new\n","name":"new","kind":"exfat",)"
+            R"("uuid":"an identity","bsdName":"sda1","removable":true,"mountedBeforeStart":false,)"
+            R"("network":true,"appeared":12.5})"
+            "\n");
+  EXPECT_EQ(jsonLine(jsonOfDrive({{"DAVolumeKind", "ext4"}, {"DAVolumePath", "no URL"}})),
+            R"({"kind":"ext4","description":{"DAVolumeKind":"ext4","DAVolumePath":"no URL"}})"
+            "\n");
+}
+
+TEST(DriveFacts, ANameThatIsNotUTF8LosesItsBytesInPathButNotInURL) {
+  const std::string path = "/media/a\xff\xc3/\x1b[2J\x7f\n";
+  const std::string line = jsonLine(jsonOfDrive({{"DAVolumePath", URL::fileURLWithPath(path, true)},
+                                                 {"DAVolumeName", "\xed\xa0\x80"},
+                                                 {"key\xfe", 1}}));
+  for (const char c : line.substr(0, line.size() - 1)) EXPECT_TRUE(c >= 0x20 && c < 0x7f) << line;
+  const JSON drive = JSON::parse(line);
+  EXPECT_EQ(drive["path"], "/media/a\uFFFD\uFFFD/\x1b[2J\x7f\n");
+  EXPECT_EQ(URL::fromString(drive["url"].get<std::string>())->path(), path);
+  EXPECT_TRUE(drive["description"].contains("key\uFFFD"));
+}
+
+TEST(DriveFacts, ATableHasAColumnForEachFactThatPeopleCompare) {
+  const auto headings = [](Columns which) {
+    std::string text;
+    for (const auto& column : driveColumns(which))
+      text += std::string(column.heading) + (column.align == Table::Align::right ? ">|" : "|");
+    return text;
+  };
+  EXPECT_EQ(headings(Columns::mounted), "NAME|KIND|SIZE>|MOUNT POINT|UUID|FLAGS|");
+  EXPECT_EQ(headings(Columns::unmounted), "NAME|KIND|SIZE>|DEVICE|UUID|FLAGS|");
+  EXPECT_TRUE(headings(Columns::mountedVerbose).starts_with(headings(Columns::mounted)));
+  EXPECT_TRUE(headings(Columns::unmountedVerbose).starts_with(headings(Columns::unmounted)));
+  EXPECT_THAT(
+      driveCells(Columns::mounted, fullDrive()),
+      ElementsAre("new", "exfat", "32 GB", "/media/new\n", "an identity", "removable,ejectable,network"));
+  EXPECT_THAT(driveCells(Columns::unmounted,
+                         {{"DAMediaBSDName", "sdb"}, {"DAVolumeUUID", kVolume}, {"DAMediaSize", -1}}),
+              ElementsAre("", "", "", "sdb", kVolume.string(), ""));
+}
+
+std::string shown(DriveEvent event, const Dictionary& drive, bool coloured = false) {
+  return eventAsText(event, kTime, drive, Style(coloured)).substr(sizeof "hh:mm:ss" - 1);
+}
+
+TEST(EventText, AnEventIsOneLine) {
+  EXPECT_EQ(shown(DriveEvent::changed, fullDrive()),
+            "  changed  /media/new\\x0a (was /media/old)  \"new\"  exfat, 32 GB, sda1, "
+            "removable,ejectable,network\n");
+  const Dictionary card{{"DAVolumePath", URL::fileURLWithPath("/card", true)}, {"DAVolumeKind", "vfat"}};
+  EXPECT_EQ(shown(DriveEvent::present, card, true), "  present  /card  vfat\n");
+  EXPECT_EQ(shown(DriveEvent::added, card, true), "  \x1b[32madded\x1b[0m    /card  vfat\n");
+  EXPECT_EQ(shown(DriveEvent::removed, card, true), "  \x1b[31mremoved\x1b[0m  /card  vfat\n");
+  EXPECT_EQ(
+      eventAsJSON(DriveEvent::removed, kTime, {{"DAVolumeKind", "vfat"}}),
+      R"({"event":"removed","time":1700000000.125,"drive":{"kind":"vfat","description":{"DAVolumeKind":"vfat"}}})"
+      "\n");
+  const CodexStatus codex{"/card", true, 1500};
+  EXPECT_EQ(codexAsText(kTime, codex, Style(false)).substr(8), "  codex    /card  built, 1.5 kB\n");
+  EXPECT_EQ(codexAsJSON(kTime, codex),
+            R"({"event":"codex","time":1700000000.125,"path":"/card","state":"built","size":1500})"
+            "\n");
+}
+
+TEST(EventText, ARefusalIsASentenceWithItsNumbers) {
+  const Dictionary refusal{
+      {"DAVolumePath", URL::fileURLWithPath("/card", true)}, {"status", dissent::kBusy}, {"pid", 4711}};
+  EXPECT_EQ(shown(DriveEvent::ejectionRejected, refusal),
+            "  ejectionRejected  /card  something on it is in use (status 0xF8DA0002, process 4711)\n");
+  EXPECT_EQ(
+      eventAsJSON(DriveEvent::ejectionRejected, kTime, refusal),
+      R"({"event":"ejectionRejected","time":1700000000.125,"url":"file:///card/","path":"/card","status":-119930878,"pid":4711})"
+      "\n");
+  EXPECT_EQ(refusalText({{"status", 12}, {"pid", 0}}),
+            "the system refused without a reason that is known here (status 12)");
+}
+
+}  // namespace
+}  // namespace kmv::tool
