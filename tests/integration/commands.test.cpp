@@ -12,6 +12,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <string>
 #include <utility>
 
@@ -42,6 +43,11 @@ TargetVolume volumeAt(const std::string& point) {
   return volume;
 }
 
+/// Of the mount namespace and root folder that the process has at the moment.
+Commands commandsHere() {
+  return {{}, std::make_shared<MountTable>(LinuxOptions())};
+}
+
 /// The status, and the process that is to blame (0: none).
 using Answer = std::pair<std::int64_t, std::int64_t>;
 Answer answerIn(const Dissent& dissent) {
@@ -50,10 +56,10 @@ Answer answerIn(const Dissent& dissent) {
   return {dissent->find(key::kDissenterStatus)->integerValue(), id == nullptr ? 0 : id->integerValue()};
 }
 Answer unmountAt(const std::string& point) {
-  return answerIn(unmountVolume({}, volumeAt(point)));
+  return answerIn(commandsHere().unmount(volumeAt(point)));
 }
 std::int64_t renameAt(const std::string& point, const std::string& name) {
-  return answerIn(renameVolume({}, volumeAt(point), name)).first;
+  return answerIn(commandsHere().rename(volumeAt(point), name)).first;
 }
 bool isMounted(const std::string& point) {
   return volumeAt(point).mountId != 0;
@@ -93,7 +99,7 @@ TEST_P(BusyStory, ABusyVolumeStaysAndTheProcessThatHoldsItIsNamed) {
   }
   EXPECT_EQ(unmountAt(point).first, kDone);
   EXPECT_FALSE(isMounted(point));
-  EXPECT_EQ(answerIn(unmountVolume({}, volume)).first, kNotMounted) << "once is enough";
+  EXPECT_EQ(answerIn(commandsHere().unmount(volume)).first, kNotMounted) << "once is enough";
 }
 
 INSTANTIATE_TEST_SUITE_P(, BusyStory, ::testing::Values("ext4", "btrfs"),
@@ -131,7 +137,7 @@ TEST_F(VolumeStory, TheRootIsNeverTakenForAVolumeToUnmount) {
   std::ofstream(point + "/proc/self/mountinfo") << "40 1 7:26 / / rw - ext4 /dev/loop9 rw\n";
   Child tenant([&] {
     if (chroot(point.c_str()) != 0 || chdir("/") != 0) return false;
-    const Dissent dissent = unmountVolume({}, {"/", "ext4", "/dev/loop9", 40, {7, 26}});
+    const Dissent dissent = commandsHere().unmount({"/", "ext4", "/dev/loop9", 40, {7, 26}});
     return answerIn(dissent).first == kBusy && open("/still writable", O_CREAT | O_WRONLY, 0600) >= 0;
   });
   EXPECT_TRUE(tenant.holds());

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "platform/linux/LinuxPlatform.h"
 
+#include <memory>
 #include <utility>
 
 #include "platform/linux/session/LinuxSession.h"
@@ -9,8 +10,9 @@ namespace kmv {
 
 LinuxPlatform::LinuxPlatform(LinuxOptions options)
     : options_(std::move(options)),
-      volumes_(options_),
-      ioRegistry_(options_),
+      mounts_(std::make_shared<MountTable>(options_)),
+      volumes_(options_, mounts_),
+      ioRegistry_(options_, mounts_),
       childProcess_(options_.programRoot),
       extendedAttributes_(childProcess_) {}
 
@@ -19,7 +21,7 @@ std::unique_ptr<NetServiceBrowser> LinuxPlatform::makeServiceBrowser() {
 }
 
 std::unique_ptr<DiskArbitrationSession> LinuxPlatform::makeDiskArbitrationSession() {
-  return std::make_unique<LinuxSession>(options_);
+  return std::make_unique<LinuxSession>(options_, mounts_);
 }
 
 }  // namespace kmv

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <memory>
+
 #include "platform/Platform.h"
 #include "platform/linux/LinuxOptions.h"
 #include "platform/linux/LinuxSystem.h"
@@ -9,6 +11,7 @@
 #include "platform/linux/files/LinuxAttributes.h"
 #include "platform/linux/files/LinuxFiles.h"
 #include "platform/linux/mounts/LinuxVolumes.h"
+#include "platform/linux/mounts/MountTable.h"
 #include "platform/linux/queues/Queues.h"
 #include "platform/posix/PosixClock.h"
 
@@ -34,6 +37,7 @@ class LinuxPlatform final : public Platform {
  private:
   LinuxOptions options_;
   LinuxQueueFactory queues_;
+  const std::shared_ptr<MountTable> mounts_;  // sessions and readers may outlive the platform
   LinuxVolumes volumes_;
   LinuxFiles files_;
   LinuxTreeWalk treeWalk_;

@@ -4,11 +4,13 @@
 #include <filesystem>
 #include <fstream>
 #include <initializer_list>
+#include <memory>
 #include <random>
 #include <string>
 #include <utility>
 
 #include "platform/linux/LinuxOptions.h"
+#include "platform/linux/mounts/MountTable.h"
 
 namespace kmv::test {
 
@@ -37,6 +39,8 @@ class FakeMachine {
     options.viewRoot = root_ / "view";
     return options;
   }
+
+  std::shared_ptr<MountTable> mountTable() const { return std::make_shared<MountTable>(options()); }
 
   /// A block device whose folder is /sys/devices/`folder`, found by the name of the folder and by its number.
   void device(const std::string& folder, const std::string& number, Attributes attributes) {

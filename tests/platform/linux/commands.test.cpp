@@ -48,11 +48,13 @@ class CommandsTest : public ::testing::Test {
   static std::int64_t statusOf(const Dissent& dissent) {
     return dissent ? dissent->find(key::kDissenterStatus)->integerValue() : dissent::kDone;
   }
-  std::int64_t unmount() { return statusOf(unmountVolume(options_, card_)); }
+  std::int64_t unmount() {
+    return statusOf(Commands(options_, std::make_shared<MountTable>(options_)).unmount(card_));
+  }
   std::int64_t rename(const std::string& kind, const std::string& name) {
     card_.kind = kind;
     write("self/mountinfo", "40 1 7:26 / /media/card rw - " + kind + " /dev/loop9 rw\n");
-    return statusOf(renameVolume(options_, card_, name));
+    return statusOf(Commands(options_, std::make_shared<MountTable>(options_)).rename(card_, name));
   }
 
   fs::path root_;
@@ -80,7 +82,8 @@ TEST_F(CommandsTest, AVolumeThatLostItsPlaceIsLeftAlone) {
   EXPECT_EQ(unmount(), dissent::kNoResources) << "no mount table at all: nothing is known";
   write("self/mountinfo", "41 1 7:26 / /media/card rw - ext4 /dev/loop9 rw\n");
   EXPECT_EQ(unmount(), dissent::kNotMounted) << "another mount took the place";
-  EXPECT_EQ(statusOf(renameVolume(options_, card_, "New")), dissent::kNotMounted);
+  EXPECT_EQ(statusOf(Commands(options_, std::make_shared<MountTable>(options_)).rename(card_, "New")),
+            dissent::kNotMounted);
   write("self/mountinfo", "40 1 7:27 / /media/card rw - ext4 /dev/loop10 rw\n");
   EXPECT_EQ(unmount(), dissent::kNotMounted) << "another volume has its id";
   write("self/mountinfo",

@@ -157,7 +157,7 @@ TEST(Machines, AMountWithoutDeviceIsNamedAfterItsPoint) {
 // Which mounts are drives. Each line of the answer: rule or "-", then the point.
 std::vector<std::string> verdicts(FakeMachine& machine, const std::string& table) {
   machine.mounts(table);
-  LinuxVolumes volumes(machine.options());
+  LinuxVolumes volumes(machine.options(), machine.mountTable());
   std::vector<std::string> lines;
   for (const URL& url : volumes.mountedVolumeURLs()) lines.push_back("- " + url.path());
   for (const HiddenMount& mount : volumes.hiddenMounts()) lines.push_back(mount.rule + " " + mount.path);

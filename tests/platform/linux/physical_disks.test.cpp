@@ -23,7 +23,8 @@ class Stacks : public ::testing::Test {
   }
   std::string below(const std::string& name) {
     std::string names;
-    for (const StorageDevice& disk : PhysicalDisks(machine.options()).below(name)) names += disk.name + " ";
+    for (const StorageDevice& disk : PhysicalDisks(machine.options(), machine.mountTable()).below(name))
+      names += disk.name + " ";
     return names;
   }
 
@@ -35,7 +36,7 @@ TEST_F(Stacks, APartitionAndAWholeDiskStandOnTheDisk) {
   partition("pci0/nvme/nvme0n1/nvme0n1p2", "259:2");
   machine.device("pci0/usb1/sda", "8:0", {{"size", "4096"}, {"device/model", "Reader"}});
   partition("pci0/usb1/sda/sda1", "8:1");
-  const PhysicalDisks disks(machine.options());
+  const PhysicalDisks disks(machine.options(), machine.mountTable());
   const StorageDevice quick{"nvme0n1", "Quick 990", 2048 * 512};
   EXPECT_EQ(disks.below("nvme0n1p2"), (std::vector<StorageDevice>{quick}));
   EXPECT_EQ(disks.wholeDiskOf("nvme0n1p2"), quick);

@@ -46,7 +46,7 @@ class Statistics : public ::testing::Test {
   /// "/card /devices/usb/sda/sda1/", one a volume, then "/devices/usb/sda/ 5120 10240", one a driver.
   std::vector<std::string> lines() {
     DriveStatistics statistics;
-    LinuxDriveStatistics(machine.options()).read(0, statistics);
+    LinuxDriveStatistics(machine.options(), machine.mountTable()).read(0, statistics);
     EXPECT_TRUE(statistics.wereDriversFound);
     std::vector<std::string> all;
     for (const auto& volume : statistics.volumes) all.push_back(volume.url.path() + " " + volume.mediaPath);

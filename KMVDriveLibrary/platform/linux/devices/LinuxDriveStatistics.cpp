@@ -2,7 +2,6 @@
 #include "platform/linux/devices/LinuxDriveStatistics.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -10,7 +9,6 @@
 #include <utility>
 
 #include "base/Text.h"
-#include "platform/linux/mounts/PointType.h"
 #include "platform/posix/SystemFiles.h"
 
 namespace kmv {
@@ -29,16 +27,14 @@ bool isHiddenPlace(std::string_view point) {
 
 }  // namespace
 
-LinuxDriveStatistics::LinuxDriveStatistics(const LinuxOptions& options)
-    : options_(options),
-      devices_(options),
-      watcher_(makeMountInfoWatcher(options.procRoot)),
-      tree_([view = options.viewRoot](const MountEntry& mount) { return pointIsDirectory(view, mount); }) {}
+LinuxDriveStatistics::LinuxDriveStatistics(const LinuxOptions& options,
+                                           const std::shared_ptr<MountTable>& mounts)
+    : options_(options), devices_(options), stacks_(options, mounts), mounts_(mounts) {}
 
 LinuxDriveStatistics::~LinuxDriveStatistics() = default;
 
 void LinuxDriveStatistics::read(std::uint32_t, DriveStatistics& statistics) {
-  if (followMounts()) planDrivers();
+  followMounts();
   countDisks();
   statistics.wereDriversFound = true;
   if (statistics.generation != generation_) {
@@ -54,37 +50,43 @@ void LinuxDriveStatistics::read(std::uint32_t, DriveStatistics& statistics) {
   }
 }
 
-/// True when the mount table changed, and at first.
-bool LinuxDriveStatistics::followMounts() {
-  pollfd table{watcher_->descriptor(), POLLPRI, 0};
-  const bool reported = ::poll(&table, 1, 0) > 0;
-  if (!reported && isRead_) return false;
-  isRead_ = true;
-  const MountDelta delta = watcher_->refresh(reported);
-  for (const MountEntry& entry : delta.detached) media_.erase(entry.id);
-  return !tree_.apply(delta).empty() || generation_ == 0;
+/// Plans anew when a volume came, went or moved, and at first. The table is only copied from under its lock.
+void LinuxDriveStatistics::followMounts() {
+  std::vector<MountEntry> mounted;
+  bool isOutdated = generation_ == 0;
+  mounts_.read([&](const MountDeltas& deltas, const MountTree& tree) {
+    for (const auto& delta : deltas) {
+      for (const MountEntry& entry : delta->detached) media_.erase(entry.id);
+    }
+    isOutdated = isOutdated || tree.volumeGeneration() != planned_;
+    planned_ = tree.volumeGeneration();
+    if (!isOutdated) return;
+    tree.forEach([&](const MountEntry& mount, std::string_view rule) {
+      if (rule.empty()) mounted.push_back(mount);
+    });
+  });
+  if (isOutdated) planDrivers(mounted);
 }
 
-void LinuxDriveStatistics::planDrivers() {
+void LinuxDriveStatistics::planDrivers(const std::vector<MountEntry>& mounted) {
   ++generation_;
   volumes_.clear();
   std::map<std::string, std::vector<std::string>> disksOfDriver;
-  tree_.forEach([&](const MountEntry& mount, std::string_view rule) {
-    if (!rule.empty()) return;
-    auto known = media_.find(mount.id);
-    if (known != media_.end() && known->second.mayGrow) {
-      media_.erase(known);
-      known = media_.end();
-    }
-    if (known == media_.end()) known = media_.emplace(mount.id, mediumBehind(mount)).first;
-    const Medium& medium = known->second;
-    if (medium.isHidden) return;
+  for (const MountEntry& mount : mounted) {
+    const Medium& medium = mediumOf(mount);
+    if (medium.isHidden) continue;
     volumes_.push_back({URL::fileURLWithPath(mount.point, /*isDirectory=*/true), medium.mediaPath});
     if (!medium.driverPath.empty()) disksOfDriver.emplace(medium.driverPath, medium.disks);
-  });
+  }
   drivers_.clear();
   for (auto& [path, disks] : disksOfDriver) drivers_.push_back({path, std::move(disks)});
   openDisks();
+}
+
+const LinuxDriveStatistics::Medium& LinuxDriveStatistics::mediumOf(const MountEntry& mount) {
+  const auto known = media_.find(mount.id);
+  if (known != media_.end() && !known->second.mayGrow) return known->second;
+  return media_.insert_or_assign(mount.id, mediumBehind(mount)).first->second;
 }
 
 LinuxDriveStatistics::Medium LinuxDriveStatistics::mediumBehind(const MountEntry& mount) const {
@@ -93,21 +95,20 @@ LinuxDriveStatistics::Medium LinuxDriveStatistics::mediumBehind(const MountEntry
   medium.isHidden = mount.point != "/" && (isHiddenPlace(mount.point) || (device && device->hiddenFromUsers));
   if (!device) return medium;
   medium.mayGrow = mount.device.major == 0;
-  const PhysicalDisks stacks(options_);
   const auto placeOf = [&](const std::string& folder) {
     return folder.substr(options_.sysRoot.size()) + "/";
   };
-  if (const auto system = stacks.systemOver(device->name); system && system->devices.size() > 1) {
+  if (const auto system = stacks_.systemOver(device->name); system && system->devices.size() > 1) {
     medium.driverPath = medium.mediaPath = "/devices/virtual/kmv/btrfs/" + system->id + "/";
     std::set<std::string> disks;
     for (const std::string& member : system->devices) {
-      const std::string folder = stacks.wholeFolderOf(member);
+      const std::string folder = stacks_.wholeFolderOf(member);
       if (!folder.empty()) disks.insert(std::string(lastComponent(folder)));
     }
     medium.disks.assign(disks.begin(), disks.end());
     return medium;
   }
-  const std::string folder = stacks.folderOf(device->name), whole = stacks.wholeFolderOf(device->name);
+  const std::string folder = stacks_.folderOf(device->name), whole = stacks_.wholeFolderOf(device->name);
   if (folder.empty() || whole.empty()) return medium;
   medium.mediaPath = placeOf(folder);
   medium.driverPath = placeOf(whole);

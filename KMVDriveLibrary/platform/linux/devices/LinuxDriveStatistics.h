@@ -14,8 +14,7 @@
 #include "platform/linux/devices/BlockDevices.h"
 #include "platform/linux/devices/BlockStatistics.h"
 #include "platform/linux/devices/PhysicalDisks.h"
-#include "platform/linux/mounts/MountTableWatcher.h"
-#include "platform/linux/mounts/MountTree.h"
+#include "platform/linux/mounts/MountTable.h"
 #include "platform/posix/FileDescriptor.h"
 
 namespace kmv {
@@ -29,7 +28,7 @@ namespace kmv {
 /// look costs a poll and one read a disk, or one of /proc/diskstats where that is cheaper.
 class LinuxDriveStatistics final : public DriveStatisticsReader {
  public:
-  explicit LinuxDriveStatistics(const LinuxOptions& options);
+  LinuxDriveStatistics(const LinuxOptions& options, const std::shared_ptr<MountTable>& mounts);
   ~LinuxDriveStatistics() override;
 
   void read(std::uint32_t port, DriveStatistics& statistics) override;
@@ -54,8 +53,9 @@ class LinuxDriveStatistics final : public DriveStatisticsReader {
     std::vector<std::string> disks;
   };
 
-  bool followMounts();
-  void planDrivers();
+  void followMounts();
+  void planDrivers(const std::vector<MountEntry>& mounted);
+  const Medium& mediumOf(const MountEntry& mount);
   Medium mediumBehind(const MountEntry& mount) const;
   void openDisks();
   std::string statFileOf(const std::string& disk) const;
@@ -66,9 +66,9 @@ class LinuxDriveStatistics final : public DriveStatisticsReader {
 
   const LinuxOptions options_;
   BlockDevices devices_;
-  std::unique_ptr<MountTableWatcher> watcher_;
-  MountTree tree_;
-  bool isRead_ = false;
+  PhysicalDisks stacks_;
+  MountFollower mounts_;
+  std::uint64_t planned_ = 0;  // the generation of the tree's volumes that the plan is for
   std::uint64_t generation_ = 0;
   std::unordered_map<std::uint64_t, Medium> media_;  // by mount id
   std::vector<DriveStatistics::Volume> volumes_;

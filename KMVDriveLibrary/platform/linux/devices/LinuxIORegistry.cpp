@@ -1,13 +1,18 @@
 // SPDX-License-Identifier: MIT
 #include "platform/linux/devices/LinuxIORegistry.h"
 
+#include <utility>
+
 #include "platform/linux/devices/LinuxDriveStatistics.h"
 #include "platform/posix/SystemFiles.h"
 
 namespace kmv {
 
-LinuxIORegistry::LinuxIORegistry(const LinuxOptions& options)
-    : options_(options), blockFolder_(options.sysRoot + "/class/block/"), below_(options) {}
+LinuxIORegistry::LinuxIORegistry(const LinuxOptions& options, std::shared_ptr<MountTable> mounts)
+    : options_(options),
+      mounts_(std::move(mounts)),
+      blockFolder_(options.sysRoot + "/class/block/"),
+      below_(options, mounts_) {}
 
 std::optional<StorageDevice> LinuxIORegistry::wholeDisk(const std::string& name) {
   return below_.wholeDiskOf(name);
@@ -29,7 +34,7 @@ std::vector<IOService> LinuxIORegistry::servicesMatchingBSDName(const std::strin
 }
 
 std::unique_ptr<DriveStatisticsReader> LinuxIORegistry::makeStatisticsReader() {
-  return std::make_unique<LinuxDriveStatistics>(options_);
+  return std::make_unique<LinuxDriveStatistics>(options_, mounts_);
 }
 
 }  // namespace kmv

@@ -3,11 +3,10 @@
 
 #include <algorithm>
 #include <set>
+#include <utility>
 
 #include "base/Text.h"
 #include "platform/linux/mounts/MountInfo.h"
-#include "platform/linux/mounts/MountTree.h"
-#include "platform/linux/mounts/PointType.h"
 #include "platform/posix/SystemFiles.h"
 
 namespace kmv {
@@ -19,7 +18,8 @@ constexpr std::string_view kDeleted =
 
 }  // namespace
 
-PhysicalDisks::PhysicalDisks(const LinuxOptions& options) : options_(options), devices_(options) {}
+PhysicalDisks::PhysicalDisks(const LinuxOptions& options, std::shared_ptr<MountTable> mounts)
+    : options_(options), mounts_(std::move(mounts)), devices_(options) {}
 
 std::string PhysicalDisks::folderOf(const std::string& name) const {
   if (name.empty() || name.find('/') != std::string::npos) return {};
@@ -93,13 +93,11 @@ std::vector<std::string> PhysicalDisks::standsOn(const std::string& folder) cons
 
 /// By the text of the path: the file itself may be on a server that does not answer.
 std::vector<std::string> PhysicalDisks::devicesHoldingFile(const std::string& path) const {
-  MountTree tree([this](const MountEntry& mount) { return pointIsDirectory(options_.viewRoot, mount); });
-  MountDelta everything;
-  everything.attached =
-      parseMountInfo(readFile(options_.procRoot + "/self/mountinfo").value_or(std::string()));
-  tree.apply(everything);
-  const MountEntry* mount = tree.mountAbove(path);
-  const auto device = mount == nullptr ? std::nullopt : devices_.readBehind(*mount);
+  std::optional<MountEntry> mount;
+  mounts_->readAnew([&](const MountTree& tree) {
+    if (const MountEntry* above = tree.mountAbove(path)) mount = *above;
+  });
+  const auto device = mount ? devices_.readBehind(*mount) : std::nullopt;
   if (!device) return {};
   std::vector<std::string> members = membersBeside(device->name);
   if (members.empty()) members.push_back(device->name);

@@ -3,12 +3,14 @@
 
 #include <KMVDriveLibrary/StorageDevices.h>
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "platform/linux/LinuxOptions.h"
 #include "platform/linux/devices/BlockDevices.h"
+#include "platform/linux/mounts/MountTable.h"
 
 namespace kmv {
 
@@ -19,10 +21,10 @@ struct SpanningSystem {
 };
 
 /// Follows sysfs down from a block device to the disks that stand on nothing else. Opens no device and
-/// touches no volume. Immutable: any thread.
+/// touches no volume. Any thread.
 class PhysicalDisks {
  public:
-  explicit PhysicalDisks(const LinuxOptions& options);
+  PhysicalDisks(const LinuxOptions& options, std::shared_ptr<MountTable> mounts);
 
   std::optional<StorageDevice> wholeDiskOf(const std::string& name) const;
 
@@ -42,6 +44,7 @@ class PhysicalDisks {
   std::vector<std::string> devicesHoldingFile(const std::string& path) const;
 
   LinuxOptions options_;
+  std::shared_ptr<MountTable> mounts_;
   BlockDevices devices_;
 };
 

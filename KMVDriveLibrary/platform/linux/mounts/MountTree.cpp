@@ -98,6 +98,7 @@ std::vector<VolumeChange> MountTree::apply(const MountDelta& delta) {
   decideReachability(dirty);
   std::vector<VolumeChange> changes;
   decideInstances(dirty, changes);
+  if (!changes.empty()) ++volumeGeneration_;
   return changes;
 }
 
@@ -252,6 +253,11 @@ const MountTree::Instance* MountTree::outerOf(const Instance& instance) const {
     return found != nullptr;
   });
   return found;
+}
+
+const MountEntry* MountTree::mountWithId(std::uint64_t id) const {
+  const auto found = mounts_.find(id);
+  return found == mounts_.end() ? nullptr : &found->second->entry;
 }
 
 const MountEntry* MountTree::volumeOf(std::uint64_t mountId) const {

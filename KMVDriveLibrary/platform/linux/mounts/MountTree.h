@@ -13,7 +13,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "platform/linux/mounts/MountTableWatcher.h"
+#include "platform/linux/mounts/MountDelta.h"
 
 namespace kmv {
 
@@ -55,6 +55,9 @@ class MountTree {
   /// Applies a difference and returns the instances whose mount may have changed, in key order.
   std::vector<VolumeChange> apply(const MountDelta& delta);
 
+  /// Ascends with each difference that may have changed a volume.
+  std::uint64_t volumeGeneration() const { return volumeGeneration_; }
+
   /// Leaves the present mounts of a file system out of all decisions, except that they still hide what lies
   /// under them: its device is gone.
   void retire(const SuperblockKey& superblock);
@@ -62,6 +65,9 @@ class MountTree {
   /// True when some mount of the file system was there before the last difference and still is, reachable or
   /// not: it was never unmounted in between.
   bool wasMountedThroughout(const SuperblockKey& superblock) const;
+
+  /// Null for an unknown id. Valid until the next change.
+  const MountEntry* mountWithId(std::uint64_t id) const;
 
   /// The mount by which the volume that a mount shows is known: itself, the canonical one of a bind or a
   /// folder. A mount that is no volume, or whose volume cannot be reached, stands for itself. Null for an
@@ -104,6 +110,7 @@ class MountTree {
 
   IsDirectory isDirectory_;
   std::uint64_t applied_ = 0;  // differences so far
+  std::uint64_t volumeGeneration_ = 0;
   std::unordered_map<std::uint64_t, std::unique_ptr<Node>> mounts_;
   std::unique_ptr<std::set<Node*, ByParentAndPoint>> places_;
   std::map<std::string, std::set<Node*>, std::less<>> points_;  // by mount point

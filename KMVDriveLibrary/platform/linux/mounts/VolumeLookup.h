@@ -1,77 +1,69 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <KMVDriveLibrary/Mutex.h>
 #include <KMVDriveLibrary/URL.h>
 
 #include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <unordered_map>
 
 #include "platform/linux/LinuxOptions.h"
-#include "platform/linux/mounts/MountTableWatcher.h"
-#include "platform/linux/mounts/MountTree.h"
-#include "platform/posix/FileDescriptor.h"
+#include "platform/linux/mounts/MountId.h"
+#include "platform/linux/mounts/MountInfoFile.h"
+#include "platform/linux/mounts/MountTable.h"
 
 namespace kmv {
 
-/// Which volume holds a path: one statx for the mount's id, then a look-up in a kept mount table.
+/// Which volume holds an item: one question for its mount's id, then a look-up in the mount table.
 ///
-/// The kernel gives mount ids again, so an id counts only when the table did not change between the last look
-/// at it and the answer; asking whether it did is a poll of its descriptor. The table is read again only
-/// after a change. Threads: any. The path is asked outside the locks, so a look-up that waits for a dead
-/// server delays no other, and threads keep what they found apart, so that they do not wait for each other.
+/// The kernel reuses mount ids, so an id counts only when the table did not change between the last look at it and
+/// the answer; asking whether it did is a poll of its descriptor. Threads: any. The item is asked outside the locks,
+/// so a look-up that waits for a dead server delays no other, and threads keep what they found in caches apart, so
+/// that they do not contend.
 class VolumeLookup {
  public:
-  explicit VolumeLookup(const LinuxOptions& options);
+  VolumeLookup(const LinuxOptions& options, std::shared_ptr<MountTable> mounts);
   ~VolumeLookup();
 
   /// The root of the volume that holds the item at `path`; none when there is no such item.
   std::optional<URL> volumeHolding(const std::string& path);
 
  private:
-  /// The kept table.
-  class Table {
-   public:
-    explicit Table(const LinuxOptions& options);
-    std::optional<URL> rootOfMount(std::uint64_t mountId);
-    /// By the text of the path, which is all there is to go by where the path may not be asked.
-    std::optional<URL> rootAbove(const std::string& path);
-
-   private:
-    void follow();
-    std::optional<URL> rootOf(std::uint64_t mountId) const;
-
-    std::mutex mutex_;
-    std::unique_ptr<MountTableWatcher> watcher_;
-    MountTree tree_;
-    bool isRead_ = false;
+  using Question = std::function<MountIdAnswer()>;
+  struct Answer {
+    int error = 0;  // of the question
+    std::optional<URL> root;
   };
 
-  /// Roots that some threads found since the table last changed, by mount id. A line of the processor's cache
-  /// to itself, like what the kernel keeps of its descriptor.
+  /// Roots that some threads found since the table last changed, by mount id. A cache line of the processor to
+  /// itself, like what the kernel keeps of its descriptor.
   struct alignas(64) Cache {
     /// True once after each change of the table, and at first.
-    bool isOutdated(const std::string& mountTable);
+    bool isOutdated() KMV_REQUIRES(mutex);
 
-    std::mutex mutex;
-    FileDescriptor file;
+    Mutex mutex;
+    std::optional<MountInfoFile> file KMV_GUARDED_BY(mutex);
     std::atomic<std::uint64_t> changes{0};  // seen by whichever of its threads looked
-    std::unordered_map<std::uint64_t, URL> roots;
+    std::unordered_map<std::uint64_t, URL> roots KMV_GUARDED_BY(mutex);
   };
   static constexpr std::size_t kCaches = 8;
 
+  Answer find(const Question& ask);
   Cache& cacheOfThisThread();
   std::optional<URL> rootIfCertain(Cache& cache, std::uint64_t mountId, std::uint64_t changesBefore,
                                    bool& isCertain);
+  std::optional<URL> rootOfMount(std::uint64_t mountId) const;
+  std::optional<URL> rootAbove(const std::string& path) const;
 
-  const std::string mountTable_;
-  Table table_;
+  const std::string view_;
+  const std::shared_ptr<MountTable> mounts_;
   std::array<Cache, kCaches> caches_;
 };
 

@@ -7,7 +7,6 @@
 #include <linux/fs.h>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -16,13 +15,12 @@
 #include <cstring>
 #include <utility>
 
-#include "platform/linux/mounts/MountTree.h"
+#include "platform/linux/mounts/MountId.h"
 #include "platform/linux/mounts/VolumeRules.h"
 #include "platform/linux/session/FuseHelper.h"
 #include "platform/linux/session/Holders.h"
 #include "platform/linux/session/UDisks.h"
 #include "platform/posix/FileDescriptor.h"
-#include "platform/posix/SystemFiles.h"
 
 namespace kmv {
 namespace dissent {
@@ -81,34 +79,6 @@ Dissent refusal(std::int32_t status, std::optional<pid_t> holder = std::nullopt)
   return record;
 }
 
-enum class Place { mounted, covered, gone, unknown };
-
-struct Look {
-  Place place = Place::gone;
-  MountEntry entry;
-};
-
-/// Whether the volume still is what its mount point leads to. Asks the mount table only, by the text of the
-/// path: no server is waited for. An id is given again at once, so what else is known of the volume must fit
-/// too.
-Look lookFor(const LinuxOptions& options, const TargetVolume& volume) {
-  const auto text = readFile(options.procRoot + "/self/mountinfo");
-  if (!text) return {Place::unknown, {}};
-  MountDelta everything;
-  everything.attached = parseMountInfo(*text);
-  const auto& table = everything.attached;
-  const auto entry = std::find_if(table.begin(), table.end(), [&](const MountEntry& one) {
-    return one.id == volume.mountId && one.point == volume.mountPoint && one.device == volume.device &&
-           one.kind == volume.kind;
-  });
-  if (entry == table.end()) return {};
-  MountTree tree([](const MountEntry&) { return true; });
-  tree.apply(everything);
-  const MountEntry* const reached = tree.mountAbove(volume.mountPoint);
-  const bool isReached = reached != nullptr && reached->id == volume.mountId;
-  return {isReached ? Place::mounted : Place::covered, *entry};
-}
-
 bool isOwnFuseMount(const MountEntry& entry) {
   return isFuseKind(entry.kind) && mountOption(entry.superOptions, "user_id") == std::to_string(::getuid());
 }
@@ -131,23 +101,6 @@ std::int32_t statusOf(const UDisksReply& reply) {
   }
   return dissent::ofErrorName(reply.error);
 }
-
-std::int32_t unmountDirectly(const LinuxOptions& options, const TargetVolume& volume) {
-  // The kernel takes this for the root alone as a wish to make the file system read-only.
-  if (volume.mountPoint == "/") return dissent::kBusy;
-  const std::string path = options.viewRoot + volume.mountPoint;
-  return ::umount2(path.c_str(), UMOUNT_NOFOLLOW) == 0 ? dissent::kDone : dissent::ofError(errno);
-}
-
-/// For a process that has not the right itself.
-std::int32_t unmountWithHelp(const LinuxOptions& options, const TargetVolume& volume,
-                             const MountEntry& entry) {
-  if (isOwnFuseMount(entry)) return unmountOwnFuse(options.viewRoot + volume.mountPoint);
-  if (isForUDisks(volume)) return statusOf(unmountWithUDisks(volume.deviceNode, volume.mountPoint));
-  return dissent::kNotPrivileged;
-}
-
-// -- names
 
 /// The file systems whose names have a known limit in bytes, and whether a mounted one takes a name from the
 /// kernel.
@@ -172,29 +125,6 @@ const NameRule* nameRuleOf(std::string_view kind) {
   return nullptr;
 }
 
-bool isRootOf(int fd, std::uint64_t mountId) {
-  struct statx status {};
-  if (::statx(fd, "", AT_EMPTY_PATH | AT_STATX_DONT_SYNC, 0, &status) != 0) return false;
-  return (status.stx_mask & STATX_MNT_ID) == 0 || status.stx_mnt_id == mountId;
-}
-
-/// REQUIRES: `name` fits the kind, which the kernel itself can name: a local file system, so that opening its
-/// root waits for no server.
-std::int32_t renameByKernel(const LinuxOptions& options, const TargetVolume& volume,
-                            const std::string& name) {
-  const std::string path = options.viewRoot + volume.mountPoint;
-  const FileDescriptor root(
-      ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
-  if (!root) return dissent::ofError(errno);
-  // While its root is open the id belongs to no other.
-  if (!isRootOf(root.get(), volume.mountId) || lookFor(options, volume).place != Place::mounted)
-    return dissent::kNotMounted;
-  std::array<char, kNameBuffer> label{};
-  std::memcpy(label.data(), name.data(), std::min(name.size(), label.size() - 1));
-  if (::ioctl(root.get(), FS_IOC_SETFSLABEL, label.data()) == 0) return dissent::kDone;
-  return errno == EINVAL ? dissent::kBadArgument : dissent::ofError(errno);
-}
-
 /// True when UDisks may be able to do what the kernel refused to this process, or to any.
 bool mayUDisksDoIt(std::int32_t status) {
   return status == dissent::kNotPrivileged || status == dissent::kNotPermitted ||
@@ -203,32 +133,82 @@ bool mayUDisksDoIt(std::int32_t status) {
 
 }  // namespace
 
-Dissent unmountVolume(const LinuxOptions& options, const TargetVolume& volume) {
-  const Look before = lookFor(options, volume);
+Commands::Commands(LinuxOptions options, std::shared_ptr<MountTable> mounts)
+    : options_(std::move(options)), mounts_(std::move(mounts)) {}
+
+/// Whether the volume still is what its mount point leads to. Asks the mount table only, by the text of the
+/// path: no server is waited for. Ids are reused at once, so what else is known of the volume must fit too.
+Commands::Look Commands::lookFor(const TargetVolume& volume) const {
+  Look look;
+  const bool isKnown = mounts_->readAnew([&](const MountTree& tree) {
+    const MountEntry* const entry = tree.mountWithId(volume.mountId);
+    if (entry == nullptr || entry->point != volume.mountPoint || entry->device != volume.device ||
+        entry->kind != volume.kind)
+      return;
+    const MountEntry* const reached = tree.mountAbove(volume.mountPoint);
+    const bool isReached = reached != nullptr && reached->id == volume.mountId;
+    look = {isReached ? Place::mounted : Place::covered, *entry};
+  });
+  return isKnown ? look : Look{Place::unknown, {}};
+}
+
+std::int32_t Commands::unmountDirectly(const TargetVolume& volume) const {
+  // The kernel takes this for the root alone as a wish to make the file system read-only.
+  if (volume.mountPoint == "/") return dissent::kBusy;
+  const std::string path = options_.view() + volume.mountPoint;
+  return ::umount2(path.c_str(), UMOUNT_NOFOLLOW) == 0 ? dissent::kDone : dissent::ofError(errno);
+}
+
+/// For a process that has not the right itself.
+std::int32_t Commands::unmountWithHelp(const TargetVolume& volume, const MountEntry& entry) const {
+  if (isOwnFuseMount(entry)) return unmountOwnFuse(options_.view() + volume.mountPoint);
+  if (isForUDisks(volume)) return statusOf(unmountWithUDisks(volume.deviceNode, volume.mountPoint));
+  return dissent::kNotPrivileged;
+}
+
+Dissent Commands::unmount(const TargetVolume& volume) const {
+  const Look before = lookFor(volume);
   if (before.place == Place::unknown) return refusal(dissent::kNoResources);
   if (before.place == Place::gone) return refusal(dissent::kNotMounted);
   if (before.place == Place::covered) return refusal(dissent::kBusy);
-  std::int32_t status = unmountDirectly(options, volume);
+  std::int32_t status = unmountDirectly(volume);
   if (status == dissent::kDone) return std::nullopt;
-  if (status == dissent::kNotPrivileged) status = unmountWithHelp(options, volume, before.entry);
+  if (status == dissent::kNotPrivileged) status = unmountWithHelp(volume, before.entry);
   // Whoever took it away meanwhile: it is gone, as was wished.
-  if (lookFor(options, volume).place == Place::gone) return std::nullopt;
+  if (lookFor(volume).place == Place::gone) return std::nullopt;
   if (status == dissent::kDone) status = dissent::kError;  // the helper says so, and is wrong
   if (status == dissent::kNotMounted)
     status = dissent::kNotPermitted;  // locked: inherited from another namespace
   if (status != dissent::kBusy) return refusal(status);
-  return refusal(status, findHolder(options, volume));
+  return refusal(status, findHolder(options_, volume));
 }
 
-Dissent renameVolume(const LinuxOptions& options, const TargetVolume& volume, const std::string& newName) {
+/// REQUIRES: `name` fits the kind, which the kernel itself can name: a local file system, so that opening its
+/// root waits for no server.
+std::int32_t Commands::renameByKernel(const TargetVolume& volume, const std::string& name) const {
+  const std::string path = options_.view() + volume.mountPoint;
+  const FileDescriptor root(
+      ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
+  if (!root) return dissent::ofError(errno);
+  // While its root is open the id belongs to no other. Where the kernel does not tell it, the table alone decides.
+  const MountIdAnswer mount = mountIdOfDescriptor(root.get());
+  const bool isElsewhere = mount.error == 0 ? mount.id != volume.mountId : mount.error != ENOSYS;
+  if (isElsewhere || lookFor(volume).place != Place::mounted) return dissent::kNotMounted;
+  std::array<char, kNameBuffer> label{};
+  std::memcpy(label.data(), name.data(), std::min(name.size(), label.size() - 1));
+  if (::ioctl(root.get(), FS_IOC_SETFSLABEL, label.data()) == 0) return dissent::kDone;
+  return errno == EINVAL ? dissent::kBadArgument : dissent::ofError(errno);
+}
+
+Dissent Commands::rename(const TargetVolume& volume, const std::string& newName) const {
   const NameRule* const rule = nameRuleOf(volume.kind);
   const bool tooLong = rule != nullptr && newName.size() > rule->mostBytes;
   if (tooLong || newName.find('\0') != std::string::npos) return refusal(dissent::kBadArgument);
-  const Place place = lookFor(options, volume).place;
+  const Place place = lookFor(volume).place;
   if (place == Place::unknown) return refusal(dissent::kNoResources);
   if (place != Place::mounted) return refusal(dissent::kNotMounted);
   std::int32_t status = dissent::kUnsupported;
-  if (rule != nullptr && rule->byKernel) status = renameByKernel(options, volume, newName);
+  if (rule != nullptr && rule->byKernel) status = renameByKernel(volume, newName);
   if (!mayUDisksDoIt(status) || !isForUDisks(volume)) return refusal(status);
   const UDisksReply reply = setLabelWithUDisks(volume.deviceNode, newName);
   return refusal(reply.kind == UDisksReply::Kind::unreachable ? status : statusOf(reply));

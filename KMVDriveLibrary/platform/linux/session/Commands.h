@@ -5,12 +5,13 @@
 #include <KMVDriveLibrary/Value.h>
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 
 #include "platform/linux/LinuxOptions.h"
-#include "platform/linux/mounts/MountInfo.h"
+#include "platform/linux/mounts/MountTable.h"
 
 namespace kmv {
 
@@ -38,12 +39,33 @@ struct TargetVolume {
   DeviceNumber device;
 };
 
-/// Takes the volume away, in good order or not at all: neither by force nor only from sight. Blocks for as
-/// long as the medium needs to be written, or a user to be asked for a password: for a worker's thread.
-Dissent unmountVolume(const LinuxOptions& options, const TargetVolume& volume);
+/// Unmounts and renames volumes of the mount table. Both block for as long as the medium needs to be written, or a user
+/// to be asked for a password: for a worker's thread. Threads: any.
+class Commands {
+ public:
+  Commands(LinuxOptions options, std::shared_ptr<MountTable> mounts);
 
-/// Gives the mounted volume a new name on its medium. The mount point stays. A name that the file system
-/// cannot hold whole is refused. Blocks as above.
-Dissent renameVolume(const LinuxOptions& options, const TargetVolume& volume, const std::string& newName);
+  /// Takes the volume away, in good order or not at all: neither by force nor lazily.
+  Dissent unmount(const TargetVolume& volume) const;
+
+  /// Gives the mounted volume a new name on its medium. The mount point stays. A name that the file system
+  /// cannot hold whole is refused.
+  Dissent rename(const TargetVolume& volume, const std::string& newName) const;
+
+ private:
+  enum class Place { mounted, covered, gone, unknown };
+  struct Look {
+    Place place = Place::gone;
+    MountEntry entry;
+  };
+
+  Look lookFor(const TargetVolume& volume) const;
+  std::int32_t unmountDirectly(const TargetVolume& volume) const;
+  std::int32_t unmountWithHelp(const TargetVolume& volume, const MountEntry& entry) const;
+  std::int32_t renameByKernel(const TargetVolume& volume, const std::string& name) const;
+
+  const LinuxOptions options_;
+  const std::shared_ptr<MountTable> mounts_;
+};
 
 }  // namespace kmv

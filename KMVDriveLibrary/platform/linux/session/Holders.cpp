@@ -50,7 +50,7 @@ class Scan {
   Scan(const LinuxOptions& options, const TargetVolume& volume)
       : proc_(options.procRoot),
         mountId_(volume.mountId),
-        point_(options.viewRoot + volume.mountPoint),
+        point_(options.view() + volume.mountPoint),
         pointInMaps_(pathInMaps(point_)),
         network_(isNetworkKind(volume.kind)),
         namespace_(readLink(proc_ + "/self/ns/mnt")),

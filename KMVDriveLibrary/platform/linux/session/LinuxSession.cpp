@@ -81,7 +81,12 @@ int millisecondsUntil(std::optional<DiskModel::Clock::time_point> deadline) {
 
 }  // namespace
 
-LinuxSession::LinuxSession(LinuxOptions options) : options_(std::move(options)), devices_(options_) {}
+LinuxSession::LinuxSession(LinuxOptions options, std::shared_ptr<MountTable> mounts)
+    : options_(std::move(options)),
+      mounts_(std::move(mounts)),
+      commands_(options_, mounts_),
+      devices_(options_),
+      mountReports_(options_) {}
 
 LinuxSession::~LinuxSession() {
   {
@@ -108,17 +113,17 @@ void LinuxSession::registerCallbacks(const DiskCallbacks& callbacks, void* conte
   if (!wake_ || !poll_) fatal("no descriptors are left for a disk arbitration session");
   // Listen first, look second: what happens in between is seen twice, and the difference is empty then.
   monitor_ = makeDeviceMonitor(options_);
-  watcher_ = makeMountInfoWatcher(options_.procRoot);
+  mountNews_ = std::make_unique<MountFollower>(mounts_);
   watch(poll_, wake_.get(), EPOLLIN);
   watch(poll_, monitor_->descriptor(), EPOLLIN);
-  watch(poll_, watcher_->descriptor(), watcher_->epollEvents());
+  watch(poll_, mountReports_.descriptor(), mountReports_.epollEvents());
   probes_ = std::make_unique<ProbePool>(
       [options = options_](const ProbeRequest& request) { return probeDevice(options, request); },
       [wake = wake_.get()] { ::eventfd_write(wake, 1); });
-  model_ = std::make_unique<DiskModel>(DiskModel::Outside{
-      [this](const MountEntry& mount) { return devices_.readBehind(mount); },
-      [this](const MountEntry& mount) { return pointIsDirectory(options_.viewRoot, mount); },
-      nextAppearanceTime, options_.probing});
+  model_ = std::make_unique<DiskModel>(
+      DiskModel::Outside{[this](const MountEntry& mount) { return devices_.readBehind(mount); },
+                         [this](const MountEntry& mount) { return pointIsDirectory(options_.view(), mount); },
+                         nextAppearanceTime, options_.probing});
   thread_ = startThread("kmv-events", [this] { run(); });
   std::lock_guard lock(questionsMutex_);
   listens_ = true;
@@ -131,13 +136,14 @@ std::unique_ptr<Disk> LinuxSession::diskFromVolumePath(const URL& volume) {
 }
 
 void LinuxSession::unmount(const Disk& disk, CommandCompletion completion, void* context) {
-  start(disk, {unmountVolume, completion, context, /*changesMedium=*/false});
+  const auto carryOut = [this](const TargetVolume& volume) { return commands_.unmount(volume); };
+  start(disk, {carryOut, completion, context, /*changesMedium=*/false});
 }
 
 void LinuxSession::rename(const Disk& disk, const std::string& newName, CommandCompletion completion,
                           void* context) {
-  const auto carryOut = [newName](const LinuxOptions& options, const TargetVolume& volume) {
-    return renameVolume(options, volume, newName);
+  const auto carryOut = [this, newName](const TargetVolume& volume) {
+    return commands_.rename(volume, newName);
   };
   start(disk, {carryOut, completion, context, /*changesMedium=*/true});
 }
@@ -146,8 +152,8 @@ void LinuxSession::start(const Disk& disk, Command command) {
   const auto* const volume = dynamic_cast<const MountedVolume*>(&disk);
   if (volume == nullptr) fatal("a command needs a disk that diskFromVolumePath gave");
   if (!queue_) fatal("a disk arbitration session needs a queue before a command");
-  const bool started = commands_.start([this, before = volume->disk(), command] {
-    finish(before, command.carryOut(options_, targetOf(before.mount)), command);
+  const bool started = commandThreads_.start([this, before = volume->disk(), command] {
+    finish(before, command.carryOut(targetOf(before.mount)), command);
   });
   if (!started) finish(volume->disk(), Dictionary{{key::kDissenterStatus, dissent::kNoResources}}, command);
 }
@@ -181,20 +187,19 @@ LinuxSession::MountedDisk LinuxSession::mountedDiskAt(const std::string& point, 
 
 /// Before anybody listens there is no event thread to ask: the machine is looked at once, here.
 LinuxSession::MountedDisk LinuxSession::describeWithoutListening(const std::string& point) const {
-  MountTree tree([this](const MountEntry& mount) { return pointIsDirectory(options_.viewRoot, mount); });
-  const auto table = makeMountInfoWatcher(options_.procRoot);
-  tree.apply(table->refresh(/*reported=*/false));
-  MountedDisk found;
-  tree.forEach([&](const MountEntry& entry, std::string_view rule) {
-    if (!rule.empty() || entry.point != point) return;
-    auto device = isBlockBacked(entry) ? devices_.readBehind(entry) : std::nullopt;
-    if (device && options_.probing) {
-      if (auto facts = probeDevice(options_, {*device, entry.kind})) device->facts = std::move(*facts);
-    }
-    found = DiskModel::MountedDisk{describeDisk(device ? &*device : nullptr, &entry, nextAppearanceTime()),
-                                   entry};
+  std::optional<MountEntry> mount;
+  mounts_->readAnew([&](const MountTree& tree) {
+    tree.forEach([&](const MountEntry& entry, std::string_view rule) {
+      if (rule.empty() && entry.point == point) mount = entry;
+    });
   });
-  return found;
+  if (!mount) return std::nullopt;
+  auto device = isBlockBacked(*mount) ? devices_.readBehind(*mount) : std::nullopt;
+  if (device && options_.probing) {
+    if (auto facts = probeDevice(options_, {*device, mount->kind})) device->facts = std::move(*facts);
+  }
+  Dictionary description = describeDisk(device ? &*device : nullptr, &*mount, nextAppearanceTime());
+  return DiskModel::MountedDisk{std::move(description), std::move(*mount)};
 }
 
 void LinuxSession::takeQuestions() {
@@ -235,7 +240,7 @@ void LinuxSession::run() {
     waitForNews();
     takeQuestions();  // before the machine is looked at: the answer is to be no older than the question
     takeDeviceNews();
-    model_->mountsChanged(watcher_->refresh(std::exchange(mountsReported_, false)));
+    takeMountNews();
     takeAnswers();
   }
   probes_.reset();
@@ -245,7 +250,7 @@ void LinuxSession::run() {
 
 void LinuxSession::start() {
   for (BlockDevice& device : devices_.list()) model_->deviceSeen(std::move(device));
-  model_->mountsChanged(watcher_->refresh(/*reported=*/false));
+  takeMountNews();
   model_->startUpFinished();
 }
 
@@ -255,7 +260,6 @@ void LinuxSession::waitForNews() {
                                  millisecondsUntil(model_->nextDeadline()));
   for (int i = 0; i < count; ++i) {
     const int descriptor = ready[static_cast<std::size_t>(i)].data.fd;
-    if (descriptor == watcher_->descriptor()) mountsReported_ = true;
     eventfd_t ignored = 0;
     if (descriptor == wake_.get()) ::eventfd_read(wake_.get(), &ignored);
   }
@@ -287,6 +291,11 @@ void LinuxSession::takeDeviceEvents(const std::vector<DeviceEvent>& events) {
       model_->deviceRemoved(event->number);
     }
   }
+}
+
+/// One by one: what was unmounted and mounted again in between is another mount of the same medium, or of another one.
+void LinuxSession::takeMountNews() {
+  for (const auto& delta : mountNews_->take()) model_->mountsChanged(*delta);
 }
 
 void LinuxSession::takeAnswers() {

@@ -16,7 +16,8 @@
 #include "platform/linux/devices/BlockDevices.h"
 #include "platform/linux/devices/DeviceMonitor.h"
 #include "platform/linux/devices/ProbePool.h"
-#include "platform/linux/mounts/MountTableWatcher.h"
+#include "platform/linux/mounts/MountInfoFile.h"
+#include "platform/linux/mounts/MountTable.h"
 #include "platform/linux/session/CommandThreads.h"
 #include "platform/linux/session/Commands.h"
 #include "platform/linux/session/DiskModel.h"
@@ -29,7 +30,7 @@ namespace kmv {
 /// to answer. Failure: what cannot be watched here (no netlink, no /proc) is read once and then silent.
 class LinuxSession final : public DiskArbitrationSession {
  public:
-  explicit LinuxSession(LinuxOptions options);
+  LinuxSession(LinuxOptions options, std::shared_ptr<MountTable> mounts);
   /// Stops the thread. Callbacks that wait on the queue are dropped; one that runs is not waited for, but
   /// commands that run are.
   ~LinuxSession() override;
@@ -54,7 +55,7 @@ class LinuxSession final : public DiskArbitrationSession {
   MountedDisk describeWithoutListening(const std::string& point) const;
   /// A function that carries a command out, and whom to tell.
   struct Command {
-    std::function<Dissent(const LinuxOptions&, const TargetVolume&)> carryOut;
+    std::function<Dissent(const TargetVolume&)> carryOut;
     CommandCompletion completion = nullptr;
     void* context = nullptr;
     bool changesMedium = false;
@@ -69,11 +70,14 @@ class LinuxSession final : public DiskArbitrationSession {
   void start();
   void waitForNews();
   void takeDeviceNews();
+  void takeMountNews();
   void takeDeviceEvents(const std::vector<DeviceEvent>& events);
   void takeAnswers();
   void deliver();
 
   const LinuxOptions options_;
+  const std::shared_ptr<MountTable> mounts_;
+  const Commands commands_;
   const BlockDevices devices_;
   std::shared_ptr<SerialQueue> queue_;
   DiskCallbacks callbacks_;
@@ -84,10 +88,10 @@ class LinuxSession final : public DiskArbitrationSession {
   FileDescriptor wake_;
   FileDescriptor poll_;
   std::unique_ptr<DeviceMonitor> monitor_;
-  std::unique_ptr<MountTableWatcher> watcher_;
+  MountInfoFile mountReports_;
+  std::unique_ptr<MountFollower> mountNews_;
   std::unique_ptr<ProbePool> probes_;
   std::unique_ptr<DiskModel> model_;
-  bool mountsReported_ = false;
 
   std::vector<Question> open_;  // taken, but not answered yet
 
@@ -96,7 +100,7 @@ class LinuxSession final : public DiskArbitrationSession {
   bool listens_ = false;  // guarded by the mutex: the event thread runs and answers
 
   std::thread thread_;
-  CommandThreads commands_;  // the last member: commands that run use the others
+  CommandThreads commandThreads_;  // the last member: commands that run use the others
 };
 
 }  // namespace kmv
