@@ -64,7 +64,9 @@ class FakeMachine {
   }
   void udev(const std::string& number, const std::string& text) { write("udev/data/b" + number, text); }
   void diskStatistics(const std::string& text) { write("proc/diskstats", text); }
-  void mounts(const std::string& text) { write("proc/self/mountinfo", text); }
+  void mounts(const std::string& text, const std::string& process = "self") {
+    write("proc/" + process + "/mountinfo", text);
+  }
   /// What stands at a mount point, for those who must ask.
   void fileAt(const std::string& point) { write("view" + point, ""); }
 

@@ -1,0 +1,176 @@
+// SPDX-License-Identifier: MIT
+// One table for everybody: who follows it is told every difference, whoever else made the table catch up.
+#include "platform/linux/mounts/MountTable.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/linux/FakeMachine.h"
+#include "platform/linux/LinuxPlatform.h"
+
+namespace kmv::test {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+MountEntry mountAt(std::uint64_t id, const std::string& point) {
+  MountEntry entry;
+  entry.id = entry.order = id;
+  entry.device = {8, static_cast<std::uint32_t>(id)};
+  entry.root = "/";
+  entry.point = point;
+  entry.kind = "ext4";
+  return entry;
+}
+
+/// Reports what the test has put there.
+class ScriptedWatcher final : public MountTableWatcher {
+ public:
+  explicit ScriptedWatcher(std::optional<MountDelta>& next) : next_(next) {}
+  std::optional<MountDelta> refresh(bool) override { return std::exchange(next_, MountDelta()); }
+
+ private:
+  std::optional<MountDelta>& next_;
+};
+
+class SharedTable : public ::testing::Test {
+ protected:
+  void attach(const MountEntry& entry) { next = MountDelta{{}, {entry}}; }
+  void detach(const MountEntry& entry) { next = MountDelta{{entry}, {}}; }
+
+  /// Each difference as "+/a -/b", in the order of the differences.
+  static std::vector<std::string> texts(const MountDeltas& deltas) {
+    std::vector<std::string> lines;
+    for (const auto& delta : deltas) {
+      std::string line;
+      for (const MountEntry& entry : delta->detached) line += "-" + entry.point;
+      for (const MountEntry& entry : delta->attached) line += "+" + entry.point;
+      lines.push_back(line);
+    }
+    return lines;
+  }
+  std::vector<std::string> points() {
+    std::vector<std::string> all;
+    isKnown = table->read([&](const MountTree& tree) {
+      tree.forEach([&](const MountEntry& entry, std::string_view) { all.push_back(entry.point); });
+    });
+    return all;
+  }
+
+  std::optional<MountDelta> next = MountDelta();
+  bool isKnown = false;
+  std::shared_ptr<MountTable> table = std::make_shared<MountTable>(std::make_unique<ScriptedWatcher>(next),
+                                                                   [](const MountEntry&) { return true; });
+};
+
+TEST_F(SharedTable, TellsEachFollowerEveryDifferenceWhoeverCaughtUp) {
+  MountFollower first(table);
+  attach(mountAt(1, "/a"));
+  EXPECT_THAT(points(), ElementsAre("/a")) << "a reader takes nothing from followers";
+  MountFollower second(table);
+  detach(mountAt(1, "/a"));
+  EXPECT_THAT(texts(first.take()), ElementsAre("+/a", "-/a"));
+  EXPECT_THAT(texts(second.take()), ElementsAre("+/a", "-/a"))
+      << "what was there when it came, and what followed";
+  EXPECT_THAT(texts(first.take()), IsEmpty());
+  EXPECT_THAT(points(), IsEmpty());
+  attach(mountAt(2, "/b"));
+  first.read([&](const MountDeltas& deltas, const MountTree& tree) {
+    EXPECT_THAT(texts(deltas), ElementsAre("+/b"));
+    EXPECT_NE(tree.mountWithId(2), nullptr) << "the tree that results";
+  });
+}
+
+TEST_F(SharedTable, StaysAsItIsKnownWhenItCannotBeRead) {
+  MountFollower follower(table);
+  attach(mountAt(1, "/a"));
+  points();
+  next = std::nullopt;
+  EXPECT_THAT(points(), ElementsAre("/a"));
+  EXPECT_FALSE(isKnown);
+  EXPECT_THAT(points(), ElementsAre("/a"));
+  EXPECT_TRUE(isKnown);
+}
+
+TEST_F(SharedTable, KeepsLittleForAFollowerThatStaysAway) {
+  MountFollower follower(table);
+  attach(mountAt(1, "/stays"));
+  points();
+  for (std::uint64_t id = 2; id < 2000; ++id) {
+    attach(mountAt(id, "/passes"));
+    points();
+    detach(mountAt(id, "/passes"));
+    points();
+  }
+  MountDeltas deltas = follower.take();
+  std::size_t records = 0;
+  for (const auto& delta : deltas) records += delta->attached.size() + delta->detached.size();
+  EXPECT_LT(records, 600u);
+  EXPECT_THAT(texts({std::make_shared<MountDelta>(joinMountDeltas(deltas))}), ElementsAre("+/stays"));
+}
+
+TEST(MountDeltas, JoinToWhatTheyComeTo) {
+  const MountEntry a = mountAt(1, "/a"), moved = mountAt(1, "/moved"), b = mountAt(2, "/b");
+  const auto one = [](std::vector<MountEntry> detached, std::vector<MountEntry> attached) {
+    return std::make_shared<const MountDelta>(MountDelta{std::move(detached), std::move(attached)});
+  };
+  struct Case {
+    MountDeltas deltas;
+    std::vector<std::string> detached, attached;
+  };
+  for (const Case& story :
+       {Case{{one({}, {b}), one({b}, {})}, {}, {}}, Case{{one({a}, {moved}), one({moved}, {})}, {"/a"}, {}},
+        Case{{one({a}, {}), one({}, {a})}, {"/a"}, {"/a"}},
+        Case{{one({a}, {moved}), one({moved}, {b, a})}, {"/a"}, {"/a", "/b"}}}) {
+    const MountDelta joined = joinMountDeltas(story.deltas);
+    std::vector<std::string> detached, attached;
+    for (const MountEntry& entry : joined.detached) detached.push_back(entry.point);
+    for (const MountEntry& entry : joined.attached) attached.push_back(entry.point);
+    EXPECT_EQ(detached, story.detached);
+    EXPECT_EQ(attached, story.attached);
+  }
+}
+
+TEST(PlainTable, IsReadAtEachQuestionSinceNothingReportsItsChange) {
+  FakeMachine machine;
+  LinuxPlatform platform(machine.options());
+  machine.mounts("29 1 8:1 / /a rw - ext4 /dev/sda1 rw\n");
+  EXPECT_EQ(platform.volumes().mountedVolumeURLs().size(), 1u);
+  machine.mounts("29 1 8:1 / /a rw - ext4 /dev/sda1 rw\n30 1 8:2 / /b rw - ext4 /dev/sda2 rw\n");
+  EXPECT_EQ(platform.volumes().mountedVolumeURLs().size(), 2u);
+}
+
+TEST(AnotherProcess, HasItsMountsListedAndItsPathsAskedBelowItsRoot) {
+  FakeMachine machine;
+  machine.mounts("29 1 8:1 / /own rw - ext4 /dev/sda1 rw\n");
+  machine.mounts("29 1 8:1 / /its rw - ext4 /dev/sda1 rw\n", "4711");
+  LinuxOptions options = machine.options();
+  options.mountTableOf = "4711";
+  LinuxPlatform platform(options);
+  EXPECT_THAT(platform.volumes().mountedVolumeURLs(), ElementsAre(URL::fileURLWithPath("/its", true)));
+  EXPECT_EQ(options.view(), options.viewRoot) << "what was given counts";
+  options.viewRoot.clear();
+  EXPECT_EQ(options.view(), options.procRoot + "/4711/root");
+  options.mountTableOf = "self";
+  EXPECT_EQ(options.view(), "");
+}
+
+TEST(AnotherProcess, LooksItemsUpByThatProcessesMounts) {
+  LinuxPlatform own;
+  const auto expected = own.volumes().volumeURL(URL::fileURLWithPath("/", true));
+  LinuxOptions options;
+  options.mountTableOf = std::to_string(::getpid());
+  LinuxPlatform other(options);
+  EXPECT_EQ(other.volumes().volumeURL(URL::fileURLWithPath("/", true)), expected);
+  EXPECT_EQ(other.volumes().mountedVolumeURLs(), own.volumes().mountedVolumeURLs());
+}
+
+}  // namespace
+}  // namespace kmv::test
