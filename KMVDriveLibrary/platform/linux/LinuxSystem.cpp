@@ -1,14 +1,41 @@
 // SPDX-License-Identifier: MIT
 #include "platform/linux/LinuxSystem.h"
 
+#include <fcntl.h>
 #include <sys/utsname.h>
 #include <unistd.h>
 
 #include <cstdio>
+#include <vector>
 
 #include "platform/posix/Spawn.h"
+#include "platform/posix/SpawnHooks.h"
 
 namespace kmv {
+
+bool makePipe(int (&ends)[2]) {
+  return ::pipe2(ends, O_CLOEXEC) == 0;
+}
+
+void closeForeignDescriptors(posix_spawn_file_actions_t& actions, posix_spawnattr_t&, bool) {
+  posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
+}
+
+char** processEnvironment() {
+  return environ;
+}
+
+namespace {
+
+/// This process's environment, with a language in which every program says the same, in UTF-8.
+std::vector<std::string> plainEnvironment() {
+  std::vector<std::string> variables = environmentOfThisProcess();
+  std::erase_if(variables, [](const std::string& variable) { return variable.starts_with("LC_ALL="); });
+  variables.emplace_back("LC_ALL=C.UTF-8");
+  return variables;
+}
+
+}  // namespace
 
 OperatingSystemVersion LinuxSystemInformation::operatingSystemVersion() {
   OperatingSystemVersion version;

@@ -9,10 +9,11 @@
 
 #include <array>
 #include <cerrno>
-#include <string_view>
 #include <system_error>
 
 #include "platform/posix/FileDescriptor.h"
+#include "platform/posix/Retry.h"
+#include "platform/posix/SpawnHooks.h"
 
 namespace kmv {
 namespace {
@@ -25,7 +26,6 @@ class Setup {
     posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
     posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
     if (collectsErrors) posix_spawn_file_actions_adddup2(&actions, output, STDERR_FILENO);
-    posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
     posix_spawnattr_init(&attributes);
     sigset_t none, defaults;
     sigemptyset(&none);
@@ -35,6 +35,7 @@ class Setup {
     posix_spawnattr_setsigmask(&attributes, &none);
     posix_spawnattr_setsigdefault(&attributes, &defaults);
     posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+    closeForeignDescriptors(actions, attributes, /*inheritsErrors=*/!collectsErrors);
   }
   ~Setup() {
     posix_spawnattr_destroy(&attributes);
@@ -57,8 +58,7 @@ std::string drain(int descriptor) {
   std::string text;
   std::array<char, 4096> buffer;
   for (;;) {
-    const ssize_t count = ::read(descriptor, buffer.data(), buffer.size());
-    if (count < 0 && errno == EINTR) continue;
+    const ssize_t count = retryOnEINTR([&] { return ::read(descriptor, buffer.data(), buffer.size()); });
     if (count <= 0) return text;
     text.append(buffer.data(), static_cast<std::size_t>(count));
   }
@@ -67,9 +67,7 @@ std::string drain(int descriptor) {
 /// None when a host that ignores SIGCHLD lets it get lost; 128 and the signal for what a signal ended.
 std::optional<int> waitFor(pid_t child) {
   int status = 0;
-  while (::waitpid(child, &status, 0) < 0) {
-    if (errno != EINTR) return std::nullopt;
-  }
+  if (retryOnEINTR([&] { return ::waitpid(child, &status, 0); }) < 0) return std::nullopt;
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
@@ -90,7 +88,7 @@ ChildProcess::Result spawnAndWait(const ChildProcess::Request& request,
     return result;
   };
   int ends[2];
-  if (::pipe2(ends, O_CLOEXEC) != 0) return problem(errno);
+  if (!makePipe(ends)) return problem(errno);
   const FileDescriptor reader = aboveStandard(ends[0]);
   FileDescriptor writer = aboveStandard(ends[1]);
   if (!reader || !writer) return problem(EMFILE);
@@ -108,12 +106,10 @@ ChildProcess::Result spawnAndWait(const ChildProcess::Request& request,
   return result;
 }
 
-std::vector<std::string> plainEnvironment() {
+std::vector<std::string> environmentOfThisProcess() {
   std::vector<std::string> variables;
-  for (char** variable = environ; variable != nullptr && *variable != nullptr; ++variable) {
-    if (!std::string_view(*variable).starts_with("LC_ALL=")) variables.emplace_back(*variable);
-  }
-  variables.emplace_back("LC_ALL=C.UTF-8");
+  for (char** variable = processEnvironment(); variable != nullptr && *variable != nullptr; ++variable)
+    variables.emplace_back(*variable);
   return variables;
 }
 

@@ -13,7 +13,7 @@ namespace kmv {
 ChildProcess::Result spawnAndWait(const ChildProcess::Request& request,
                                   const std::vector<std::string>& environment);
 
-/// This process's environment, with a language in which every program says the same, in UTF-8.
-std::vector<std::string> plainEnvironment();
+/// This process's environment, as `spawnAndWait` takes it.
+std::vector<std::string> environmentOfThisProcess();
 
 }  // namespace kmv

@@ -8,25 +8,14 @@
 #include <cerrno>
 #include <string_view>
 
+#include "platform/posix/GrowingValue.h"
+
 namespace kmv {
 namespace {
 
-constexpr std::size_t kUsualValue = 512;
-constexpr std::size_t kLargestValue = 1 << 20;  // the kernel's own limit is 64 KiB; a server may say anything
-
-/// One call where the value is short. Between asking for the size and for the value it can grow; then it is
-/// asked again.
 std::optional<std::string> valueOf(const std::string& path, const std::string& name) {
-  std::string value(kUsualValue, '\0');
-  for (;;) {
-    const ssize_t size = ::getxattr(path.c_str(), name.c_str(), value.data(), value.size());
-    if (size >= 0) {
-      value.resize(static_cast<std::size_t>(size));
-      return value;
-    }
-    if (errno != ERANGE || value.size() >= kLargestValue) return std::nullopt;
-    value.resize(value.size() * 4);
-  }
+  return growingValue(
+      [&](char* value, std::size_t size) { return ::getxattr(path.c_str(), name.c_str(), value, size); });
 }
 
 /// The name under which the file has the attribute; the one in the name space when it has neither.

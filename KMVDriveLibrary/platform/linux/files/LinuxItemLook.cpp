@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "platform/linux/files/ItemLook.h"
+#include "platform/linux/files/LinuxItemLook.h"
 
 #include <fcntl.h>
 #include <linux/magic.h>
@@ -10,17 +10,18 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
-#include <array>
+#include <cerrno>
+#include <cstdint>
 #include <utility>
 
 #include "platform/linux/files/LinuxAttributes.h"
 #include "platform/posix/FileDescriptor.h"
+#include "platform/posix/GrowingValue.h"
+#include "platform/posix/Retry.h"
 
 namespace kmv {
 namespace {
 
-constexpr std::size_t kUsualValue = 256;
-constexpr std::size_t kLargestValue = 64 * 1024;  // the kernel's own limit
 constexpr unsigned kTypeAndSize = STATX_TYPE | STATX_SIZE;
 constexpr int kLook = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT;
 
@@ -50,7 +51,7 @@ struct statx& scratch() {
 }
 
 int looked(int from, const char* name, int flags) {
-  return uninterrupted([&] { return ::statx(from, name, flags, kTypeAndSize, &scratch()); });
+  return retryOnEINTR([&] { return ::statx(from, name, flags, kTypeAndSize, &scratch()); });
 }
 
 bool fill(SeenItem& item, int result) {
@@ -71,38 +72,34 @@ bool isInCache(int descriptor, const char* name) {
 
 template <typename Get>
 std::optional<std::string> valueUnder(const std::string& name, const Get& get) {
-  std::array<char, kUsualValue> usual;
-  ssize_t size = uninterrupted([&] { return get(name.c_str(), usual.data(), usual.size()); });
-  if (size >= 0) return std::string(usual.data(), static_cast<std::size_t>(size));
-  if (errno != ERANGE) return std::nullopt;
-  std::string value(kLargestValue, '\0');
-  size = uninterrupted([&] { return get(name.c_str(), value.data(), value.size()); });
-  if (size < 0) return std::nullopt;
-  value.resize(static_cast<std::size_t>(size));
-  return value;
+  return growingValue([&](char* value, std::size_t size) { return get(name.c_str(), value, size); });
 }
 
 }  // namespace
 
-ItemLook::ItemLook(std::string attribute, const std::string& volume)
+std::unique_ptr<ItemLook> makeItemLook(const std::string& attribute, const std::string& volume) {
+  return std::make_unique<LinuxItemLook>(attribute, volume);
+}
+
+LinuxItemLook::LinuxItemLook(std::string attribute, const std::string& volume)
     : plainName_(std::move(attribute)), name_(attributeNameInSpace(plainName_)), isFuse_(isFuse(volume)) {}
 
-void ItemLook::lookAt(int descriptor, const char* name, SeenItem& item) {
+void LinuxItemLook::lookAt(int descriptor, const char* name, SeenItem& item) {
   if (cachesNothing_.load(std::memory_order_relaxed) && lookThroughItem(descriptor, name, item)) return;
   if (!fill(item, looked(descriptor, name, kLook))) return;
   if (isFuse_ && !cacheIsKnown_.exchange(true)) cachesNothing_ = !isInCache(descriptor, name);
   if (item.what == What::file && item.size == 0) item.attribute = valueByName(descriptor, name);
 }
 
-std::optional<std::string> ItemLook::valueByPath(const std::string& path) const {
+std::optional<std::string> LinuxItemLook::valueByPath(const std::string& path) const {
   return plainName_.empty() ? std::nullopt : attributeOf(path, plainName_);
 }
 
 /// Where the kernel keeps nothing, each look by name is a request of its own: one for all questions. What it
 /// brought needs no second one. False when there is no descriptor left.
-bool ItemLook::lookThroughItem(int descriptor, const char* name, SeenItem& item) {
+bool LinuxItemLook::lookThroughItem(int descriptor, const char* name, SeenItem& item) {
   const FileDescriptor handle(
-      uninterrupted([&] { return ::openat(descriptor, name, O_PATH | O_NOFOLLOW | O_CLOEXEC); }));
+      retryOnEINTR([&] { return ::openat(descriptor, name, O_PATH | O_NOFOLLOW | O_CLOEXEC); }));
   if (!handle && (errno == EMFILE || errno == ENFILE)) return false;
   item.what = What::nothing;
   if (!handle || !fill(item, looked(handle.get(), "", AT_EMPTY_PATH | AT_STATX_DONT_SYNC | kLook)))
@@ -115,7 +112,7 @@ bool ItemLook::lookThroughItem(int descriptor, const char* name, SeenItem& item)
   return true;
 }
 
-std::optional<std::string> ItemLook::valueByName(int descriptor, const char* name) {
+std::optional<std::string> LinuxItemLook::valueByName(int descriptor, const char* name) {
   return firstValue([&](const char* attribute, char* value, std::size_t size) -> ssize_t {
     if (hasGetxattrat_.load(std::memory_order_relaxed)) {
       GetxattratArguments arguments{reinterpret_cast<std::uintptr_t>(value), static_cast<std::uint32_t>(size),
@@ -135,7 +132,7 @@ std::optional<std::string> ItemLook::valueByName(int descriptor, const char* nam
 
 /// The value under the name in the name space, or under the plain one where the file system may serve that.
 template <typename Get>
-std::optional<std::string> ItemLook::firstValue(const Get& get) const {
+std::optional<std::string> LinuxItemLook::firstValue(const Get& get) const {
   if (plainName_.empty()) return std::nullopt;
   auto value = valueUnder(name_, get);
   if (!value && name_ != plainName_ && mayBePlainAttribute(errno)) value = valueUnder(plainName_, get);
