@@ -4,6 +4,7 @@
 
 #include "base/AttributeNumber.h"
 #include "base/TextOfBytes.h"
+#include "base/UTF8.h"
 #include "targets.h"
 
 namespace kmv::fuzz {

@@ -8,6 +8,7 @@
 
 #include "base/CalendarText.h"
 #include "base/TextOfBytes.h"
+#include "base/UTF8.h"
 #include "platform/Platform.h"
 
 namespace {

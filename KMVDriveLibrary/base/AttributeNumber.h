@@ -7,8 +7,8 @@
 
 namespace kmv {
 
-/// The integer that an attribute's value is: a decimal number, with a sign or without; white space and NULs
-/// at its ends count for nothing. None for anything else, and for what 64 bits cannot hold.
+/// Parses an attribute's value: a decimal number with an optional sign, trimmed of white space and NULs.
+/// None for anything else, and for a number beyond 64 bits.
 std::optional<std::int64_t> numberInAttribute(std::string_view value);
 
 }  // namespace kmv

@@ -19,7 +19,7 @@ constexpr std::array<Unit, 6> kUnits{{{"KB", 1'000, 0},
                                       {"PB", 1'000'000'000'000'000, 2},
                                       {"EB", 1'000'000'000'000'000'000, 2}}};
 
-/// Rounded to the nearest, of two equally near ones to the even one.
+/// Rounds half to even.
 std::uint64_t rounded(std::uint64_t number, std::uint64_t divisor) {
   const std::uint64_t whole = number / divisor;
   const std::uint64_t rest = number % divisor;
@@ -48,7 +48,7 @@ std::string byteCountText(std::int64_t bytes) {
     std::uint64_t steps = 1;
     for (unsigned i = 0; i < unit.decimals; ++i) steps *= 10;
     const std::uint64_t number = rounded(size, unit.bytes / steps);
-    // What rounds up to a thousand is one of the next unit.
+    // A number that rounds up to 1000 is written in the next unit.
     if (number < 1000 * steps || &unit == &kUnits.back())
       return sign + decimalText(number, unit.decimals) + " " + unit.name;
   }

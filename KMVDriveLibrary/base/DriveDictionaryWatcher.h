@@ -5,7 +5,7 @@
 
 namespace kmv {
 
-/// Hears that the content of a drive dictionary was replaced.
+/// Is told when the content of a drive dictionary was replaced.
 class DriveDictionary::Watcher {
  public:
   virtual ~Watcher() = default;

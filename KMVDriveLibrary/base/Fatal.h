@@ -7,7 +7,7 @@
 
 namespace kmv {
 
-/// Stops the process after writing "KMVDriveLibrary: " and `message` to standard error: for programming
+/// Aborts the process after writing "KMVDriveLibrary: " and `message` to standard error: for programming
 /// errors that would otherwise hang or corrupt.
 [[noreturn]] KMV_EXPORT void fatal(std::string_view message);
 

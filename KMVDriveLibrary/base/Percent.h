@@ -10,11 +10,12 @@ namespace kmv {
 /// upper case.
 std::string percentEncodedPath(std::string_view path);
 
-/// True for the text of an absolute path that says nothing twice: no empty, "." or ".." component, and
-/// nothing escaped that need not be.
+/// True for the canonical text of an absolute path: no empty, "." or ".." component, and only those bytes
+/// escaped that must be.
 bool isCanonicalFilePath(std::string_view encodedPath);
 
-/// URL text as path bytes. A "%" that no two hexadecimal digits follow stays as it is.
+/// URL text as path bytes.
+/// A "%" without two hexadecimal digits after it stays as it is.
 std::string percentDecoded(std::string_view text);
 
 }  // namespace kmv

@@ -39,6 +39,30 @@ std::string_view takeWord(std::string_view& text) {
   return word;
 }
 
+std::vector<std::string_view> split(std::string_view text, char delimiter) {
+  std::vector<std::string_view> parts;
+  for (;;) {
+    const std::size_t end = text.find(delimiter);
+    parts.push_back(text.substr(0, end));
+    if (end == std::string_view::npos) return parts;
+    text.remove_prefix(end + 1);
+  }
+}
+
+std::string joined(const std::vector<std::string_view>& parts, char delimiter) {
+  std::string text;
+  for (std::size_t i = 0; i < parts.size(); ++i) {
+    if (i != 0) text += delimiter;
+    text += parts[i];
+  }
+  return text;
+}
+
+bool isAtOrBelow(std::string_view path, std::string_view folder) {
+  if (folder == "/") return path.starts_with('/');
+  return path.starts_with(folder) && (path.size() == folder.size() || path[folder.size()] == '/');
+}
+
 std::string_view lastComponent(std::string_view path) {
   const std::size_t slash = path.rfind('/');
   return slash == std::string_view::npos ? path : path.substr(slash + 1);

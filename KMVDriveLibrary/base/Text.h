@@ -5,11 +5,12 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace kmv {
 
-// Splitting, trimming and case conversion of ASCII text; bytes above it pass through untouched. White space as
-// the platform counts it, in UTF-8: TextOfBytes.h.
+// Splitting, trimming and case conversion of ASCII text; bytes above it pass through untouched.
+// White space as the platform counts it, in UTF-8: TextOfBytes.h.
 
 /// `text` without blanks, tabs and line ends at its beginning and end.
 std::string_view trimmed(std::string_view text);
@@ -25,6 +26,15 @@ std::string_view takeLine(std::string_view& text);
 
 /// Takes leading blanks (' ' only) and the word after them off `text`; an empty word at the end.
 std::string_view takeWord(std::string_view& text);
+
+/// The parts of `text` between delimiters; one more than there are delimiters.
+std::vector<std::string_view> split(std::string_view text, char delimiter);
+
+/// `parts` with the delimiter between them.
+std::string joined(const std::vector<std::string_view>& parts, char delimiter);
+
+/// True for `folder` itself and every path below it; textual, both absolute and without trailing slashes.
+bool isAtOrBelow(std::string_view path, std::string_view folder);
 
 /// What follows the last "/"; all of `path` when there is none.
 std::string_view lastComponent(std::string_view path);

@@ -27,15 +27,6 @@ std::size_t startOfLast(std::string_view text) {
 
 }  // namespace
 
-bool isUTF8(std::string_view bytes) {
-  for (std::size_t at = 0; at < bytes.size();) {
-    const std::size_t start = at;
-    const char32_t character = nextCharacter(bytes, at);
-    if (at == start + 1 && character >= 0x80) return false;
-  }
-  return true;
-}
-
 std::string_view withoutWhiteSpaceAtEnds(std::string_view text) {
   while (!text.empty()) {
     std::size_t next = 0;

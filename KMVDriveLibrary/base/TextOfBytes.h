@@ -6,15 +6,10 @@
 
 namespace kmv {
 
-/// True when the bytes are UTF-8.
-bool isUTF8(std::string_view bytes);
-
-/// `text` without white space and line ends at its beginning and end, by the platform's list of such
-/// characters.
+/// `text` trimmed of white space and line ends, by the platform's list of such characters.
 std::string_view withoutWhiteSpaceAtEnds(std::string_view text);
 
-/// The number that `text` begins with, after white space and one sign; 0 without digits. What is beyond 64
-/// bits becomes the largest, or smallest, number.
+/// The number that `text` begins with, after white space and one sign; 0 without digits. Clamped to 64 bits.
 std::int64_t integerOfText(std::string_view text);
 
 }  // namespace kmv

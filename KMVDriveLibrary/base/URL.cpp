@@ -2,10 +2,10 @@
 #include <KMVDriveLibrary/URL.h>
 
 #include <algorithm>
-#include <array>
+#include <vector>
 
-#include "base/Hex.h"
 #include "base/Percent.h"
+#include "base/Text.h"
 
 namespace kmv {
 namespace {
@@ -30,74 +30,28 @@ std::string_view withoutTrailingSlashes(std::string_view path) {
   return path;
 }
 
-constexpr std::array<bool, 256> unescapedPathBytes() {
-  std::array<bool, 256> plain{};
-  for (const char c :
-       std::string_view("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~!$&'()*+,=:@/")) {
-    plain[static_cast<unsigned char>(c)] = true;
+/// Removes dot segments and keeps everything else: empty segments, surplus ".." at the start.
+/// A dot segment at the end leaves a slash.
+std::string withoutDotSegments(std::string_view path) {
+  const bool absolute = !path.empty() && path.front() == '/';
+  const auto segments = split(absolute ? path.substr(1) : path, '/');
+  std::vector<std::string_view> kept;
+  bool slashAtEnd = false;
+  for (const std::string_view segment : segments) {
+    slashAtEnd = segment == ".";
+    if (segment == ".") continue;
+    if (segment == ".." && !kept.empty() && kept.back() != "..") {
+      kept.pop_back();
+      slashAtEnd = true;
+    } else {
+      kept.push_back(segment);
+    }
   }
-  return plain;
+  if (slashAtEnd && !kept.empty()) kept.emplace_back();
+  return (absolute ? "/" : "") + joined(kept, '/');
 }
-
-constexpr auto kUnescaped = unescapedPathBytes();
 
 }  // namespace
-
-std::string percentEncodedPath(std::string_view path) {
-  std::string text;
-  text.reserve(path.size());
-  for (const char c : path) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (kUnescaped[byte]) {
-      text += c;
-    } else {
-      text += '%';
-      appendHexByte(text, byte);
-    }
-  }
-  return text;
-}
-
-bool isCanonicalFilePath(std::string_view encodedPath) {
-  if (encodedPath.empty() || encodedPath.front() != '/') return false;
-  for (std::size_t i = 0; i < encodedPath.size(); ++i) {
-    const char c = encodedPath[i];
-    if (c == '%') {
-      // Only what must be escaped is, and in capital digits.
-      if (i + 2 >= encodedPath.size()) return false;
-      const std::string_view escape = encodedPath.substr(i, 3);
-      if (percentEncodedPath(percentDecoded(escape)) != escape) return false;
-      i += 2;
-    } else if (!kUnescaped[static_cast<unsigned char>(c)]) {
-      return false;
-    } else if (c == '/') {
-      // What follows is no empty component, "." or "..".
-      const std::string_view rest = encodedPath.substr(i + 1);
-      if (rest.starts_with('/') || rest == "." || rest == ".." || rest.starts_with("./") ||
-          rest.starts_with("../"))
-        return false;
-    }
-  }
-  return true;
-}
-
-std::string percentDecoded(std::string_view text) {
-  if (text.find('%') == std::string_view::npos) return std::string(text);
-  std::string bytes;
-  bytes.reserve(text.size());
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    if (text[i] == '%' && i + 2 < text.size()) {
-      const int byte = hexByteValue(text[i + 1], text[i + 2]);
-      if (byte >= 0) {
-        bytes += static_cast<char>(byte);
-        i += 2;
-        continue;
-      }
-    }
-    bytes += text[i];
-  }
-  return bytes;
-}
 
 URL::URL(std::string text) {
   const std::size_t hash = std::hash<std::string>{}(text);
@@ -174,6 +128,15 @@ std::string URL::lastPathComponent() const {
   const std::string_view path = withoutTrailingSlashes(encodedPath());
   if (path == "/") return "/";
   return percentDecoded(path.substr(path.rfind('/') + 1));
+}
+
+URL URL::standardized() const {
+  std::string path = withoutDotSegments(encodedPath());
+  if (isFileURL() && rep_->text.compare(5, 2, "//") != 0 && !path.empty() && path.front() == '/') {
+    return URL(std::string(kFileScheme) + path +
+               std::string(rep_->text, std::min(rep_->text.size(), rep_->text.find_first_of("?#"))));
+  }
+  return withEncodedPath(path);
 }
 
 }  // namespace kmv

@@ -52,4 +52,13 @@ void appendUTF8(std::string& text, char32_t character) {
   add(0x80U | (character & 0x3fU));
 }
 
+bool isUTF8(std::string_view bytes) {
+  for (std::size_t at = 0; at < bytes.size();) {
+    const std::size_t start = at;
+    const char32_t character = nextCharacter(bytes, at);
+    if (at == start + 1 && character >= 0x80) return false;
+  }
+  return true;
+}
+
 }  // namespace kmv

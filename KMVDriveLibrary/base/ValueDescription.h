@@ -8,8 +8,8 @@
 
 namespace kmv {
 
-/// `Value::description` for values from outside: cut, with "…" at its end, where it has more than `most`
-/// bytes, and at no greater cost than that.
+/// `Value::description` for untrusted values: truncated to `most` bytes and "…"; the cost is bounded
+/// likewise.
 std::string clippedDescription(const Value& value, std::size_t most);
 
 }  // namespace kmv

@@ -58,11 +58,6 @@ bool showsWholeVolume(const MountEntry& entry) {
   return subvolume && decodeOctal(*subvolume) == entry.root;
 }
 
-bool isBelow(std::string_view path, std::string_view folder) {
-  if (folder == "/") return path.size() > 1 && path.starts_with('/');
-  return path.size() > folder.size() && path.starts_with(folder) && path[folder.size()] == '/';
-}
-
 PathRange pathsBelow(std::string_view folder) {
   const std::string base(folder == "/" ? std::string_view() : folder);
   static_assert('/' + 1 == '0');

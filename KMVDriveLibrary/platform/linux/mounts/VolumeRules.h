@@ -34,9 +34,6 @@ std::string_view ownRule(const MountEntry& entry);
 /// True when the mount shows a whole volume: the whole file system, or exactly one btrfs subvolume.
 bool showsWholeVolume(const MountEntry& entry);
 
-/// True when `path` lies strictly below the folder `folder`. Both absolute.
-bool isBelow(std::string_view path, std::string_view folder);
-
 /// The text range of all paths strictly below `folder`: from the first to just before the second.
 struct PathRange {
   std::string from;

@@ -85,10 +85,6 @@ class Scan {
  private:
   std::string folderOf(pid_t id) const { return proc_ + "/" + std::to_string(id); }
 
-  static bool isAtOrBelow(std::string_view path, std::string_view point) {
-    return path == point || isBelow(path, point);
-  }
-
   /// The text decides first: what it names elsewhere may be a server's that does not answer. The same text
   /// may mean another mount to a process with mounts of its own.
   bool leadsHere(const std::string& folder, const std::string& link) const {
