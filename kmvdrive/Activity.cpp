@@ -85,7 +85,7 @@ std::vector<std::string> cellsOf(const BoardLine& line, double most, bool blocks
           line.mountPoint};
 }
 
-JSON jsonOf(const Flow& flow) {
+JSON jsonOfFlow(const Flow& flow) {
   return {{"bytes", flow.bytes}, {"seconds", flow.seconds}};
 }
 
@@ -140,8 +140,8 @@ JSON ActivityBoard::asJSON(double secondsSince1970) const {
     drive["measured"] = line.measure == Measure::byPlatform  ? "platform"
                         : line.measure == Measure::byReports ? "reports"
                                                              : "no";
-    if (line.read) drive["read"] = jsonOf(*line.read);
-    if (line.written) drive["written"] = jsonOf(*line.written);
+    if (line.read) drive["read"] = jsonOfFlow(*line.read);
+    if (line.written) drive["written"] = jsonOfFlow(*line.written);
     document["drives"].push_back(std::move(drive));
   }
   document["total"] = {{"readBytesPerSecond", totalRead()}, {"writtenBytesPerSecond", totalWritten()}};
@@ -173,8 +173,8 @@ JSON jsonOfActivities(const ActivityBoard::Activities& activities) {
   JSON drives = JSON::object();
   for (const auto& [url, activity] : activities) {
     JSON sides = JSON::object();
-    if (const auto read = flowOf(activity->readDelta())) sides["read"] = jsonOf(*read);
-    if (const auto written = flowOf(activity->writeDelta())) sides["written"] = jsonOf(*written);
+    if (const auto read = flowOf(activity->readDelta())) sides["read"] = jsonOfFlow(*read);
+    if (const auto written = flowOf(activity->writeDelta())) sides["written"] = jsonOfFlow(*written);
     if (!sides.empty()) drives[url.absoluteString()] = std::move(sides);
   }
   return drives;

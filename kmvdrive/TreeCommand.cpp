@@ -129,7 +129,7 @@ std::vector<StorageDisk> readStorageDisks(const KMVDiskArbiter& arbiter) {
 
 // --- As JSON ---
 
-JSON jsonOf(const StoragePart& part) {
+JSON jsonOfPart(const StoragePart& part) {
   JSON object = {{"name", part.name}};
   if (!part.drives.empty()) {
     JSON facts = jsonOfDrive(*part.drives.front());
@@ -146,16 +146,16 @@ JSON jsonOf(const StoragePart& part) {
   return object;
 }
 
-JSON jsonOf(const std::vector<StoragePart>& parts) {
+JSON jsonOfParts(const std::vector<StoragePart>& parts) {
   JSON array = JSON::array();
-  for (const StoragePart& part : parts) array.push_back(jsonOf(part));
+  for (const StoragePart& part : parts) array.push_back(jsonOfPart(part));
   return array;
 }
 
 JSON jsonOfStorage(const std::vector<StorageDisk>& disks) {
   JSON document = {{"schema", 1}, {"disks", JSON::array()}};
   for (const StorageDisk& disk : disks) {
-    JSON object = {{"unit", tool::jsonOf(disk.unit)}, {"name", disk.name}};
+    JSON object = {{"unit", jsonOf(disk.unit)}, {"name", disk.name}};
     if (!disk.model.empty()) object["model"] = disk.model;
     if (disk.bytes) object["size"] = *disk.bytes;
     object["physicalDisks"] = JSON::array();
@@ -164,10 +164,10 @@ JSON jsonOfStorage(const std::vector<StorageDisk>& disks) {
       if (!physical.model.empty()) device["model"] = physical.model;
       object["physicalDisks"].push_back(std::move(device));
     }
-    object["partitions"] = jsonOf(disk.partitions);
+    object["partitions"] = jsonOfParts(disk.partitions);
     object["containers"] = JSON::array();
     for (const StorageContainer& container : disk.containers)
-      object["containers"].push_back({{"name", container.name}, {"volumes", jsonOf(container.volumes)}});
+      object["containers"].push_back({{"name", container.name}, {"volumes", jsonOfParts(container.volumes)}});
     document["disks"].push_back(std::move(object));
   }
   return document;
