@@ -85,8 +85,8 @@ TEST_P(QueueContract, DelayedTasksRunWhenTheyAreDue) {
 TEST_P(QueueContract, TasksOfAQueueThatWasLetGoOfStillRun) {
   std::string order;
   auto queue = makeQueue("short-lived");
-  queue->after(5ms, [&] { order += 'b'; });
   queue->async([&] { order += 'a'; });
+  queue->after(5ms, [&] { order += 'b'; });
   queue.reset();
   runUntilIdle();
   EXPECT_EQ(order, "ab");

@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "platform/posix/FileDescriptor.h"
+#include "platform/posix/Retry.h"
 
 namespace kmv {
 namespace {
@@ -37,25 +38,26 @@ class KernelMonitor final : public DeviceMonitor {
     std::array<char, kLongestMessage> buffer;
     while (socket_) {
       sockaddr_nl sender{};
-      socklen_t senderSize = sizeof sender;
-      const ssize_t size = ::recvfrom(socket_.get(), buffer.data(), buffer.size(), 0,
-                                      reinterpret_cast<sockaddr*>(&sender), &senderSize);
-      if (size < 0 && errno == EINTR) continue;
-      if (size < 0 && errno == ENOBUFS) {
-        news.lost = true;
-        continue;
-      }
-      if (size < 0) break;
+      const ssize_t size = receive(buffer, sender);
+      if (size < 0 && errno != ENOBUFS) break;
+      if (size < 0) news.lost = true;
       // Any process of the right privileges may write to the group; only the kernel has no port number.
-      if (sender.nl_pid != 0) continue;
-      if (auto event = parseDeviceMessage({buffer.data(), static_cast<std::size_t>(size)})) {
+      if (size < 0 || sender.nl_pid != 0) continue;
+      if (auto event = parseDeviceMessage({buffer.data(), static_cast<std::size_t>(size)}))
         news.events.push_back(std::move(*event));
-      }
     }
     return news;
   }
 
  private:
+  ssize_t receive(std::array<char, kLongestMessage>& buffer, sockaddr_nl& sender) const {
+    return retryOnEINTR([&] {
+      socklen_t senderSize = sizeof sender;
+      return ::recvfrom(socket_.get(), buffer.data(), buffer.size(), 0, reinterpret_cast<sockaddr*>(&sender),
+                        &senderSize);
+    });
+  }
+
   FileDescriptor socket_;
 };
 

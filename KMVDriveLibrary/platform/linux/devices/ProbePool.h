@@ -34,7 +34,8 @@ class ProbePool {
 
  private:
   struct State;
-  static void work(const std::shared_ptr<State>& state);
+  bool startThread();
+  static void work(State& state);
   std::shared_ptr<State> state_;
 };
 

@@ -24,13 +24,13 @@ void LinuxMainQueue::async(Task task) {
 
 /// The descriptor is kept readable exactly while tasks wait and nobody is at work on them: one write a batch.
 void LinuxMainQueue::append(Entry entry) {
-  Lock lock(mutex_);
+  MutexLock lock(mutex_);
   entries_.push_back(std::move(entry));
   if (entries_.size() > 1) return;
   if (hasMainThread_) {
-    wake_.notify_one();
+    wake_.notifyOne();
   } else {
-    makeReadable(lock);
+    makeReadable();
   }
 }
 
@@ -40,8 +40,8 @@ void LinuxMainQueue::sync(TaskReference task) {
   append({nullptr, &waiter});
   {
     WorkerPool::WaitingScope waiting;
-    Lock lock(mutex_);
-    waiter.finished.wait(lock, [&] { return waiter.isFinished; });
+    MutexLock lock(mutex_);
+    while (!waiter.isFinished) waiter.finished.wait(lock);
   }
   if (waiter.exception != nullptr) std::rethrow_exception(std::move(waiter.exception));
 }
@@ -57,61 +57,61 @@ bool LinuxMainQueue::isCurrent() const {
 
 void LinuxMainQueue::run() {
   if (isCurrent()) QueueFrame::stopForReentry("run", *this);
-  Lock lock(mutex_);
-  takeMainThread(lock);
+  MutexLock lock(mutex_);
+  takeMainThread();
   while (true) {
-    wake_.wait(lock, [&] { return stopRequested_ || !entries_.empty(); });
+    while (!stopRequested_ && entries_.empty()) wake_.wait(lock);
     if (std::exchange(stopRequested_, false)) break;
-    runNext(lock);
+    runNext();
   }
-  leaveMainThread(lock);
+  leaveMainThread();
 }
 
 void LinuxMainQueue::stop() {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   stopRequested_ = true;
-  wake_.notify_one();
+  wake_.notifyOne();
 }
 
 std::size_t LinuxMainQueue::drain() {
   if (isCurrent()) return 0;
-  Lock lock(mutex_);
-  takeMainThread(lock);
+  MutexLock lock(mutex_);
+  takeMainThread();
   const std::size_t count = entries_.size();
-  for (std::size_t i = 0; i < count; ++i) runNext(lock);
-  leaveMainThread(lock);
+  for (std::size_t i = 0; i < count; ++i) runNext();
+  leaveMainThread();
   return count;
 }
 
 int LinuxMainQueue::fileDescriptor() {
-  Lock lock(mutex_);
+  MutexLock lock(mutex_);
   if (descriptor_ >= 0) return descriptor_;
   descriptor_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-  if (!entries_.empty() && !hasMainThread_) makeReadable(lock);
+  if (!entries_.empty() && !hasMainThread_) makeReadable();
   return descriptor_;
 }
 
-void LinuxMainQueue::takeMainThread(const Lock& lock) {
+void LinuxMainQueue::takeMainThread() {
   if (std::exchange(hasMainThread_, true)) fatal("the main queue is run or drained by two threads at a time");
-  makeUnreadable(lock);
+  makeUnreadable();
 }
 
-void LinuxMainQueue::leaveMainThread(const Lock& lock) {
+void LinuxMainQueue::leaveMainThread() {
   hasMainThread_ = false;
-  if (!entries_.empty()) makeReadable(lock);
+  if (!entries_.empty()) makeReadable();
 }
 
-/// Runs the first entry with `lock` released. REQUIRES: there is one, and the calling thread is the main
+/// Runs the first entry with the mutex released. REQUIRES: there is one, and the calling thread is the main
 /// thread.
-void LinuxMainQueue::runNext(Lock& lock) {
+void LinuxMainQueue::runNext() {
   Entry entry = std::move(entries_.front());
   entries_.pop_front();
-  lock.unlock();
+  mutex_.unlock();
   runEntry(entry);
-  lock.lock();
+  mutex_.lock();
   if (entry.waiter == nullptr) return;
   entry.waiter->isFinished = true;
-  entry.waiter->finished.notify_one();  // under the lock: the waiter dies as soon as it gets it
+  entry.waiter->finished.notifyOne();  // under the lock: the waiter dies as soon as it gets it
 }
 
 void LinuxMainQueue::runEntry(Entry& entry) {
@@ -128,13 +128,13 @@ void LinuxMainQueue::runEntry(Entry& entry) {
   }
 }
 
-void LinuxMainQueue::makeReadable(const Lock&) {
+void LinuxMainQueue::makeReadable() {
   if (descriptor_ < 0 || std::exchange(isReadable_, true)) return;
   const std::uint64_t one = 1;
   (void)!::write(descriptor_, &one, sizeof one);  // cannot fail: the counter is 0
 }
 
-void LinuxMainQueue::makeUnreadable(const Lock&) {
+void LinuxMainQueue::makeUnreadable() {
   if (!std::exchange(isReadable_, false)) return;
   std::uint64_t count = 0;
   (void)!::read(descriptor_, &count, sizeof count);

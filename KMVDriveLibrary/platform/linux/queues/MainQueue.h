@@ -1,15 +1,14 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <KMVDriveLibrary/Mutex.h>
 #include <KMVDriveLibrary/Queue.h>
 
 #include <chrono>
-#include <condition_variable>
 #include <cstddef>
 #include <deque>
 #include <exception>
 #include <memory>
-#include <mutex>
 #include <string>
 
 namespace kmv {
@@ -40,7 +39,7 @@ class LinuxMainQueue final : public MainQueue, public std::enable_shared_from_th
   /// A caller of `sync`, on the stack of its thread; guarded by `mutex_`.
   struct Waiter {
     TaskReference task;
-    std::condition_variable finished{};
+    ConditionVariable finished{};
     bool isFinished = false;
     std::exception_ptr exception = nullptr;
   };
@@ -48,24 +47,23 @@ class LinuxMainQueue final : public MainQueue, public std::enable_shared_from_th
     Task task;
     Waiter* waiter = nullptr;
   };
-  using Lock = std::unique_lock<std::mutex>;
 
   void append(Entry entry);
-  void takeMainThread(const Lock& lock);
-  void leaveMainThread(const Lock& lock);
-  void runNext(Lock& lock);
+  void takeMainThread() KMV_REQUIRES(mutex_);
+  void leaveMainThread() KMV_REQUIRES(mutex_);
+  void runNext() KMV_REQUIRES(mutex_);
   void runEntry(Entry& entry);
-  void makeReadable(const Lock& lock);
-  void makeUnreadable(const Lock& lock);
+  void makeReadable() KMV_REQUIRES(mutex_);
+  void makeUnreadable() KMV_REQUIRES(mutex_);
 
   const std::string label_ = "main";
-  std::mutex mutex_;
-  std::condition_variable wake_;  // of `run`
-  std::deque<Entry> entries_;
-  bool hasMainThread_ = false;  // someone runs or drains
-  bool stopRequested_ = false;
-  int descriptor_ = -1;
-  bool isReadable_ = false;
+  Mutex mutex_;
+  ConditionVariable wake_;  // of `run`
+  std::deque<Entry> entries_ KMV_GUARDED_BY(mutex_);
+  bool hasMainThread_ KMV_GUARDED_BY(mutex_) = false;  // someone runs or drains
+  bool stopRequested_ KMV_GUARDED_BY(mutex_) = false;
+  int descriptor_ KMV_GUARDED_BY(mutex_) = -1;
+  bool isReadable_ KMV_GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace kmv

@@ -1,57 +1,22 @@
 // SPDX-License-Identifier: MIT
 #include "platform/linux/queues/Queues.h"
 
+#include <KMVDriveLibrary/Mutex.h>
+
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
-#include <exception>
 #include <mutex>
 #include <utility>
 #include <vector>
 
-#include "base/Fatal.h"
 #include "platform/linux/queues/MainQueue.h"
 #include "platform/linux/queues/QueueFrame.h"
 #include "platform/linux/queues/TimerThread.h"
 #include "platform/linux/queues/WorkerPool.h"
 
 namespace kmv {
-
-constinit thread_local const QueueFrame* QueueFrame::innermost_ = nullptr;
-
-bool QueueFrame::holds(const SerialQueue& queue) {
-  const QueueFrame* frame = innermost_;
-  while (frame != nullptr && &frame->queue_ != &queue) frame = frame->outer_;
-  return frame != nullptr;
-}
-
-void QueueFrame::stopForReentry(std::string_view call, const SerialQueue& queue) {
-  const SerialQueue& innermost = innermost_->queue_;
-  std::string message =
-      std::string(call) + " called on queue \"" + queue.label() + "\" that the calling thread already owns";
-  if (&innermost != &queue) message += " (it is running a task of queue \"" + innermost.label() + "\" now)";
-  fatal(message + "; it would wait for ever");
-}
-
-namespace {
-
-[[noreturn]] void stopForException(std::string_view label, std::string_view problem) {
-  fatal("a task of queue \"" + std::string(label) + "\" ended with an exception: " + std::string(problem));
-}
-
-}  // namespace
-
-void runOrStop(const SerialQueue::Task& task, std::string_view label) {
-  try {
-    task();
-  } catch (const std::exception& exception) {
-    stopForException(label, exception.what());
-  } catch (...) {
-    stopForException(label, "of unknown type");
-  }
-}
 
 namespace {
 
@@ -68,14 +33,12 @@ void pauseProcessor() {
 }
 
 /// Locks a mutex that is never held for long; sleeping for it would cost more than the work under it.
-std::unique_lock<std::mutex> lockBriefly(std::mutex& mutex) {
-  std::unique_lock lock(mutex, std::try_to_lock);
-  for (int looks = 0; !lock.owns_lock() && looks < kLooksBeforeSleep; ++looks) {
+void lockBriefly(Mutex& mutex) KMV_ACQUIRE(mutex) {
+  for (int looks = 0; looks <= kLooksBeforeSleep; ++looks) {
+    if (mutex.try_lock()) return;
     pauseProcessor();
-    (void)lock.try_lock();
   }
-  if (!lock.owns_lock()) lock.lock();
-  return lock;
+  mutex.lock();
 }
 
 /// The state word says who may touch what. `kBusy`: some thread owns the queue's turn; it alone uses
@@ -103,7 +66,7 @@ class LinuxSerialQueue final : public SerialQueue,
 
   /// A caller of `sync` in the line, on the stack of its thread; guarded by `mutex_`.
   struct Waiter {
-    std::condition_variable turn;
+    ConditionVariable turn;
     bool hasTurn = false;
   };
   /// A task, or a waiter.
@@ -134,31 +97,32 @@ class LinuxSerialQueue final : public SerialQueue,
   void waitForTurn();
   void leave();
   void passOn();
-  bool append(Task&& task, Waiter* waiter);
+  bool append(Task&& task, Waiter* waiter) KMV_REQUIRES(mutex_);
   Entry* peek();
   Entry* peekIntoIncoming();
   void giveTurn(Waiter& waiter);
 
   const std::string label_;
   std::atomic<std::uint32_t> state_{kFree};
-  std::mutex mutex_;
-  Line incoming_;              // guarded by `mutex_`; holds entries only while the state is busy and pending
-  Line batch_;                 // of the owner of the turn
-  std::size_t nextBlock_ = 0;  // into `batch_`
-  std::size_t next_ = 0;       // into that block
+  Mutex mutex_;
+  Line incoming_ KMV_GUARDED_BY(mutex_);  // holds entries only while the state is busy and pending
+  Line batch_;                            // of the owner of the turn
+  std::size_t nextBlock_ = 0;             // into `batch_`
+  std::size_t next_ = 0;                  // into that block
 };
 
 void LinuxSerialQueue::async(Task task) {
   bool takesTurn = false;
   {
-    const auto lock = lockBriefly(mutex_);
+    lockBriefly(mutex_);
+    const MutexLock lock(mutex_, std::adopt_lock);
     if (!append(std::move(task), nullptr)) return;
     takesTurn = (state_.fetch_or(kBusy | kPending, std::memory_order_acq_rel) & kBusy) == 0;
   }
   if (takesTurn) WorkerPool::shared().submit(shared_from_this());
 }
 
-/// Adds to `incoming_`; true when the entry is its first. REQUIRES: `mutex_` is held.
+/// Adds to `incoming_`; true when the entry is its first.
 bool LinuxSerialQueue::append(Task&& task, Waiter* waiter) {
   if (incoming_.empty()) incoming_.emplace_back();
   if (incoming_.back().size() == kBlockLength) incoming_.emplace_back().reserve(kBlockLength);
@@ -192,14 +156,14 @@ void LinuxSerialQueue::waitForTurn() {
     pauseProcessor();
   }
   Waiter waiter;
-  std::unique_lock lock(mutex_);
+  MutexLock lock(mutex_);
   if ((state_.fetch_or(kBusy | kPending, std::memory_order_acq_rel) & kBusy) == 0)
     return;  // left in the meantime
   append(nullptr, &waiter);
   lock.unlock();
   WorkerPool::WaitingScope waiting;
   lock.lock();
-  waiter.turn.wait(lock, [&] { return waiter.hasTurn; });
+  while (!waiter.hasTurn) waiter.turn.wait(lock);
   lock.unlock();
 }
 
@@ -248,7 +212,8 @@ LinuxSerialQueue::Entry* LinuxSerialQueue::peekIntoIncoming() {
   }
   if (!batch_.empty()) batch_.front().clear();
   nextBlock_ = 0;
-  const auto lock = lockBriefly(mutex_);
+  lockBriefly(mutex_);
+  const MutexLock lock(mutex_, std::adopt_lock);
   if (incoming_.empty() || incoming_.front().empty()) {
     state_.store(kFree, std::memory_order_release);
     return nullptr;
@@ -258,9 +223,9 @@ LinuxSerialQueue::Entry* LinuxSerialQueue::peekIntoIncoming() {
 }
 
 void LinuxSerialQueue::giveTurn(Waiter& waiter) {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   waiter.hasTurn = true;
-  waiter.turn.notify_one();  // under the lock: the waiter dies as soon as it gets it
+  waiter.turn.notifyOne();  // under the lock: the waiter dies as soon as it gets it
 }
 
 /// Each task is work of its own for the pool.

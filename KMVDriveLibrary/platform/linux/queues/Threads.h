@@ -9,28 +9,33 @@
 
 namespace kmv {
 
-/// A thread of the library: named, and with every signal but those of its own faults blocked from its first
-/// instruction, so that the host's handlers never run on it. `name` has at most 15 characters. Throws
-/// std::system_error when there is no thread to be had.
+/// While it lives, the calling thread has every signal blocked but those that a thread raises by a fault of its
+/// own: a host's crash handler must see these. A new thread inherits the mask, so no signal can reach it before
+/// it could block them itself.
+class BlockedSignals {
+ public:
+  BlockedSignals();
+  ~BlockedSignals() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+  BlockedSignals(const BlockedSignals&) = delete;
+  BlockedSignals& operator=(const BlockedSignals&) = delete;
+
+ private:
+  sigset_t before_;
+};
+
+/// A thread of the library: named, and with the host's signals blocked from its first instruction, so that the
+/// host's handlers never run on it. `name` has at most 15 characters. Throws std::system_error when there is no
+/// thread to be had.
 template <typename F>
 std::thread startThread(const char* name, F run) {
-  struct BlockedSignals {
-    BlockedSignals() {
-      sigset_t foreign;
-      sigfillset(&foreign);
-      for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS, SIGABRT})
-        sigdelset(&foreign, fault);
-      pthread_sigmask(SIG_BLOCK, &foreign, &before);
-    }
-    ~BlockedSignals() { pthread_sigmask(SIG_SETMASK, &before, nullptr); }
-    sigset_t before;
-  };
   const BlockedSignals blocked;
-  std::thread thread([name, run = std::move(run)]() mutable {
+  return std::thread([name, run = std::move(run)]() mutable {
     pthread_setname_np(pthread_self(), name);
     run();
   });
-  return thread;
 }
+
+/// The same, detached; false when the system has no thread left.
+bool startDetachedThread(const char* name, void (*body)(void*), void* argument);
 
 }  // namespace kmv

@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "base/Fatal.h"
-#include "platform/linux/queues/WorkerPool.h"
+#include "platform/linux/queues/Threads.h"
 
 namespace kmv {
 
@@ -24,12 +24,12 @@ void TimerThread::schedule(std::chrono::nanoseconds delay, std::shared_ptr<Seria
   const auto due = delay < Clock::time_point::max() - now ? now + delay : Clock::time_point::max();
   bool starts = false;
   {
-    std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     heap_.push_back({due, arrivals_++, std::move(queue), std::move(task)});
     const auto number = heap_.back().number;
     std::push_heap(heap_.begin(), heap_.end(), isLater);
     starts = !std::exchange(hasThread_, true);
-    if (!starts && heap_.front().number == number) earlierDue_.notify_one();
+    if (!starts && heap_.front().number == number) earlierDue_.notifyOne();
   }
   if (starts && !startDetachedThread("kmv-timer", threadBody, this))
     fatal("the timer thread could not be started");
@@ -40,11 +40,11 @@ void TimerThread::threadBody(void* timers) {
 }
 
 void TimerThread::serve() {
-  std::unique_lock lock(mutex_);
+  MutexLock lock(mutex_);
   while (!heap_.empty()) {
     const auto due = heap_.front().due;
     if (due > Clock::now()) {
-      earlierDue_.wait_until(lock, due);
+      earlierDue_.waitUntil(lock, due);
       continue;
     }
     std::pop_heap(heap_.begin(), heap_.end(), isLater);

@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <KMVDriveLibrary/Mutex.h>
 #include <KMVDriveLibrary/Queue.h>
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <vector>
 
 namespace kmv {
@@ -40,11 +39,11 @@ class TimerThread {
   static void threadBody(void* timers);
   void serve();
 
-  std::mutex mutex_;
-  std::condition_variable earlierDue_;
-  std::vector<Timer> heap_;  // the next one in front
-  std::uint64_t arrivals_ = 0;
-  bool hasThread_ = false;
+  Mutex mutex_;
+  ConditionVariable earlierDue_;
+  std::vector<Timer> heap_ KMV_GUARDED_BY(mutex_);  // the next one in front
+  std::uint64_t arrivals_ KMV_GUARDED_BY(mutex_) = 0;
+  bool hasThread_ KMV_GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace kmv

@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <condition_variable>
+#include <KMVDriveLibrary/Mutex.h>
+
 #include <cstddef>
 #include <deque>
-#include <functional>
 #include <memory>
-#include <mutex>
 
 namespace kmv {
 
@@ -16,10 +15,6 @@ class Work {
   virtual ~Work() = default;
   virtual void runOnWorker() = 0;
 };
-
-/// Starts a detached thread called `name` (at most 15 bytes) whose signals go to the host's own threads; only
-/// faults of its own reach it. False when the system has no thread left.
-bool startDetachedThread(const char* name, void (*body)(void*), void* argument);
 
 /// The process's worker threads. A thread is started when work finds none idle, and ends after idling for a
 /// tenth of a second, so that a process without work has no thread of ours and is not woken.
@@ -64,17 +59,17 @@ class WorkerPool {
   static void workerBody(void* pool);
   void serve();
   std::shared_ptr<Work> nextWork();
-  bool reserveThread();
+  bool reserveThread() KMV_REQUIRES(mutex_);
   bool startReservedThread();
   void requireSomebody();
 
-  std::mutex mutex_;
-  std::condition_variable workArrived_;
-  std::deque<std::shared_ptr<Work>> work_;
-  std::size_t threads_ = 0;
-  std::size_t idle_ = 0;
-  std::size_t waiting_ = 0;
-  std::size_t waitingForVolumes_ = 0;  // of them
+  Mutex mutex_;
+  ConditionVariable workArrived_;
+  std::deque<std::shared_ptr<Work>> work_ KMV_GUARDED_BY(mutex_);
+  std::size_t threads_ KMV_GUARDED_BY(mutex_) = 0;
+  std::size_t idle_ KMV_GUARDED_BY(mutex_) = 0;
+  std::size_t waiting_ KMV_GUARDED_BY(mutex_) = 0;
+  std::size_t waitingForVolumes_ KMV_GUARDED_BY(mutex_) = 0;  // of them
 };
 
 }  // namespace kmv

@@ -5,7 +5,7 @@
 #include <mutex>
 #include <utility>
 
-#include "platform/linux/queues/WorkerPool.h"
+#include "platform/linux/queues/Threads.h"
 
 namespace kmv {
 
