@@ -13,7 +13,7 @@ constexpr int hexDigitValue(char digit) {
   return -1;
 }
 
-/// The byte that two hexadecimal digits write; -1 when one of them is none.
+/// The byte of two hexadecimal digits; -1 when one of them is not a digit.
 constexpr int hexByteValue(char high, char low) {
   const int upper = hexDigitValue(high), lower = hexDigitValue(low);
   return upper < 0 || lower < 0 ? -1 : upper * 16 + lower;

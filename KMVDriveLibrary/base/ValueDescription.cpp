@@ -84,7 +84,7 @@ void appendEscaped(std::string& out, char32_t character) {
   }
 }
 
-/// Text as it stands inside a container: bare when it is all letters and digits, else quoted and escaped.
+/// Text inside a container: bare when it is all letters and digits, else quoted and escaped.
 std::string innerText(std::string_view text) {
   if (isBareText(text)) return std::string(text);
   std::string quoted = "\"";
@@ -135,7 +135,7 @@ class ContainerWriter {
       text_ += innerText(member.description());
       return;
     }
-    if (isNamed) indent(level);  // the line's indentation once more
+    if (isNamed) indent(level);  // after the name the indentation is repeated: intended
     write(member, level);
   }
   void indent(std::size_t level) { text_.append(level * kIndentWidth, ' '); }
@@ -155,7 +155,7 @@ std::string containerDescription(const Value& value, std::size_t most) {
 std::string clippedDescription(const Value& value, std::size_t most) {
   std::string text = isContainer(value) ? containerDescription(value, most) : value.description();
   if (text.size() > most) {
-    std::size_t end = most;  // and no part of a character
+    std::size_t end = most;  // at a character boundary
     while (end > 0 && isUTF8Continuation(text[end])) --end;
     text.resize(end);
     text += "…";

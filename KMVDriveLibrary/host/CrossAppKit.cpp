@@ -28,6 +28,38 @@ std::optional<std::uint64_t> sizeOfItem(const std::string& path) {
                                           : static_cast<std::uint64_t>(size->doubleValue());
 }
 
+/// Adds up the files of a walk, which an exception must not leave: the first one is kept and ends the walk.
+class SizeSum {
+ public:
+  explicit SizeSum(const CrossAppFileManager::ShouldContinue& shouldContinue)
+      : shouldContinue_(shouldContinue) {}
+
+  /// False ends the walk.
+  bool add(std::uint64_t size, bool isLeftOut) {
+    try {
+      if (shouldContinue_ != nullptr && !shouldContinue_()) return false;
+      if (isLeftOut) return true;
+      if (size > std::numeric_limits<std::uint64_t>::max() - sum_)
+        throw std::runtime_error("the sizes add up to more than a number can hold");
+    } catch (...) {
+      thrown_ = std::current_exception();
+      return false;
+    }
+    sum_ += size;
+    return true;
+  }
+
+  std::uint64_t result() const {
+    if (thrown_) std::rethrow_exception(thrown_);
+    return sum_;
+  }
+
+ private:
+  const CrossAppFileManager::ShouldContinue& shouldContinue_;
+  std::uint64_t sum_ = 0;
+  std::exception_ptr thrown_;
+};
+
 }  // namespace
 
 ExtendedAttributesError::~ExtendedAttributesError() = default;
@@ -91,33 +123,16 @@ std::uint64_t CrossAppFileManager::aggregateFileSize(const kmv::URL& ofURL,
     return replacement(ofURL, shouldContinue, options);
   kmv::Platform& platform = kmv::Platform::current();
   const std::string path = ofURL.path();
-  std::uint64_t sum = 0;
-  std::exception_ptr thrown;  // a visit must not throw
-  const auto add = [&](std::uint64_t size, bool isLeftOut) {
-    try {
-      if (shouldContinue != nullptr && !shouldContinue()) return false;
-      if (isLeftOut) return true;
-      if (size > std::numeric_limits<std::uint64_t>::max() - sum)
-        throw std::runtime_error("the sizes add up to more than a number can hold");
-    } catch (...) {
-      thrown = std::current_exception();
-      return false;
-    }
-    sum += size;
-    return true;
-  };
-  if (platform.files().itemKind(path) == kmv::ItemKind::folder) {
-    platform.treeWalk().visitFiles(path, /*attribute=*/{}, [&](const kmv::WalkedFile& file) {
-      const bool isLeftOut = (options & kSkipsHiddenFiles) != 0 && isHiddenBelow(path, file.path);
-      return add(file.size, isLeftOut);
-    });
-  } else {
+  if (platform.files().itemKind(path) != kmv::ItemKind::folder) {
     const auto size = sizeOfItem(path);
     if (!size) throw std::runtime_error("there is no item to take the size of");
-    sum = *size;
+    return *size;
   }
-  if (thrown) std::rethrow_exception(thrown);
-  return sum;
+  SizeSum sum(shouldContinue);
+  platform.treeWalk().visitFiles(path, /*attribute=*/{}, [&](const kmv::WalkedFile& file) {
+    return sum.add(file.size, (options & kSkipsHiddenFiles) != 0 && isHiddenBelow(path, file.path));
+  });
+  return sum.result();
 }
 
 void CrossAppFileManager::setAggregateFileSize(AggregateFileSize function) {

@@ -14,9 +14,8 @@ constexpr std::size_t kBlock = 1 << 20;
 constexpr char kDomain[] = "StreamFileReader";
 
 kmv::AtomicProperty<StreamFileReader::Factory>& factoryInUse() {
-  static auto* const factory =
-      new kmv::AtomicProperty<StreamFileReader::Factory>;  // never destroyed: any thread may ask until the
-                                                           // end
+  // Never destroyed: any thread may ask until the process ends.
+  static auto* const factory = new kmv::AtomicProperty<StreamFileReader::Factory>;
   return *factory;
 }
 
