@@ -179,7 +179,7 @@ void onASimulatedMachine(int drivers) {
     const auto disk = machine.plugIn(
         {.name = name, .mountPoint = "/Volumes/" + name, .bsdName = "disk" + std::to_string(i)});
     machine.setMediaPath(disk, path + "media");
-    machine.setBlockStorageDriver(path, kmv::testing::SimulatedCounters{});
+    machine.setBlockStorageDriver(path, kmv::DriverCounters{});
   }
   machine.runUntilIdle();
   KMVDriveActivityMonitor monitor;
@@ -189,7 +189,7 @@ void onASimulatedMachine(int drivers) {
     ++bytes;
     for (int i = 0; i < drivers; ++i)
       machine.setBlockStorageDriver("/bus/" + std::to_string(i) + "/",
-                                    kmv::testing::SimulatedCounters{bytes, bytes});
+                                    kmv::DriverCounters{bytes, bytes});
     machine.advance(std::chrono::seconds(1));
     times.push_back(microsecondsOf([&] { monitor.refreshDriveStatistics(); }, 1));
   }

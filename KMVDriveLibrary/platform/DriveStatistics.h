@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <KMVDriveLibrary/DriverCounters.h>
 #include <KMVDriveLibrary/URL.h>
 
 #include <cstdint>
@@ -9,15 +10,6 @@
 #include <vector>
 
 namespace kmv {
-
-/// The counters of a block-storage driver, sums since it was attached.
-/// Latencies in nanoseconds.
-struct DriverCounters {
-  std::uint64_t bytesRead = 0;
-  std::uint64_t bytesWritten = 0;
-  std::uint64_t readLatency = 0;
-  std::uint64_t writeLatency = 0;
-};
 
 /// A snapshot of the block-storage drivers and of the media behind the mounted volumes.
 struct DriveStatistics {

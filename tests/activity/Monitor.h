@@ -41,7 +41,7 @@ class Monitor : public RegistryTest {
     return disk;
   }
   void count(const std::string& driver, std::uint64_t read, std::uint64_t written) {
-    machine.setBlockStorageDriver(driver, SimulatedCounters{read, written});
+    machine.setBlockStorageDriver(driver, DriverCounters{read, written});
   }
   /// Starts everything and lets the silent cycles pass.
   void startMeasuring() {

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <string_view>
 
 namespace kmv::simulated {
 namespace {
@@ -18,7 +19,7 @@ void setOptional(Dictionary& description, const char* key, const std::optional<T
   if (value) description.set(key, *value);
 }
 
-/// Differs for every disk of the machine; reads as 5D000000-0000-4000-8000-00000000002A for disk 42.
+/// Unique on this machine; reads as 5D000000-0000-4000-8000-00000000002A for disk 42.
 UUID madeUpUUID(std::uint64_t number) {
   UUID::Bytes bytes{0x5D, 0, 0, 0, 0, 0, 0x40, 0, 0x80};
   for (std::size_t i = bytes.size(); i > 10; --i, number >>= 8) {
@@ -78,19 +79,6 @@ void apply(const testing::DescriptionChanges& changes, Dictionary& description) 
       description.remove(key);
     }
   }
-}
-
-ChangedKeys differingKeys(const Dictionary& a, const Dictionary& b) {
-  ChangedKeys keys;
-  for (const auto& [key, value] : a) {
-    const Value* other = b.find(key);
-    if (other == nullptr || !(*other == value)) keys.push_back(key);
-  }
-  for (const auto& entry : b) {
-    if (!a.contains(entry.first)) keys.push_back(entry.first);
-  }
-  std::sort(keys.begin(), keys.end());
-  return keys;
 }
 
 std::optional<std::int64_t> unitOfBSDName(const std::string& bsdName) {

@@ -1,25 +1,23 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <KMVDriveLibrary/Disk.h>
-#include <KMVDriveLibrary/testing/SimulatedPlatform.h>
+#include <KMVDriveLibrary/URL.h>
+#include <KMVDriveLibrary/Value.h>
+#include <KMVDriveLibrary/testing/SimulatedDisk.h>
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace kmv::simulated {
 
-/// The description of a disk with a device, unmounted, under the BSD name given. `number` makes the UUID its
-/// own.
+/// The description of a disk with a device, under the BSD name given. `number` makes its UUID unique.
 Dictionary describe(const testing::SimulatedDisk& disk, const std::string& bsdName, double appearanceTime,
                     std::uint64_t number);
 /// The description of a path volume, mounted.
 Dictionary describe(const testing::SimulatedPathVolume& volume);
 
 void apply(const testing::DescriptionChanges& changes, Dictionary& description);
-
-/// The keys in which the two differ, ascending.
-ChangedKeys differingKeys(const Dictionary& a, const Dictionary& b);
 
 /// The unit N of "diskN" and all its slices; none for any other name.
 std::optional<std::int64_t> unitOfBSDName(const std::string& bsdName);

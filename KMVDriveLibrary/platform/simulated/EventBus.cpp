@@ -1,19 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "platform/simulated/EventBus.h"
 
-#include <algorithm>
+#include <map>
+#include <string>
 #include <utility>
 
 #include "base/Fatal.h"
 
 namespace kmv::simulated {
-
-EventBus::EventBus(std::uint64_t seed, std::function<void(testing::DiskId)> vanish)
-    : random_(seed), vanish_(std::move(vanish)) {}
-
-std::shared_ptr<SessionState> EventBus::openSession() {
-  return sessions_.emplace_back(std::make_shared<SessionState>());
-}
 
 std::vector<std::shared_ptr<SessionState>> EventBus::listeningSessions() {
   std::erase_if(sessions_, [](const auto& session) { return session->isClosed(); });
@@ -33,37 +27,32 @@ void EventBus::begin(const std::shared_ptr<SessionState>& session, const DiskTab
 
 /// False when the event is lost.
 bool EventBus::applyFaults(Event& event) {
-  if (toLose_ > 0) {
-    --toLose_;
-    return false;
-  }
-  if (toFail_ > 0) {
-    --toFail_;
-    event.description.reset();
-  }
-  event.missing = std::exchange(toDrop_, {});
-  event.vanishes = toVanish_.erase(event.disk) > 0;
+  using testing::ArmedFaults;
+  if (ArmedFaults::strikes(faults_.events)) return false;
+  if (ArmedFaults::strikes(faults_.descriptions)) event.description.reset();
+  event.missing = std::exchange(faults_.droppedKeys, {});
+  event.vanishes = faults_.vanishing.erase(event.disk) > 0;
   return true;
 }
 
 void EventBus::emit(Event event) {
   const auto sessions = listeningSessions();
-  if (sessions.empty()) return;  // nobody hears it, so a fault waits for one that is heard
+  if (sessions.empty()) return;  // nobody listens: an armed fault waits for an event that somebody hears
   if (!applyFaults(event)) return;
   for (const auto& session : sessions) post(session, event);
 }
 
 void EventBus::post(const std::shared_ptr<SessionState>& session, Event event) {
-  if (held_) {
+  if (holding_) {
     pending_.push_back({session, std::move(event)});
   } else {
-    session->deliver(event, vanish_);
+    session->deliver(std::move(event));
   }
 }
 
 void EventBus::release() {
-  held_ = false;
-  for (const Held& held : std::exchange(pending_, {})) held.session->deliver(held.event, vanish_);
+  holding_ = false;
+  for (const Held& held : std::exchange(pending_, {})) held.session->deliver(held.event);
 }
 
 std::vector<testing::PendingEvent> EventBus::pending() const {
@@ -84,15 +73,11 @@ EventBus::Held EventBus::takeHeld(std::size_t index) {
 
 void EventBus::deliver(std::size_t index) {
   const Held held = takeHeld(index);
-  held.session->deliver(held.event, vanish_);
-}
-
-void EventBus::lose(std::size_t index) {
-  takeHeld(index);
+  held.session->deliver(held.event);
 }
 
 void EventBus::shuffle() {
-  // Shuffles whose turn it is, disk by disk; each turn then takes that disk's next event.
+  // Shuffles the turns of the disks (Fisher-Yates); each turn then takes its disk's next event.
   std::map<testing::DiskId, std::vector<Held>> eventsOfDisk;
   std::vector<testing::DiskId> turns;
   for (Held& held : pending_) {

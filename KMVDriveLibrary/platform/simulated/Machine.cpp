@@ -7,8 +7,10 @@
 #include <algorithm>
 #include <utility>
 
+#include "base/DifferingKeys.h"
 #include "base/Fatal.h"
 #include "platform/simulated/Descriptions.h"
+#include "platform/simulated/SimulatedSession.h"
 
 namespace kmv::simulated {
 namespace {
@@ -16,30 +18,20 @@ namespace {
 using testing::DiskId;
 using Kind = testing::PendingEvent::Kind;
 
-/// Between two disks that appear in one instant; a double of this size still tells it.
+/// Between two disks that appear at the same time; still above a double's resolution at this magnitude.
 constexpr double kShortestTimeBetweenAppearances = 1e-6;
 
 }  // namespace
 
-Machine::Machine(std::uint64_t seed)
-    : scheduler_(seed), fileSystem_(scheduler_), bus_(~seed, [this](DiskId disk) {
-        if (exists(disk)) unplug(disk);
-      }) {}
+Machine::Machine(std::uint64_t seed) : scheduler_(seed), bus_(~seed, armedFaults()) {}
 
-Dictionary& Machine::find(DiskId disk) {
+void Machine::requireDisk(DiskId disk) const {
   scheduler_.requireOwnThread();
-  const auto found = disks_.find(disk);
-  if (found == disks_.end()) {
+  if (!exists(disk))
     fatal("the simulated machine has no disk " + std::to_string(static_cast<std::uint64_t>(disk)));
-  }
-  return found->second;
 }
 
-const Dictionary& Machine::description(DiskId disk) {
-  return find(disk);
-}
-
-const std::string& Machine::mountPointOf(DiskId disk) {
+const std::string& Machine::mountPointOf(DiskId disk) const {
   const std::string* path = fileSystem_.mountPoint(disk);
   if (path == nullptr) fatal("the volume is not mounted");
   return *path;
@@ -82,7 +74,7 @@ DiskId Machine::add(DiskId disk, Dictionary description) {
   return disk;
 }
 
-/// Lets the mount table say what the description says.
+/// Brings the mount table in line with the description.
 void Machine::followPath(DiskId disk, const Dictionary& description) {
   const URL* url = description.url(key::kVolumePath);
   const std::string* mounted = fileSystem_.mountPoint(disk);
@@ -99,15 +91,15 @@ void Machine::unplug(DiskId disk) {
 }
 
 void Machine::mount(DiskId disk, const std::string& path) {
-  find(disk);
+  requireDisk(disk);
   if (fileSystem_.mountPoint(disk) != nullptr) fatal("the volume is mounted already");
   changeDescription(disk, {{key::kVolumePath, mountURL(path)}});
 }
 
 void Machine::unmount(DiskId disk) {
-  find(disk);
+  requireDisk(disk);
   mountPointOf(disk);
-  if (pathVolumes_.find(disk) != pathVolumes_.end()) return unplug(disk);
+  if (pathVolumes_.contains(disk)) return unplug(disk);
   changeDescription(disk, {{key::kVolumePath, std::nullopt}});
 }
 
@@ -145,9 +137,13 @@ void Machine::changeDescription(DiskId disk, const testing::DescriptionChanges& 
              replacedPath ? Event::Cause::replacedPath : Event::Cause::ordinary});
 }
 
-std::unique_ptr<DiskArbitrationSession> Machine::makeSession() {
+std::unique_ptr<DiskArbitrationSession> Machine::makeDiskArbitrationSession() {
   scheduler_.requireOwnThread();
-  return std::make_unique<SimulatedSession>(bus_.openSession(), shared_from_this());
+  auto state = std::make_shared<SessionState>([this](DiskId disk) {
+    if (exists(disk)) unplug(disk);
+  });
+  bus_.add(state);
+  return std::make_unique<SimulatedSession>(std::move(state), *this);
 }
 
 std::optional<DiskId> Machine::diskMountedAt(const std::string& path) const {
@@ -166,14 +162,14 @@ std::optional<Dictionary> Machine::presentDescription(DiskId disk) const {
 }
 
 std::optional<Dictionary> Machine::requestUnmount(DiskId disk) {
-  return carryOut(disk, unmountRefusals_, [&] { unmount(disk); });
+  return carryOut(disk, armedFaults().unmountRefusals, [&] { unmount(disk); });
 }
 
 std::optional<Dictionary> Machine::requestRename(DiskId disk, const std::string& newName) {
-  return carryOut(disk, renameRefusals_, [&] { rename(disk, newName); });
+  return carryOut(disk, armedFaults().renameRefusals, [&] { rename(disk, newName); });
 }
 
-/// A disk that went away, or was unmounted, since the library asked for it refuses by itself.
+/// A disk that was unplugged or unmounted since the library looked it up refuses as not mounted.
 std::optional<Dictionary> Machine::carryOut(DiskId disk, std::deque<Dictionary>& refusals,
                                             const std::function<void()>& command) {
   scheduler_.requireOwnThread();

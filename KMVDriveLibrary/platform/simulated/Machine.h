@@ -16,55 +16,130 @@
 #include "platform/Platform.h"
 #include "platform/simulated/EventBus.h"
 #include "platform/simulated/Scheduler.h"
-#include "platform/simulated/SimulatedDevices.h"
+#include "platform/simulated/SimulatedAttributes.h"
+#include "platform/simulated/SimulatedClock.h"
 #include "platform/simulated/SimulatedFileSystem.h"
+#include "platform/simulated/SimulatedIORegistry.h"
+#include "platform/simulated/SimulatedPrograms.h"
+#include "platform/simulated/SimulatedServiceBrowser.h"
+#include "platform/simulated/SimulatedSystemInformation.h"
 
 namespace kmv::simulated {
 
-/// The machine's disks, and what their verbs mean in descriptions and events.
-class Machine : public SessionMachine, public std::enable_shared_from_this<Machine> {
+/// The simulated machine, from both sides: the test's verbs and the library's seam. Its own matter is the
+/// disks: what their verbs mean in descriptions, mounts and events.
+class Machine final : public testing::SimulatedPlatform, public Platform {
  public:
   explicit Machine(std::uint64_t seed);
   Machine(const Machine&) = delete;
   Machine& operator=(const Machine&) = delete;
 
-  testing::DiskId plugIn(const testing::SimulatedDisk& disk);
-  testing::DiskId plugInPathVolume(const testing::SimulatedPathVolume& volume);
-  void unplug(testing::DiskId disk);
-  void mount(testing::DiskId disk, const std::string& path);
-  void unmount(testing::DiskId disk);
-  void move(testing::DiskId disk, const std::string& newPath);
-  void rename(testing::DiskId disk, const std::string& newName);
-  void changeDescription(testing::DiskId disk, const testing::DescriptionChanges& changes);
-  const Dictionary& description(testing::DiskId disk);
-  bool exists(testing::DiskId disk) const { return disks_.find(disk) != disks_.end(); }
-  void rescan() { bus_.rescan(disks_); }
+  // --- The verbs. ---
+  testing::DiskId plugIn(const testing::SimulatedDisk& disk) override;
+  testing::DiskId plugInPathVolume(const testing::SimulatedPathVolume& volume) override;
+  void unplug(testing::DiskId disk) override;
+  void mount(testing::DiskId disk, const std::string& path) override;
+  void unmount(testing::DiskId disk) override;
+  void move(testing::DiskId disk, const std::string& newPath) override;
+  void rename(testing::DiskId disk, const std::string& newName) override;
+  void changeDescription(testing::DiskId disk, const testing::DescriptionChanges& changes) override;
+  Dictionary description(testing::DiskId disk) const override {
+    requireDisk(disk);
+    return disks_.at(disk);
+  }
+  bool exists(testing::DiskId disk) const override { return disks_.contains(disk); }
 
-  std::unique_ptr<DiskArbitrationSession> makeSession();
+  void holdEvents() override { bus_.hold(); }
+  void releaseEvents() override { bus_.release(); }
+  std::vector<testing::PendingEvent> pendingEvents() const override { return bus_.pending(); }
+  void deliver(std::size_t index) override { bus_.deliver(index); }
+  void shufflePending() override { bus_.shuffle(); }
+  void lose(std::size_t index) override { bus_.lose(index); }
+  void rescan() override { bus_.rescan(disks_); }
 
-  /// The next command of its kind is refused with this record.
-  void refuseNextUnmount(Dictionary dissenter) { unmountRefusals_.push_back(std::move(dissenter)); }
-  void refuseNextRename(Dictionary dissenter) { renameRefusals_.push_back(std::move(dissenter)); }
+  void createItem(const std::string& path) override { fileSystem_.createItem(path); }
+  void writeFile(const std::string& path, const std::string& bytes) override {
+    fileSystem_.writeFile(path, bytes);
+  }
+  void setReportedSize(const std::string& path, std::uint64_t size) override {
+    fileSystem_.setReportedSize(path, size);
+  }
+  void removeItem(const std::string& path) override { fileSystem_.removeItem(path); }
+  void createLink(const std::string& path, const std::string& target) override {
+    fileSystem_.createLink(path, target);
+  }
+  void addHiddenMount(HiddenMount mount) override { fileSystem_.addHiddenMount(std::move(mount)); }
+  bool setAttribute(const std::string& path, const std::string& name, const std::string& value) override {
+    return attributes_.set(path, name, value);
+  }
+  std::optional<std::string> attribute(const std::string& path, const std::string& name) const override {
+    return fileSystem_.attribute(path, name);
+  }
 
-  void begin(const std::shared_ptr<SessionState>& session) override { bus_.begin(session, disks_); }
-  std::optional<testing::DiskId> diskMountedAt(const std::string& path) const override;
-  std::optional<Dictionary> presentDescription(testing::DiskId disk) const override;
-  std::optional<Dictionary> requestUnmount(testing::DiskId disk) override;
-  std::optional<Dictionary> requestRename(testing::DiskId disk, const std::string& newName) override;
+  void installProgram(const std::string& path, testing::SimulatedProgram program) override {
+    programs_.programs[path] = std::move(program);
+  }
+  void removeProgram(const std::string& path) override { programs_.programs.erase(path); }
+  void setOperatingSystemVersion(int major, int minor) override {
+    systemInformation_.version = {major, minor, 0};
+  }
+  void addIOService(const std::string& foundUnder, const std::string& bsdName,
+                    const std::vector<std::string>& childNames) override {
+    ioRegistry_.services[foundUnder].push_back({bsdName, childNames});
+  }
+  void setStorageDevices(const std::string& bsdName, const StorageDevice& whole,
+                         const std::vector<StorageDevice>& physical) override {
+    ioRegistry_.disks[bsdName] = {whole, physical};
+  }
+  std::size_t ioRegistryQuestions() const override { return ioRegistry_.questions; }
+  void setBlockStorageDriver(const std::string& path, std::optional<DriverCounters> counters) override {
+    ioRegistry_.drivers[path] = counters;
+  }
+  void removeBlockStorageDriver(const std::string& path) override { ioRegistry_.drivers.erase(path); }
+  void setMediaPath(testing::DiskId disk, const std::string& path) override {
+    ioRegistry_.mediaPaths[disk] = path;
+  }
+  void hideFromUsers(testing::DiskId disk) override { ioRegistry_.hidden.insert(disk); }
+  std::vector<std::string> serviceSearches() const override { return serviceSearches_; }
 
-  Scheduler& scheduler() { return scheduler_; }
-  SimulatedFileSystem& fileSystem() { return fileSystem_; }
-  SimulatedIORegistry& ioRegistry() { return ioRegistry_; }
-  SimulatedStatistics& statistics() { return statistics_; }
-  SimulatedClock& clock() { return clock_; }
-  SimulatedAttributes& attributes() { return attributes_; }
-  std::vector<std::string>& serviceSearches() { return serviceSearches_; }
-  SimulatedSystemInformation& systemInformation() { return systemInformation_; }
-  EventBus& bus() { return bus_; }
+  std::size_t runUntilIdle() override { return scheduler_.runUntilIdle(); }
+  bool runOne() override { return scheduler_.runOne(); }
+  void advance(std::chrono::nanoseconds duration) override { scheduler_.advance(duration); }
+  std::chrono::nanoseconds now() const override { return scheduler_.now(); }
+  std::string currentQueueLabel() const override { return scheduler_.currentQueueLabel(); }
+
+  // --- The seam. ---
+  QueueFactory& queues() override { return scheduler_; }
+  Volumes& volumes() override { return fileSystem_; }
+  Files& files() override { return fileSystem_; }
+  TreeWalk& treeWalk() override { return fileSystem_; }
+  IORegistry& ioRegistry() override { return ioRegistry_; }
+  SystemInformation& systemInformation() override { return systemInformation_; }
+  Clock& clock() override { return clock_; }
+  ExtendedAttributes& extendedAttributes() override { return attributes_; }
+  ChildProcess& childProcess() override { return programs_; }
+  std::unique_ptr<NetServiceBrowser> makeServiceBrowser() override {
+    return std::make_unique<SimulatedServiceBrowser>(serviceSearches_);
+  }
+  std::unique_ptr<DiskArbitrationSession> makeDiskArbitrationSession() override;
+
+  // --- For sessions. ---
+  /// Reports every disk to a session that has just registered.
+  void reportPresentDisks(const std::shared_ptr<SessionState>& session) { bus_.begin(session, disks_); }
+  std::optional<testing::DiskId> diskMountedAt(const std::string& path) const;
+  /// None when the disk is gone.
+  std::optional<Dictionary> presentDescription(testing::DiskId disk) const;
+  // Commands: carried out at once. The result is the dissenter's record, or none.
+  std::optional<Dictionary> requestUnmount(testing::DiskId disk);
+  std::optional<Dictionary> requestRename(testing::DiskId disk, const std::string& newName);
 
  private:
-  Dictionary& find(testing::DiskId disk);
-  const std::string& mountPointOf(testing::DiskId disk);
+  void requireDisk(testing::DiskId disk) const;
+  Dictionary& find(testing::DiskId disk) {
+    requireDisk(disk);
+    return disks_.at(disk);
+  }
+  const std::string& mountPointOf(testing::DiskId disk) const;
   double nextAppearanceTime();
   std::string freeBSDName() const;
   testing::DiskId add(testing::DiskId disk, Dictionary description);
@@ -73,18 +148,16 @@ class Machine : public SessionMachine, public std::enable_shared_from_this<Machi
                                      const std::function<void()>& command);
 
   Scheduler scheduler_;
-  SimulatedFileSystem fileSystem_;
-  SimulatedStatistics statistics_{fileSystem_};
-  SimulatedIORegistry ioRegistry_{statistics_};
+  SimulatedFileSystem fileSystem_{scheduler_, armedFaults()};
+  SimulatedPrograms programs_;
+  SimulatedAttributes attributes_{fileSystem_, programs_};
+  SimulatedIORegistry ioRegistry_{fileSystem_, armedFaults()};
   SimulatedClock clock_{scheduler_};
-  SimulatedAttributes attributes_{fileSystem_};
-  std::vector<std::string> serviceSearches_;
   SimulatedSystemInformation systemInformation_;
+  std::vector<std::string> serviceSearches_;
   EventBus bus_;
   DiskTable disks_;
   std::set<testing::DiskId> pathVolumes_;
-  std::deque<Dictionary> unmountRefusals_;
-  std::deque<Dictionary> renameRefusals_;
   std::uint64_t nextDisk_ = 1;
   double lastAppearanceTime_ = 0;
 };

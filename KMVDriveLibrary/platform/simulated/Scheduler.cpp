@@ -8,25 +8,38 @@
 namespace kmv::simulated {
 namespace {
 
-class Queue : public SerialQueue {
+/// What the handle of every queue does: asks the scheduler.
+template <typename Interface>
+class Handle : public Interface {
  public:
-  Queue(Scheduler& scheduler, QueueStatePointer state) : scheduler_(scheduler), state_(std::move(state)) {}
+  Handle(Scheduler& scheduler, QueueStatePointer state) : scheduler_(scheduler), state_(std::move(state)) {}
 
   const std::string& label() const override { return state_->label; }
-  void async(Task task) override { scheduler_.async(state_, std::move(task)); }
+  void async(SerialQueue::Task task) override { scheduler_.async(state_, std::move(task)); }
   void sync(TaskReference task) override { scheduler_.sync(state_, task); }
-  void after(std::chrono::nanoseconds delay, Task task) override {
+  void after(std::chrono::nanoseconds delay, SerialQueue::Task task) override {
     scheduler_.after(state_, delay, std::move(task));
   }
   bool isCurrent() const override { return scheduler_.isCurrent(*state_); }
 
- private:
+ protected:
   Scheduler& scheduler_;
+
+ private:
   QueueStatePointer state_;
 };
 
-/// Each task is on a queue of its own, so that the seed picks the order.
-class ConcurrentTasks : public ConcurrentQueue {
+class MainQueueHandle final : public Handle<MainQueue> {
+ public:
+  using Handle::Handle;
+  void run() override { scheduler_.runMainQueue(); }
+  void stop() override { scheduler_.stopMainQueue(); }
+  std::size_t drain() override { return scheduler_.drainMainQueue(); }
+  int fileDescriptor() override { return -1; }
+};
+
+/// Each task gets a queue of its own, so that the seed picks the order.
+class ConcurrentTasks final : public ConcurrentQueue {
  public:
   ConcurrentTasks(Scheduler& scheduler, std::string label)
       : scheduler_(scheduler), label_(std::move(label)) {}
@@ -46,29 +59,7 @@ std::chrono::nanoseconds sumWithoutOverflow(std::chrono::nanoseconds time, std::
 
 }  // namespace
 
-class Scheduler::MainQueueHandle : public MainQueue {
- public:
-  MainQueueHandle(Scheduler& scheduler, QueueStatePointer state)
-      : scheduler_(scheduler), state_(std::move(state)) {}
-
-  const std::string& label() const override { return state_->label; }
-  void async(Task task) override { scheduler_.async(state_, std::move(task)); }
-  void sync(TaskReference task) override { scheduler_.sync(state_, task); }
-  void after(std::chrono::nanoseconds delay, Task task) override {
-    scheduler_.after(state_, delay, std::move(task));
-  }
-  bool isCurrent() const override { return scheduler_.isCurrent(*state_); }
-  void run() override { scheduler_.runMainQueue(); }
-  void stop() override { scheduler_.stopMainQueue(); }
-  std::size_t drain() override { return scheduler_.drainMainQueue(); }
-  int fileDescriptor() override { return -1; }
-
- private:
-  Scheduler& scheduler_;
-  QueueStatePointer state_;
-};
-
-/// Marks a task as in progress for as long as this object lives, also when the task throws.
+/// Marks a task as in progress for the lifetime of this object (RAII: also when the task throws).
 class Scheduler::Running {
  public:
   Running(Scheduler& scheduler, const QueueState& queue, bool ownThread) : frames_(scheduler.running_) {
@@ -98,7 +89,7 @@ QueueStatePointer Scheduler::makeState(std::string label) {
 
 std::shared_ptr<SerialQueue> Scheduler::makeSerialQueue(std::string label, QualityOfService) {
   requireOwnThread();
-  return std::make_shared<Queue>(*this, makeState(std::move(label)));
+  return std::make_shared<Handle<SerialQueue>>(*this, makeState(std::move(label)));
 }
 
 std::shared_ptr<ConcurrentQueue> Scheduler::makeConcurrentQueue(std::string label, QualityOfService) {
@@ -199,7 +190,7 @@ std::size_t Scheduler::runUntilIdle() {
 
 bool Scheduler::jumpToNextTimer(std::chrono::nanoseconds limit) {
   if (timers_.empty() || timers_.begin()->first.first > limit) return false;
-  // A task may have let time pass itself; time never goes back.
+  // A task may have advanced time itself; time is monotonic.
   now_ = std::max(now_, timers_.begin()->first.first);
   while (!timers_.empty() && timers_.begin()->first.first <= now_) {
     Timer timer = std::move(timers_.begin()->second);

@@ -20,9 +20,9 @@
 
 namespace kmv::simulated {
 
-/// What a queue is to the scheduler; outlives the queue's handle while tasks wait.
+/// A queue; outlives its handle while tasks wait.
 struct QueueState {
-  std::uint64_t number = 0;  // order of creation, so that no choice depends on addresses
+  std::uint64_t number = 0;  // order of creation: no choice may depend on addresses
   std::string label;
   std::deque<SerialQueue::Task> tasks;
 };
@@ -47,8 +47,8 @@ class Scheduler : public QueueFactory {
   std::chrono::nanoseconds now() const { return now_; }
   std::string currentQueueLabel() const;
 
-  /// Stops the process on any thread but the one that made the machine: a second one would end all
-  /// determinism.
+  /// Aborts the process on any thread but the one that made the machine: calls from a second one would not be
+  /// deterministic.
   void requireOwnThread() const;
 
   // For the queues.
@@ -61,8 +61,6 @@ class Scheduler : public QueueFactory {
   std::size_t drainMainQueue();
 
  private:
-  class MainQueueHandle;
-
   /// A task in progress. Where a real machine would run it on a thread of its own, `ownThread` is set.
   struct Frame {
     const QueueState* queue;

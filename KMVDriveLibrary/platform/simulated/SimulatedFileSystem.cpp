@@ -7,12 +7,12 @@
 #include <utility>
 
 #include "base/Fatal.h"
-#include "platform/simulated/Descriptions.h"
+#include "platform/simulated/SimulatedClock.h"
 
 namespace kmv::simulated {
 namespace {
 
-constexpr int kMaximumLinks = 40;  // as many as a kernel follows before it calls the path a loop
+constexpr int kMaximumLinks = 40;  // a kernel's upper bound, too
 
 std::vector<std::string> componentsOf(std::string_view path) {
   std::vector<std::string> components;
@@ -29,13 +29,20 @@ bool isWithin(std::string_view path, std::string_view folder) {
   return path.starts_with(folder) && (path.size() == folder.size() || path[folder.size()] == '/');
 }
 
+/// True when `item` is at `place` or below it, on the same volume.
+template <typename Place>
+bool holds(const Place& place, const Place& item) {
+  return item.first == place.first && isWithin(item.second, place.second);
+}
+
 void requireAbsolute(const std::string& path) {
   if (!path.starts_with('/')) fatal("the simulated machine needs an absolute path, not \"" + path + "\"");
 }
 
 }  // namespace
 
-SimulatedFileSystem::SimulatedFileSystem(const Scheduler& scheduler) : scheduler_(scheduler) {
+SimulatedFileSystem::SimulatedFileSystem(const Scheduler& scheduler, testing::ArmedFaults& faults)
+    : scheduler_(scheduler), faults_(faults) {
   for (const std::string folder : {"/tmp", "/var", "/etc"}) {
     createItem("/private" + folder);
     createLink(folder, "private" + folder);
@@ -45,10 +52,7 @@ SimulatedFileSystem::SimulatedFileSystem(const Scheduler& scheduler) : scheduler
 std::vector<URL> SimulatedFileSystem::mountedVolumeURLs() {
   scheduler_.requireOwnThread();
   std::vector<URL> urls;
-  if (listsToFail_ > 0) {
-    --listsToFail_;
-    return urls;
-  }
+  if (testing::ArmedFaults::strikes(faults_.mountedVolumeLists)) return urls;
   for (const Mount& mount : mounts_) urls.push_back(mount.url);
   return urls;
 }
@@ -70,10 +74,10 @@ std::optional<URL> SimulatedFileSystem::volumeURL(const URL& url) {
 
 FileBytes SimulatedFileSystem::readRegularFile(const std::string& path, std::size_t mostBytes) {
   scheduler_.requireOwnThread();
-  const auto file = contents_.find(placeOfNew(path));
-  if (file == contents_.end())
+  const Item* const item = itemItself(path);
+  if (item == nullptr || !item->contents)
     return {{}, itemExists(path) ? FileBytes::Failure::unreadable : FileBytes::Failure::missing};
-  return file->second.size() > mostBytes ? FileBytes{} : FileBytes{file->second, {}};
+  return item->contents->size() > mostBytes ? FileBytes{} : FileBytes{item->contents, {}};
 }
 
 std::unique_ptr<FileStream> SimulatedFileSystem::openForReading(const std::string& path) {
@@ -91,8 +95,8 @@ std::unique_ptr<FileStream> SimulatedFileSystem::openForReading(const std::strin
     std::size_t at_ = 0;
   };
   const auto resolved = realPath(path);
-  const auto file = resolved ? contents_.find(placeOf(*resolved)) : contents_.end();
-  return file == contents_.end() ? nullptr : std::make_unique<Stream>(file->second);
+  const Item* const item = resolved ? itemItself(*resolved) : nullptr;
+  return item == nullptr || !item->contents ? nullptr : std::make_unique<Stream>(*item->contents);
 }
 
 ItemKind SimulatedFileSystem::itemKind(const std::string& path) {
@@ -103,23 +107,20 @@ ItemKind SimulatedFileSystem::itemKind(const std::string& path) {
   return isRoot || !contentsOfFolder(*resolved).empty() ? ItemKind::folder : ItemKind::file;
 }
 
-std::optional<std::uint64_t> SimulatedFileSystem::sizeOfItem(const std::string& path) {
+std::optional<std::uint64_t> SimulatedFileSystem::sizeOfItem(const std::string& path) const {
   scheduler_.requireOwnThread();
-  const Place place = placeOfNew(path);
-  if (const auto reported = reportedSizes_.find(place); reported != reportedSizes_.end())
-    return reported->second;
-  if (const auto link = links_.find(place); link != links_.end()) return link->second.size();
-  if (const auto file = contents_.find(place); file != contents_.end()) return file->second.size();
-  return itemExists(path) ? std::optional<std::uint64_t>(0) : std::nullopt;
+  const Item* const item = itemItself(path);
+  if (item == nullptr) return itemExists(path) ? std::optional<std::uint64_t>(0) : std::nullopt;
+  if (item->reportedSize) return item->reportedSize;
+  return item->target ? item->target->size() : item->contents ? item->contents->size() : 0;
 }
 
 std::optional<Dictionary> SimulatedFileSystem::attributesOfItem(const std::string& path) {
   const auto size = sizeOfItem(path);
   if (!size) return std::nullopt;
-  constexpr double kStart = 788'918'400;  // the wall clock when the machine was made
   const bool isFolder = itemKind(path) == ItemKind::folder;
   return Dictionary{{"NSFileSize", isFolder ? 0 : *size},
-                    {"NSFileModificationDate", Date{kStart}},
+                    {"NSFileModificationDate", Date{SimulatedClock::kStart}},
                     {"NSFileType", isFolder ? "NSFileTypeDirectory" : "NSFileTypeRegular"}};
 }
 
@@ -152,8 +153,8 @@ bool SimulatedFileSystem::walk(const Walk& around, const std::string& shownPath,
         break;
       case ItemKind::file: {
         const std::uint64_t size = sizeOfItem(path).value_or(0);
-        const bool asks = size == 0 && !here.attribute.empty() && attributeOf_;
-        const auto value = asks ? attributeOf_(path, here.attribute) : std::nullopt;
+        const bool asks = size == 0 && !here.attribute.empty();
+        const auto value = asks ? attribute(path, here.attribute) : std::nullopt;
         if (!here.visit({path, size, value ? std::optional<std::string_view>(*value) : std::nullopt}))
           return false;
         break;
@@ -163,20 +164,17 @@ bool SimulatedFileSystem::walk(const Walk& around, const std::string& shownPath,
   return true;
 }
 
-bool SimulatedFileSystem::itemExists(const std::string& path) {
-  return realPath(path).has_value();
-}
-
 std::optional<std::string> SimulatedFileSystem::realPath(const std::string& path) {
-  scheduler_.requireOwnThread();
-  if (!path.starts_with('/')) return std::nullopt;
   auto resolved = resolve(path, Missing::isNone);
   if (resolved && resolved->empty()) resolved->push_back('/');
   return resolved;
 }
 
-/// The path without links and dot components, and without the root's slash; none for a loop of links.
+/// The canonical path: without links and dot components, the root as the empty text; none for a relative path
+/// and for a loop of links.
 std::optional<std::string> SimulatedFileSystem::resolve(const std::string& path, Missing missing) const {
+  scheduler_.requireOwnThread();
+  if (!path.starts_with('/')) return std::nullopt;
   std::string resolved;
   const auto first = componentsOf(path);
   std::deque<std::string> rest(first.begin(), first.end());
@@ -189,16 +187,16 @@ std::optional<std::string> SimulatedFileSystem::resolve(const std::string& path,
       continue;
     }
     std::string next = resolved + "/" + component;
-    const auto link = links_.find(placeOf(next));
-    if (link == links_.end()) {
+    const std::string* const target = targetAt(placeOf(next));
+    if (target == nullptr) {
       if (missing == Missing::isNone && !isThere(next)) return std::nullopt;
       resolved = std::move(next);
       continue;
     }
     if (++followed > kMaximumLinks) return std::nullopt;
-    if (link->second.starts_with('/')) resolved.clear();
-    const auto target = componentsOf(link->second);
-    rest.insert(rest.begin(), target.begin(), target.end());
+    if (target->starts_with('/')) resolved.clear();
+    const auto components = componentsOf(*target);
+    rest.insert(rest.begin(), components.begin(), components.end());
   }
   return resolved;
 }
@@ -236,24 +234,41 @@ SimulatedFileSystem::Place SimulatedFileSystem::placeOf(const std::string& resol
   return {holder->volume, resolvedPath.substr(holder->where.size())};
 }
 
-/// The place of an item whose own name is not followed when it is a link.
-SimulatedFileSystem::Place SimulatedFileSystem::placeOfNew(const std::string& path) const {
-  requireAbsolute(path);
+/// The place of an item; a link as the last component is not followed. None for a relative path and behind a
+/// loop of links.
+std::optional<SimulatedFileSystem::Place> SimulatedFileSystem::placeOfLinkItself(
+    const std::string& path) const {
   const auto components = componentsOf(path);
-  if (components.empty()) fatal("the root always exists");
+  if (components.empty()) return placeOf({});
   const auto folder = resolve(path.substr(0, path.rfind(components.back())), Missing::isKept);
-  if (!folder) fatal("\"" + path + "\" lies behind a loop of links");
-  return placeOf(*folder + "/" + components.back());
+  return folder ? std::optional(placeOf(*folder + "/" + components.back())) : std::nullopt;
+}
+
+SimulatedFileSystem::Place SimulatedFileSystem::placeToChange(const std::string& path) const {
+  requireAbsolute(path);
+  if (componentsOf(path).empty()) fatal("the root always exists");
+  const auto place = placeOfLinkItself(path);
+  if (!place) fatal("\"" + path + "\" lies behind a loop of links");
+  return *place;
+}
+
+/// The item that a verb made at `path`, a link not followed; null when there is none.
+const SimulatedFileSystem::Item* SimulatedFileSystem::itemItself(const std::string& path) const {
+  const auto place = placeOfLinkItself(path);
+  const auto item = place ? items_.find(*place) : items_.end();
+  return item == items_.end() ? nullptr : &item->second;
+}
+
+const std::string* SimulatedFileSystem::targetAt(const Place& place) const {
+  const auto item = items_.find(place);
+  return item != items_.end() && item->second.target ? &*item->second.target : nullptr;
 }
 
 bool SimulatedFileSystem::isThere(const std::string& resolvedPath) const {
   const Place place = placeOf(resolvedPath);
   if (place.first && place.second.empty()) return true;
-  const auto holds = [&place](const Place& other) {
-    return other.first == place.first && isWithin(other.second, place.second);
-  };
-  return std::any_of(items_.begin(), items_.end(), holds) ||
-         std::any_of(links_.begin(), links_.end(), [&](const auto& link) { return holds(link.first); }) ||
+  return std::any_of(items_.begin(), items_.end(),
+                     [&](const auto& item) { return holds(place, item.first); }) ||
          std::any_of(mounts_.begin(), mounts_.end(),
                      [&](const Mount& mount) { return isWithin(mount.where, resolvedPath); });
 }
@@ -267,43 +282,50 @@ std::set<std::string> SimulatedFileSystem::contentsOfFolder(const std::string& r
     const std::string_view rest = path.substr(above.size() + 1);
     names.emplace(rest.substr(0, rest.find('/')));
   };
-  for (const Place& item : items_) {
-    if (item.first == place.first) addChild(item.second, place.second);
-  }
-  for (const auto& [link, target] : links_) {
-    if (link.first == place.first) addChild(link.second, place.second);
+  for (const auto& [itemPlace, item] : items_) {
+    if (itemPlace.first == place.first) addChild(itemPlace.second, place.second);
   }
   for (const Mount& mount : mounts_) addChild(mount.where, folder);
   return names;
 }
 
-void SimulatedFileSystem::setReportedSize(const std::string& path, std::uint64_t size) {
-  reportedSizes_[placeOfNew(path)] = size;
+std::map<std::string, std::string>* SimulatedFileSystem::attributesOf(const std::string& path) {
+  const auto resolved = resolve(path, Missing::isNone);
+  return resolved ? &attributes_[placeOf(*resolved)] : nullptr;
+}
+
+std::optional<std::string> SimulatedFileSystem::attribute(const std::string& path,
+                                                          const std::string& name) const {
+  const auto resolved = resolve(path, Missing::isNone);
+  const auto ofItem = resolved ? attributes_.find(placeOf(*resolved)) : attributes_.end();
+  if (ofItem == attributes_.end()) return std::nullopt;
+  const auto value = ofItem->second.find(name);
+  return value == ofItem->second.end() ? std::nullopt : std::optional(value->second);
 }
 
 void SimulatedFileSystem::createItem(const std::string& path) {
-  items_.insert(placeOfNew(path));
+  items_[placeToChange(path)];
 }
 
 void SimulatedFileSystem::writeFile(const std::string& path, std::string bytes) {
-  createItem(path);
-  contents_.insert_or_assign(placeOfNew(path), std::move(bytes));
+  items_[placeToChange(path)].contents = std::move(bytes);
 }
 
-void SimulatedFileSystem::removeItem(const std::string& path) {
-  const Place place = placeOfNew(path);
-  const auto within = [&place](const Place& other) {
-    return other.first == place.first && isWithin(other.second, place.second);
-  };
-  std::erase_if(contents_, [&](const auto& file) { return within(file.first); });
-  std::erase_if(reportedSizes_, [&](const auto& file) { return within(file.first); });
-  const std::size_t removed = std::erase_if(items_, within) +
-                              std::erase_if(links_, [&](const auto& link) { return within(link.first); });
-  if (removed == 0) fatal("there is no item \"" + path + "\" to remove");
+void SimulatedFileSystem::setReportedSize(const std::string& path, std::uint64_t size) {
+  const auto item = items_.find(placeToChange(path));
+  if (item == items_.end()) fatal("there is no item \"" + path + "\" to report a size of");
+  item->second.reportedSize = size;
 }
 
 void SimulatedFileSystem::createLink(const std::string& path, const std::string& target) {
-  links_.insert_or_assign(placeOfNew(path), target);
+  items_[placeToChange(path)].target = target;
+}
+
+void SimulatedFileSystem::removeItem(const std::string& path) {
+  const Place place = placeToChange(path);
+  const auto isBelow = [&place](const auto& entry) { return holds(place, entry.first); };
+  std::erase_if(attributes_, isBelow);
+  if (std::erase_if(items_, isBelow) == 0) fatal("there is no item \"" + path + "\" to remove");
 }
 
 }  // namespace kmv::simulated

@@ -20,11 +20,11 @@
 
 namespace kmv::simulated {
 
-/// Names and links only: what is mounted where, and what exists. An item on a mounted volume belongs to the
-/// volume and goes where it goes; "/" counts as the machine's own, whatever is mounted there.
+/// What is mounted where, and which items exist. An item on a mounted volume belongs to the volume and moves
+/// with it; what is mounted at "/" owns none: items there belong to the machine itself.
 class SimulatedFileSystem : public Volumes, public Files, public TreeWalk {
  public:
-  explicit SimulatedFileSystem(const Scheduler& scheduler);
+  SimulatedFileSystem(const Scheduler& scheduler, testing::ArmedFaults& faults);
 
   std::vector<URL> mountedVolumeURLs() override;
   std::vector<HiddenMount> hiddenMounts() override;
@@ -48,19 +48,15 @@ class SimulatedFileSystem : public Volumes, public Files, public TreeWalk {
     for (const Mount& mount : mounts_) visit(mount.volume, mount.url);
   }
 
-  bool itemExists(const std::string& path);
   void createItem(const std::string& path);
   void writeFile(const std::string& path, std::string bytes);
   void setReportedSize(const std::string& path, std::uint64_t size);
   void removeItem(const std::string& path);
   void createLink(const std::string& path, const std::string& target);
   void addHiddenMount(HiddenMount mount) { hiddenMounts_.push_back(std::move(mount)); }
-  /// Whom walks ask for attributes.
-  void setAttributeSource(
-      std::function<std::optional<std::string>(const std::string&, const std::string&)> source) {
-    attributeOf_ = std::move(source);
-  }
-  void failNextMountedVolumeList() { ++listsToFail_; }
+  /// The attributes of the item at `path`, links followed; null without the item.
+  std::map<std::string, std::string>* attributesOf(const std::string& path);
+  std::optional<std::string> attribute(const std::string& path, const std::string& name) const;
 
  private:
   struct Mount {
@@ -72,13 +68,23 @@ class SimulatedFileSystem : public Volumes, public Files, public TreeWalk {
   /// The volume that holds an item (none: the machine itself) and the path from there, "/" first; "" for the
   /// volume's root.
   using Place = std::pair<std::optional<testing::DiskId>, std::string>;
+  /// What a verb made. Folders on the way to it exist without an item of their own.
+  struct Item {
+    std::optional<std::string> contents;  // of a regular file that can be read
+    std::optional<std::string> target;    // of a link
+    std::optional<std::uint64_t> reportedSize;
+  };
 
   /// In bytes; of the item itself when it is a link.
-  std::optional<std::uint64_t> sizeOfItem(const std::string& path);
+  std::optional<std::uint64_t> sizeOfItem(const std::string& path) const;
   enum class Missing { isNone, isKept };
   std::optional<std::string> resolve(const std::string& path, Missing missing) const;
+  bool itemExists(const std::string& path) const { return resolve(path, Missing::isNone).has_value(); }
   Place placeOf(const std::string& resolvedPath) const;
-  Place placeOfNew(const std::string& path) const;
+  std::optional<Place> placeOfLinkItself(const std::string& path) const;
+  Place placeToChange(const std::string& path) const;
+  const Item* itemItself(const std::string& path) const;
+  const std::string* targetAt(const Place& place) const;
   bool isThere(const std::string& resolvedPath) const;
   /// Names, in ascending order.
   std::set<std::string> contentsOfFolder(const std::string& resolvedPath) const;
@@ -88,12 +94,9 @@ class SimulatedFileSystem : public Volumes, public Files, public TreeWalk {
   const Scheduler& scheduler_;
   std::vector<Mount> mounts_;
   std::vector<HiddenMount> hiddenMounts_;
-  std::set<Place> items_;
-  std::map<Place, std::string> links_;
-  std::map<Place, std::string> contents_;  // of the items that are regular files
-  std::map<Place, std::uint64_t> reportedSizes_;
-  std::function<std::optional<std::string>(const std::string&, const std::string&)> attributeOf_;
-  int listsToFail_ = 0;
+  testing::ArmedFaults& faults_;
+  std::map<Place, Item> items_;
+  std::map<Place, std::map<std::string, std::string>> attributes_;
 };
 
 }  // namespace kmv::simulated

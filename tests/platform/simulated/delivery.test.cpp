@@ -102,16 +102,16 @@ TEST_F(SimulatedDelivery, FaultsHitTheNextEventOnce) {
 
 /// The order of ten disks' appearances and renames after a shuffle.
 std::vector<std::uint64_t> shuffledOrder(std::uint64_t seed) {
-  const auto machine = std::make_shared<simulated::Machine>(seed);
-  const auto session = machine->makeSession();
-  session->setQueue(machine->scheduler().makeSerialQueue("session"));
+  simulated::Machine machine(seed);
+  const auto session = machine.makeDiskArbitrationSession();
+  session->setQueue(machine.queues().makeSerialQueue("session"));
   session->registerCallbacks({}, nullptr);
-  machine->bus().hold();
-  for (int i = 0; i < 10; ++i) machine->rename(machine->plugIn({.name = "OLD"}), "NEW");
-  machine->bus().shuffle();
+  machine.holdEvents();
+  for (int i = 0; i < 10; ++i) machine.rename(machine.plugIn({.name = "OLD"}), "NEW");
+  machine.shufflePending();
   std::vector<std::uint64_t> order;
   std::set<testing::DiskId> seen;
-  for (const auto& event : machine->bus().pending()) {
+  for (const auto& event : machine.pendingEvents()) {
     order.push_back(static_cast<std::uint64_t>(event.disk));
     const bool first = seen.insert(event.disk).second;
     EXPECT_EQ(event.kind == testing::PendingEvent::Kind::appeared, first)

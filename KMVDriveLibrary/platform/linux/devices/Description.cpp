@@ -86,21 +86,4 @@ std::optional<UUID> volumeUUID(std::string_view type, std::string_view id) {
   return UUID(bytes);
 }
 
-ChangedKeys differingKeys(const Dictionary& a, const Dictionary& b) {
-  ChangedKeys keys;
-  auto left = a.begin(), right = b.begin();
-  while (left != a.end() || right != b.end()) {
-    if (right == b.end() || (left != a.end() && left->first < right->first)) {
-      keys.push_back((left++)->first);
-    } else if (left == a.end() || right->first < left->first) {
-      keys.push_back((right++)->first);
-    } else {
-      if (!(left->second == right->second)) keys.push_back(left->first);
-      ++left;
-      ++right;
-    }
-  }
-  return keys;
-}
-
 }  // namespace kmv

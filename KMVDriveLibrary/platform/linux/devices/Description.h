@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <KMVDriveLibrary/Disk.h>
 #include <KMVDriveLibrary/UUID.h>
+#include <KMVDriveLibrary/Value.h>
 
 #include <optional>
 #include <string_view>
@@ -19,8 +19,5 @@ Dictionary describeDisk(const BlockDevice* device, const MountEntry* mount, doub
 /// the same on every machine and in either letter case. None for an empty id and for the UUID of zeros, which
 /// several tools leave behind.
 std::optional<UUID> volumeUUID(std::string_view type, std::string_view id);
-
-/// The keys whose values differ or that only one of them has, in ascending order.
-ChangedKeys differingKeys(const Dictionary& a, const Dictionary& b);
 
 }  // namespace kmv

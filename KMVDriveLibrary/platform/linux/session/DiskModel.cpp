@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "base/DifferingKeys.h"
 #include "platform/linux/devices/Description.h"
 #include "platform/linux/mounts/VolumeRules.h"
 

@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <KMVDriveLibrary/testing/SimulatedPlatform.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/ExtendedAttributes.h"
+#include "platform/simulated/SimulatedFileSystem.h"
+#include "platform/simulated/SimulatedPrograms.h"
+
+namespace kmv::simulated {
+
+/// The attributes of the simulated file system's items, and the tool that reads and writes them.
+class SimulatedAttributes final : public ExtendedAttributes {
+ public:
+  /// Installs the tool among `programs`.
+  SimulatedAttributes(SimulatedFileSystem& fileSystem, SimulatedPrograms& programs);
+
+  std::optional<std::string> get(const std::string& path, const std::string& name) override {
+    return fileSystem_.attribute(path, name);
+  }
+  bool set(const std::string& path, const std::string& name, const std::string& value) override;
+  ChildProcess::Result runTool(const ToolRun& call) override {
+    return programs_.run(requestFor(call, call.name));
+  }
+
+ private:
+  testing::SimulatedRun tool(const std::vector<std::string>& words);
+  testing::SimulatedRun list(const std::string& path);
+
+  SimulatedFileSystem& fileSystem_;
+  SimulatedPrograms& programs_;
+};
+
+}  // namespace kmv::simulated
