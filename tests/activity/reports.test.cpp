@@ -106,5 +106,23 @@ TEST_F(Reports, AMeterReportsWhatACopyLoopMoves) {
   EXPECT_EQ(news(), Lines{"Share read 6 wrote 5; "});
 }
 
+TEST_F(Reports, AMeterReportsATenthOfASecondAfterItsLastReport) {
+  const auto reported = [&](std::uint64_t bytes) {
+    machine.runUntilIdle();
+    const auto total = monitor().appIOLookup()->find("copier");
+    return total ? total.value()->find(share).value()->bytesWritten() == bytes : bytes == 0;
+  };
+  IOMeter meter(file("/Volumes/Share/new.mov"), "copier");
+  machine.advance(std::chrono::milliseconds(99));
+  meter.wrote(5);
+  EXPECT_TRUE(reported(0));
+  machine.advance(std::chrono::milliseconds(1));
+  meter.wrote(1);
+  EXPECT_TRUE(reported(6));
+  machine.advance(std::chrono::milliseconds(99));
+  meter.wrote(1);
+  EXPECT_TRUE(reported(6)) << "the pause begins anew";
+}
+
 }  // namespace
 }  // namespace kmv::testing

@@ -1,56 +1,47 @@
 // SPDX-License-Identifier: MIT
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+// Events that are held, reordered, lost, found again or damaged, and the other faults.
+#include <set>
 
 #include "platform/simulated/Machine.h"
-#include "platform/simulated/SessionRecorder.h"
+#include "platform/simulated/SimulatedMachine.h"
 
-// Events that are held, put into another order, lost, found again or damaged.
 namespace kmv {
 namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using testing::SimulatedPlatform;
+using ::testing::SizeIs;
 
-class SimulatedDelivery : public ::testing::Test {
+class SimulatedDelivery : public SimulatedMachine {
  protected:
   SimulatedDelivery() { recorder.start(); }
-  Lines heard() {
-    machine.runUntilIdle();
-    return recorder.heard();
-  }
-
-  SimulatedPlatform& machine = SimulatedPlatform::install();
-  SessionRecorder recorder;
 };
 
 TEST_F(SimulatedDelivery, HeldEventsComeWhenAndInTheOrderTheTestWants) {
   machine.holdEvents();
-  for (const char* name : {"A", "B", "C", "D"}) machine.plugIn({.name = name});
+  for (const char* name : {"A", "B", "C", "D"}) plugIn(name);
   EXPECT_THAT(heard(), IsEmpty());
   machine.deliver(1);
   machine.deliverNext();
   EXPECT_THAT(heard(), ElementsAre("appeared B", "appeared A"));
-  ASSERT_EQ(machine.pendingEvents().size(), 2U);
-  EXPECT_EQ(machine.pendingEvents()[0].kind, testing::PendingEvent::Kind::appeared);
+  EXPECT_EQ(machine.pendingEvents().at(1).kind, testing::PendingEvent::Kind::appeared);
   EXPECT_DEATH(machine.deliver(2), "only 2 are held");
   machine.releaseEvents();
-  machine.plugIn({.name = "E"});
+  plugIn("E");
   EXPECT_THAT(heard(), ElementsAre("appeared C", "appeared D", "appeared E"));
 }
 
 TEST_F(SimulatedDelivery, ARescanReportsWhatWasLostExactlyOnce) {
-  const auto gone = machine.plugIn({.name = "GONE"});
-  const auto renamed = machine.plugIn({.name = "OLD", .mountPoint = "/Volumes/OLD"});
-  const auto moved = machine.plugIn({.name = "MOVED", .mountPoint = "/Volumes/MOVED"});
-  const auto same = machine.plugIn({.name = "SAME", .mountPoint = "/Volumes/SAME"});
+  const auto gone = plugIn("GONE");
+  const auto renamed = plugIn("OLD", "/Volumes/OLD");
+  const auto moved = plugIn("MOVED", "/Volumes/MOVED");
+  const auto same = plugIn("SAME", "/Volumes/SAME");
   heard();
   machine.loseNextEvent();
   machine.unplug(gone);
   EXPECT_THAT(heard(), IsEmpty());
   machine.holdEvents();
-  machine.plugIn({.name = "NEW"});
+  plugIn("NEW");
   machine.lose(0);
   machine.rename(renamed, "NAME");
   machine.move(moved, "/mnt/moved");
@@ -66,12 +57,12 @@ TEST_F(SimulatedDelivery, ARescanReportsWhatWasLostExactlyOnce) {
 }
 
 TEST_F(SimulatedDelivery, AfterLossesTheLibraryHearsWhatFitsWhatItKnows) {
-  const auto card = machine.plugIn({.name = "CARD"});
-  const auto disk = machine.plugIn({.name = "DISK", .mountPoint = "/Volumes/DISK"});
+  const auto card = plugIn("CARD");
+  const auto disk = plugIn("DISK", "/Volumes/DISK");
   heard();
   machine.holdEvents();
-  const auto unknown = machine.plugIn({.name = "UNKNOWN"});
-  const auto late = machine.plugIn({.name = "LATE"});
+  const auto unknown = plugIn("UNKNOWN");
+  const auto late = plugIn("LATE");
   machine.mount(card, "/Volumes/CARD");
   machine.move(disk, "/mnt/disk");
   for (int lost = 0; lost < 4; ++lost) machine.lose(0);
@@ -81,23 +72,33 @@ TEST_F(SimulatedDelivery, AfterLossesTheLibraryHearsWhatFitsWhatItKnows) {
   machine.releaseEvents();
   EXPECT_THAT(heard(), ElementsAre("disappeared DISK at /Volumes/DISK", "appeared DISK at /mnt/disk",
                                    "appeared LATE at /Volumes/LATE", "disappeared CARD"));
-  machine.rescan();
-  EXPECT_THAT(heard(), IsEmpty());
 }
 
-TEST_F(SimulatedDelivery, FaultsHitTheNextEventOnce) {
+TEST_F(SimulatedDelivery, EachFaultStrikesOnce) {
   machine.failNextDescription();
-  machine.plugIn({.name = "MUTE"});
+  plugIn("MUTE");
   machine.dropKeyFromNextDescription(key::kVolumeName);
-  machine.plugIn({.name = "NAMELESS"});
-  const auto brief = machine.plugIn({.name = "BRIEF"});
-  EXPECT_THAT(heard(), ElementsAre("appeared without description", "appeared", "appeared BRIEF"));
+  plugIn("NAMELESS");
+  const auto brief = plugIn("BRIEF");
+  EXPECT_THAT(heard(), ElementsAre("appeared without description", "appeared ?", "appeared BRIEF"));
   machine.vanishWhileDescribed(brief);
   machine.mount(brief, "/Volumes/BRIEF");
   EXPECT_THAT(heard(), ElementsAre("changed without description (DAVolumePath)", "disappeared BRIEF"));
   machine.rescan();
   EXPECT_THAT(heard(), ElementsAre("changed NAMELESS (DAVolumeName)", "appeared MUTE"))
       << "what could not be described was not told";
+
+  plugIn("CARD", "/Volumes/CARD");
+  machine.failNextMountedVolumeList();
+  EXPECT_THAT(platform.volumes().mountedVolumeURLs(), IsEmpty());
+  EXPECT_THAT(platform.volumes().mountedVolumeURLs(), SizeIs(1));
+  machine.failNextDriverLookup();
+  DriveStatistics statistics;
+  const auto reader = platform.ioRegistry().makeStatisticsReader();
+  for (const bool works : {false, true}) {
+    reader->read(0, statistics);
+    EXPECT_EQ(statistics.wereDriversFound, works);
+  }
 }
 
 /// The order of ten disks' appearances and renames after a shuffle.
@@ -122,7 +123,7 @@ std::vector<std::uint64_t> shuffledOrder(std::uint64_t seed) {
 
 TEST(SimulatedShuffle, RepeatsByItsSeedAndKeepsTheOrderOfEachDisk) {
   const auto order = shuffledOrder(1);
-  EXPECT_EQ(order.size(), 20U);
+  EXPECT_THAT(order, SizeIs(20));
   EXPECT_EQ(order, shuffledOrder(1));
   EXPECT_NE(order, shuffledOrder(2));
 }
