@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <KMVDriveLibrary/Export.h>
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -34,7 +36,7 @@ std::vector<std::string_view> split(std::string_view text, char delimiter);
 std::string joined(const std::vector<std::string_view>& parts, char delimiter);
 
 /// True for `folder` itself and every path below it; textual, both absolute and without trailing slashes.
-bool isAtOrBelow(std::string_view path, std::string_view folder);
+KMV_EXPORT bool isAtOrBelow(std::string_view path, std::string_view folder);
 
 /// The part after the last "/"; all of `path` when there is none.
 std::string_view lastComponent(std::string_view path);

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "base/Fatal.h"
+#include "base/Text.h"
 #include "platform/simulated/SimulatedClock.h"
 
 namespace kmv::simulated {
@@ -24,15 +25,10 @@ std::vector<std::string> componentsOf(std::string_view path) {
   return components;
 }
 
-/// True when `path` is `folder` or lies in it. Neither ends in "/"; the root is the empty text.
-bool isWithin(std::string_view path, std::string_view folder) {
-  return path.starts_with(folder) && (path.size() == folder.size() || path[folder.size()] == '/');
-}
-
 /// True when `item` is at `place` or below it, on the same volume.
 template <typename Place>
 bool holds(const Place& place, const Place& item) {
-  return item.first == place.first && isWithin(item.second, place.second);
+  return item.first == place.first && isAtOrBelow(item.second, place.second);
 }
 
 void requireAbsolute(const std::string& path) {
@@ -226,7 +222,7 @@ const std::string* SimulatedFileSystem::mountPoint(testing::DiskId volume) const
 SimulatedFileSystem::Place SimulatedFileSystem::placeOf(const std::string& resolvedPath) const {
   const Mount* holder = nullptr;
   for (const Mount& mount : mounts_) {
-    if (mount.where.empty() || !isWithin(resolvedPath, mount.where)) continue;
+    if (mount.where.empty() || !isAtOrBelow(resolvedPath, mount.where)) continue;
     // Of two mounts on one place, the later one covers the earlier.
     if (holder == nullptr || mount.where.size() >= holder->where.size()) holder = &mount;
   }
@@ -270,7 +266,7 @@ bool SimulatedFileSystem::isThere(const std::string& resolvedPath) const {
   return std::any_of(items_.begin(), items_.end(),
                      [&](const auto& item) { return holds(place, item.first); }) ||
          std::any_of(mounts_.begin(), mounts_.end(),
-                     [&](const Mount& mount) { return isWithin(mount.where, resolvedPath); });
+                     [&](const Mount& mount) { return isAtOrBelow(mount.where, resolvedPath); });
 }
 
 std::set<std::string> SimulatedFileSystem::contentsOfFolder(const std::string& resolvedPath) const {
@@ -278,7 +274,7 @@ std::set<std::string> SimulatedFileSystem::contentsOfFolder(const std::string& r
   const Place place = placeOf(folder);
   std::set<std::string> names;
   const auto addChild = [&names](std::string_view path, std::string_view above) {
-    if (!isWithin(path, above) || path.size() == above.size()) return;
+    if (!isAtOrBelow(path, above) || path.size() == above.size()) return;
     const std::string_view rest = path.substr(above.size() + 1);
     names.emplace(rest.substr(0, rest.find('/')));
   };
