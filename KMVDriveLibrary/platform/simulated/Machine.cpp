@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "platform/simulated/Machine.h"
+#include "base/DifferingKeys.h"
 
 #include <KMVDriveLibrary/DescriptionKeys.h>
 #include <KMVDriveLibrary/DissentStatus.h>

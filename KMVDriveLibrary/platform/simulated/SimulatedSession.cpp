@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "platform/simulated/SimulatedSession.h"
+#include "base/DifferingKeys.h"
 
 #include <utility>
 

@@ -28,7 +28,7 @@ MountIdAnswer mountIdAtPath(const std::string& path) {
   return ask(AT_FDCWD, path.c_str(), 0);
 }
 
-MountIdAnswer mountIdOfDescriptor(int descriptor) {
+MountIdAnswer mountIdOfOpenFile(int descriptor) {
   return ask(descriptor, "", AT_EMPTY_PATH);
 }
 

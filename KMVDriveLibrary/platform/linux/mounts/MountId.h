@@ -20,6 +20,6 @@ struct MountIdAnswer {
 MountIdAnswer mountIdAtPath(const std::string& path);
 
 /// Of what the descriptor has open. While it is open its mount's id is given to no other.
-MountIdAnswer mountIdOfDescriptor(int descriptor);
+MountIdAnswer mountIdOfOpenFile(int descriptor);
 
 }  // namespace kmv

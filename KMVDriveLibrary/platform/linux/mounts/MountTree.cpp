@@ -5,6 +5,7 @@
 #include <tuple>
 #include <utility>
 
+#include "base/Text.h"
 #include "platform/linux/mounts/VolumeRules.h"
 
 namespace kmv {
@@ -59,23 +60,11 @@ struct MountTree::Instance {
   const Node* canonical = nullptr;
 };
 
-struct MountTree::ByParentAndPoint {
-  using is_transparent = void;
-  using Place = std::pair<std::uint64_t, std::string_view>;
-  static Place place(const Node* node) { return {node->entry.parent, node->entry.point}; }
-  bool operator()(const Node* a, const Node* b) const {
-    return std::pair(place(a), a->entry.id) < std::pair(place(b), b->entry.id);
-  }
-  bool operator()(const Node* a, const Place& b) const { return place(a) < b; }
-  bool operator()(const Place& a, const Node* b) const { return a < place(b); }
-};
-
 SuperblockKey superblockOf(const MountEntry& entry) {
   return {entry.device, isNetworkKind(entry.kind) ? entry.source : std::string()};
 }
 
-MountTree::MountTree(IsDirectory isDirectory)
-    : isDirectory_(std::move(isDirectory)), places_(std::make_unique<std::set<Node*, ByParentAndPoint>>()) {}
+MountTree::MountTree(IsDirectory isDirectory) : isDirectory_(std::move(isDirectory)) {}
 
 MountTree::~MountTree() = default;
 MountTree::MountTree(MountTree&&) noexcept = default;
@@ -96,8 +85,7 @@ std::vector<VolumeChange> MountTree::apply(const MountDelta& delta) {
     insert(entry, dirty, moved ? before->second.second : applied_);
   }
   decideReachability(dirty);
-  std::vector<VolumeChange> changes;
-  decideInstances(dirty, changes);
+  std::vector<VolumeChange> changes = decideInstances(dirty);
   if (!changes.empty()) ++volumeGeneration_;
   return changes;
 }
@@ -112,7 +100,7 @@ void MountTree::insert(const MountEntry& entry, Dirty& dirty, std::uint64_t atta
   if (node.entry.parent == node.entry.id) node.entry.parent = 0;
   node.ownRule = ownRule(entry);
   mounts_.emplace(entry.id, std::move(owned));
-  places_->insert(&node);
+  places_.insert(node.entry);
   points_[node.entry.point].insert(&node);
   if (node.ownRule.empty()) {
     const InstanceKey key{superblockOf(entry), entry.root};
@@ -134,7 +122,7 @@ void MountTree::erase(std::uint64_t id, Dirty& dirty) {
   if (found == mounts_.end()) return;
   Node& node = *found->second;
   markNeighbours(node, dirty);
-  places_->erase(&node);
+  places_.erase(node.entry);
   const auto point = points_.find(node.entry.point);
   point->second.erase(&node);
   if (point->second.empty()) points_.erase(point);
@@ -150,16 +138,10 @@ void MountTree::erase(std::uint64_t id, Dirty& dirty) {
 /// Whatever this mount hides or stops hiding: the mount it stands on, its siblings below its point, and what
 /// stands on it.
 void MountTree::markNeighbours(const Node& node, Dirty& dirty) const {
-  dirty.mounts.insert(node.entry.parent);
-  const PathRange below = pathsBelow(node.entry.point);
-  using Place = ByParentAndPoint::Place;
-  auto sibling = places_->lower_bound(Place(node.entry.parent, below.from));
-  const auto end = places_->lower_bound(Place(node.entry.parent, below.to));
-  for (; sibling != end; ++sibling) dirty.mounts.insert((*sibling)->entry.id);
-  auto child = places_->lower_bound(Place(node.entry.id, std::string_view()));
-  for (; child != places_->end() && (*child)->entry.parent == node.entry.id; ++child) {
-    dirty.mounts.insert((*child)->entry.id);
-  }
+  const auto mark = [&](std::uint64_t id) { dirty.mounts.insert(id); };
+  mark(node.entry.parent);
+  places_.forEachBelow(node.entry.parent, node.entry.point, mark);
+  places_.forEachChild(node.entry.id, mark);
 }
 
 void MountTree::decideReachability(Dirty& dirty) {
@@ -173,25 +155,18 @@ void MountTree::decideReachability(Dirty& dirty) {
 
 void MountTree::decide(Node& node, Dirty& dirty) {
   const bool wasShadowed = node.shadowed;
-  node.covered = hasMountAt(node.entry.id, node.entry.point);
+  node.covered = places_.hasMountAt(node.entry.id, node.entry.point);
   node.shadowed = isShadowed(node);
   if (node.shadowed != wasShadowed) {
-    auto child = places_->lower_bound(ByParentAndPoint::Place(node.entry.id, std::string_view()));
-    for (; child != places_->end() && (*child)->entry.parent == node.entry.id; ++child) {
-      dirty.mounts.insert((*child)->entry.id);
-    }
+    places_.forEachChild(node.entry.id, [&](std::uint64_t id) { dirty.mounts.insert(id); });
   }
   if (node.instance != nullptr) setReachable(node, !node.covered && !node.shadowed && !node.retired, dirty);
 }
 
-bool MountTree::hasMountAt(std::uint64_t parent, std::string_view point) const {
-  const auto found = places_->lower_bound(ByParentAndPoint::Place(parent, point));
-  return found != places_->end() && ByParentAndPoint::place(*found) == ByParentAndPoint::Place(parent, point);
-}
-
 bool MountTree::isShadowed(const Node& node) const {
-  const bool belowSibling = anyFolderAbove(
-      node.entry.point, [&](std::string_view folder) { return hasMountAt(node.entry.parent, folder); });
+  const bool belowSibling = anyFolderAbove(node.entry.point, [&](std::string_view folder) {
+    return places_.hasMountAt(node.entry.parent, folder);
+  });
   if (belowSibling) return true;
   const auto parent = mounts_.find(node.entry.parent);
   return parent != mounts_.end() && parent->second->shadowed;
@@ -203,8 +178,21 @@ void MountTree::setReachable(Node& node, bool reachable, Dirty& dirty) {
   if (changed) dirty.instances.insert(node.instance->key);
 }
 
-void MountTree::decideInstances(Dirty& dirty, std::vector<VolumeChange>& changes) {
-  std::set<InstanceKey> decided;
+std::vector<VolumeChange> MountTree::decideInstances(Dirty& dirty) {
+  std::vector<VolumeChange> changes;
+  for (const InstanceKey& key : takeDirtyInstances(dirty)) {
+    const auto found = instances_.find(key);
+    decideInstance(found->second);
+    const Node* canonical = found->second.canonical;
+    changes.push_back({key, canonical == nullptr ? std::nullopt : std::optional(canonical->entry)});
+    if (found->second.members.empty()) instances_.erase(found);
+  }
+  return changes;
+}
+
+/// With the folders of an instance that came or went: they become part of it, or stand for themselves again.
+std::set<InstanceKey> MountTree::takeDirtyInstances(Dirty& dirty) {
+  std::set<InstanceKey> taken;
   while (!dirty.instances.empty()) {
     const InstanceKey key = *dirty.instances.begin();
     dirty.instances.erase(dirty.instances.begin());
@@ -213,22 +201,15 @@ void MountTree::decideInstances(Dirty& dirty, std::vector<VolumeChange>& changes
     Instance& instance = found->second;
     const bool present = !instance.reachable.empty();
     if (present != instance.present) {
-      // Folders of it become part of it, or stand for themselves again.
       const PathRange below = pathsBelow(key.root);
       auto inside = instances_.lower_bound(InstanceKey{key.superblock, below.from});
       const auto end = instances_.lower_bound(InstanceKey{key.superblock, below.to});
       for (; inside != end; ++inside) dirty.instances.insert(inside->first);
       instance.present = present;
     }
-    decided.insert(key);
+    taken.insert(key);
   }
-  for (const InstanceKey& key : decided) {
-    const auto found = instances_.find(key);
-    decideInstance(found->second);
-    const Node* canonical = found->second.canonical;
-    changes.push_back({key, canonical == nullptr ? std::nullopt : std::optional(canonical->entry)});
-    if (found->second.members.empty()) instances_.erase(found);
-  }
+  return taken;
 }
 
 void MountTree::decideInstance(Instance& instance) {
@@ -288,13 +269,7 @@ bool MountTree::rootIsDirectory(Instance& instance) {
   bool answer = true;
   for (const Node* node : instance.reachable) {
     // A mount on something below it needs a folder, and no question.
-    const PathRange below = pathsBelow(node->entry.point);
-    const auto child = places_->lower_bound(ByParentAndPoint::Place(node->entry.id, below.from));
-    if (child != places_->end() &&
-        ByParentAndPoint::place(*child) < ByParentAndPoint::Place(node->entry.id, below.to)) {
-      instance.isDirectory = true;
-      return true;
-    }
+    if (places_.hasMountBelow(node->entry.id, node->entry.point)) return *(instance.isDirectory = true);
   }
   const Node& node = **instance.reachable.begin();
   if (isBlockBacked(node.entry) && standsOnLocalMounts(node)) answer = isDirectory_(node.entry);
@@ -324,8 +299,7 @@ void MountTree::retire(const SuperblockKey& superblock) {
       setReachable(*node, false, dirty);
     }
   }
-  std::vector<VolumeChange> ignored;
-  decideInstances(dirty, ignored);
+  decideInstances(dirty);  // nobody is told: who retires knows what ended
 }
 
 bool MountTree::wasMountedThroughout(const SuperblockKey& superblock) const {

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "platform/linux/mounts/MountDelta.h"
+#include "platform/linux/mounts/MountPlaces.h"
 
 namespace kmv {
 
@@ -84,7 +85,6 @@ class MountTree {
  private:
   struct Instance;
   struct Node;
-  struct ByParentAndPoint;
   struct ByOrder {
     bool operator()(const Node* a, const Node* b) const;
   };
@@ -99,9 +99,9 @@ class MountTree {
   void decideReachability(Dirty& dirty);
   void decide(Node& node, Dirty& dirty);
   void setReachable(Node& node, bool reachable, Dirty& dirty);
-  void decideInstances(Dirty& dirty, std::vector<VolumeChange>& changes);
+  std::vector<VolumeChange> decideInstances(Dirty& dirty);
+  std::set<InstanceKey> takeDirtyInstances(Dirty& dirty);
   void decideInstance(Instance& instance);
-  bool hasMountAt(std::uint64_t parent, std::string_view point) const;
   bool isShadowed(const Node& node) const;
   const Instance* outerOf(const Instance& instance) const;
   bool rootIsDirectory(Instance& instance);
@@ -112,7 +112,7 @@ class MountTree {
   std::uint64_t applied_ = 0;  // differences so far
   std::uint64_t volumeGeneration_ = 0;
   std::unordered_map<std::uint64_t, std::unique_ptr<Node>> mounts_;
-  std::unique_ptr<std::set<Node*, ByParentAndPoint>> places_;
+  MountPlaces places_;
   std::map<std::string, std::set<Node*>, std::less<>> points_;  // by mount point
   std::map<InstanceKey, Instance> instances_;
 };

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "platform/linux/session/CommandThreads.h"
 
-#include <condition_variable>
-#include <mutex>
+#include <KMVDriveLibrary/Mutex.h>
+
 #include <utility>
 
 #include "platform/linux/queues/Threads.h"
@@ -10,18 +10,18 @@
 namespace kmv {
 
 struct CommandThreads::State {
-  std::mutex mutex;
-  std::condition_variable ended;
-  int running = 0;
+  Mutex mutex;
+  ConditionVariable ended;
+  int running KMV_GUARDED_BY(mutex) = 0;
 
   void begin() {
-    const std::lock_guard lock(mutex);
+    const MutexLock lock(mutex);
     ++running;
   }
   void end() {
-    const std::lock_guard lock(mutex);
+    const MutexLock lock(mutex);
     --running;
-    ended.notify_all();
+    ended.notifyAll();
   }
 };
 
@@ -33,8 +33,9 @@ struct CommandThreads::Job {
 CommandThreads::CommandThreads() : state_(std::make_shared<State>()) {}
 
 CommandThreads::~CommandThreads() {
-  std::unique_lock lock(state_->mutex);
-  state_->ended.wait(lock, [this] { return state_->running == 0; });
+  State& state = *state_;
+  MutexLock lock(state.mutex);
+  while (state.running != 0) state.ended.wait(lock);
 }
 
 bool CommandThreads::start(std::function<void()> command) {

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "platform/linux/session/DiskModel.h"
 
-#include <KMVDriveLibrary/DescriptionKeys.h>
-
 #include <algorithm>
 #include <utility>
 
@@ -12,15 +10,6 @@
 
 namespace kmv {
 
-/// One announced disk.
-struct DiskModel::Disk {
-  double appearanceTime = 0;
-  std::optional<InstanceKey> instance;  // what is mounted; none for the unmounted disk of a device
-  std::string point;
-  Dictionary told;      // as last announced
-  Dictionary baseline;  // as at its last event that brought or took a path
-};
-
 /// A device, or a mounted file system without one, with everything mounted from it.
 struct DiskModel::Storage {
   StorageKey key;
@@ -28,7 +17,7 @@ struct DiskModel::Storage {
   std::optional<SignatureFacts> probed;  // newer than the device's own
   std::map<InstanceKey, MountEntry> mounts;
   std::set<SuperblockKey> superblocks;
-  std::vector<Disk> disks;
+  std::vector<AnnouncedDisk> disks;
   std::map<InstanceKey, double> moving;  // appearance times of disks between their old path and their new one
   std::uint64_t ticket = 0;              // of the probe whose answer counts; 0 for none
   bool awaitsProbe = false;
@@ -111,7 +100,7 @@ void DiskModel::forget(const StorageKey& key, const SuperblockKey* stays) {
   const auto found = storages_.find(key);
   if (found == storages_.end()) return;
   Storage& storage = found->second;
-  for (const Disk& disk : storage.disks) tellDisappeared(disk);
+  for (const AnnouncedDisk& disk : storage.disks) announcements_.disappeared(disk);
   // Those mounts too that something hides at the moment.
   if (storage.device) storage.superblocks.insert(key);
   for (const SuperblockKey& superblock : storage.superblocks) {
@@ -262,46 +251,44 @@ std::vector<DiskEvent> DiskModel::settle(Clock::time_point now) {
     tellGains(storage);
     if (!storage.device && storage.mounts.empty()) storages_.erase(key);
   }
-  return std::exchange(events_, {});
+  return announcements_.take();
 }
 
 void DiskModel::tellLosses(Storage& storage, bool withheld) {
+  const bool keepsUnmounted = storage.reportsUnmounted() || !storage.mounts.empty();
   for (std::size_t i = 0; i < storage.disks.size();) {
-    Disk& disk = storage.disks[i];
-    if (!disk.instance) {
-      const bool stays = storage.reportsUnmounted() || !storage.mounts.empty();
-      if (!stays) tellDisappeared(disk);
-      if (!stays) storage.disks.erase(storage.disks.begin() + static_cast<std::ptrdiff_t>(i));
-      i += stays ? 1 : 0;
-      continue;
-    }
-    const auto mount = storage.mounts.find(*disk.instance);
-    const bool mounted = mount != storage.mounts.end();
-    if (mounted && mount->second.point == disk.point) {
-      ++i;
-      continue;
-    }
-    const bool moves = mounted && !withheld;
-    if (!moves && storage.disks.size() == 1 && storage.reportsUnmounted()) {
-      disk.instance.reset();
-      disk.point.clear();
-      tellChange(storage, disk, nullptr);
-      ++i;
-      continue;
-    }
-    // Hosts know a mounted drive by its path: one that moves leaves and comes.
-    if (mounted) storage.moving.insert_or_assign(*disk.instance, disk.appearanceTime);
-    tellDisappeared(disk);
-    storage.disks.erase(storage.disks.begin() + static_cast<std::ptrdiff_t>(i));
+    const AnnouncedDisk& disk = storage.disks[i];
+    const auto mount = disk.instance ? storage.mounts.find(*disk.instance) : storage.mounts.end();
+    const bool isInPlace = mount != storage.mounts.end() && mount->second.point == disk.point;
+    const std::size_t before = storage.disks.size();
+    if (disk.instance ? !isInPlace : !keepsUnmounted) tellLoss(storage, i, withheld);
+    if (storage.disks.size() == before) ++i;
   }
+}
+
+/// A disk whose path or device is gone: it stays as the unmounted disk of its device, or leaves the list.
+void DiskModel::tellLoss(Storage& storage, std::size_t index, bool withheld) {
+  AnnouncedDisk& disk = storage.disks[index];
+  const bool isMounted = disk.instance && storage.mounts.contains(*disk.instance);
+  const bool moves = isMounted && !withheld;
+  if (disk.instance && !moves && storage.disks.size() == 1 && storage.reportsUnmounted()) {
+    disk.instance.reset();
+    disk.point.clear();
+    tellChange(storage, disk, nullptr);
+    return;
+  }
+  // Hosts know a mounted drive by its path: one that moves leaves and comes.
+  if (isMounted) storage.moving.insert_or_assign(*disk.instance, disk.appearanceTime);
+  announcements_.disappeared(disk);
+  storage.disks.erase(storage.disks.begin() + static_cast<std::ptrdiff_t>(index));
 }
 
 void DiskModel::tellGains(Storage& storage) {
   for (const auto& [instance, mount] : storage.mounts) {
-    const auto disk =
-        std::find_if(storage.disks.begin(), storage.disks.end(), [&key = instance](const Disk& candidate) {
-          return !candidate.instance || *candidate.instance == key;
-        });
+    const auto disk = std::find_if(storage.disks.begin(), storage.disks.end(),
+                                   [&key = instance](const AnnouncedDisk& candidate) {
+                                     return !candidate.instance || *candidate.instance == key;
+                                   });
     if (disk == storage.disks.end()) {
       tellAppeared(storage, &instance, &mount);
       continue;
@@ -319,55 +306,18 @@ void DiskModel::tellGains(Storage& storage) {
   }
 }
 
-void DiskModel::tellChange(Storage& storage, Disk& disk, const MountEntry* mount) {
-  Dictionary now = describe(storage, mount, disk.appearanceTime);
-  ChangedKeys sinceTold = differingKeys(disk.told, now);
-  if (sinceTold.empty()) return noteMounted(disk.told, mount);  // it may be another mount of the same
-  const bool pathChanged = std::find(sinceTold.begin(), sinceTold.end(), key::kVolumePath) != sinceTold.end();
-  // Whoever heard only of paths is told everything that differs since then; a value that came back counts as
-  // changed too where nothing else is left to tell.
-  ChangedKeys keys = differingKeys(disk.baseline, now);
-  if (keys.empty()) keys = std::move(sinceTold);
-  noteUnmounted(disk.told);
-  noteMounted(now, mount);
-  disk.told = now;
-  if (pathChanged) disk.baseline = now;
-  events_.push_back({DiskEvent::Kind::changed, std::move(now), std::move(keys)});
+void DiskModel::tellChange(const Storage& storage, AnnouncedDisk& disk, const MountEntry* mount) {
+  announcements_.changed(disk, describe(storage, mount, disk.appearanceTime), mount);
 }
 
 void DiskModel::tellAppeared(Storage& storage, const InstanceKey* instance, const MountEntry* mount) {
-  Disk disk;
+  AnnouncedDisk disk;
   const auto moved = instance == nullptr ? storage.moving.end() : storage.moving.find(*instance);
   disk.appearanceTime = moved == storage.moving.end() ? outside_.nextAppearanceTime() : moved->second;
   if (instance != nullptr) disk.instance = *instance;
   if (mount != nullptr) disk.point = mount->point;
-  disk.told = disk.baseline = describe(storage, mount, disk.appearanceTime);
-  noteMounted(disk.told, mount);
-  events_.push_back({DiskEvent::Kind::appeared, disk.told, {}});
+  announcements_.appeared(disk, describe(storage, mount, disk.appearanceTime), mount);
   storage.disks.push_back(std::move(disk));
-}
-
-void DiskModel::tellDisappeared(const Disk& disk) {
-  noteUnmounted(disk.told);
-  events_.push_back({DiskEvent::Kind::disappeared, disk.told, {}});
-}
-
-void DiskModel::noteMounted(const Dictionary& description, const MountEntry* mount) {
-  if (mount != nullptr) mounted_.insert_or_assign(mount->point, MountedDisk{description, *mount});
-}
-
-/// Another disk may have taken the path over already.
-void DiskModel::noteUnmounted(const Dictionary& description) {
-  const URL* path = description.url(key::kVolumePath);
-  const auto found = path == nullptr ? mounted_.end() : mounted_.find(path->path());
-  if (found == mounted_.end()) return;
-  const double time = description.doubleValue(key::kAppearanceTime);
-  if (found->second.description.doubleValue(key::kAppearanceTime) == time) mounted_.erase(found);
-}
-
-const DiskModel::MountedDisk* DiskModel::diskAt(const std::string& point) const {
-  const auto found = mounted_.find(point);
-  return found == mounted_.end() ? nullptr : &found->second;
 }
 
 bool DiskModel::isAwaitedAt(const std::string& point) const {

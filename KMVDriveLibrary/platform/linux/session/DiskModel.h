@@ -15,16 +15,9 @@
 #include "platform/linux/devices/BlockDevices.h"
 #include "platform/linux/devices/Probe.h"
 #include "platform/linux/mounts/MountTree.h"
+#include "platform/linux/session/DiskAnnouncements.h"
 
 namespace kmv {
-
-/// What the session's callbacks are to be told.
-struct DiskEvent {
-  enum class Kind { appeared, changed, disappeared };
-  Kind kind;
-  Dictionary description;
-  ChangedKeys changedKeys;  ///< of `changed` only
-};
 
 /// Which disks there are, from two sources that know nothing of each other: devices and mounts.
 ///
@@ -75,13 +68,8 @@ class DiskModel {
 
   std::vector<DiskEvent> settle(Clock::time_point now);
 
-  /// A drive as it was last told, and the mount by which it is known.
-  struct MountedDisk {
-    Dictionary description;
-    MountEntry mount;
-  };
   /// The drive mounted exactly at `point`; null when none was told. Valid until the next `settle`.
-  const MountedDisk* diskAt(const std::string& point) const;
+  const MountedDisk* diskAt(const std::string& point) const { return announcements_.diskAt(point); }
   /// True when a volume is mounted at `point` that will be told as soon as its device is identified.
   bool isAwaitedAt(const std::string& point) const;
 
@@ -92,7 +80,6 @@ class DiskModel {
   std::optional<Clock::time_point> nextDeadline() const;
 
  private:
-  struct Disk;
   struct Storage;
   /// A device's number, or the file system's key where it has no device.
   using StorageKey = SuperblockKey;
@@ -115,11 +102,9 @@ class DiskModel {
 
   void tellLosses(Storage& storage, bool withheld);
   void tellGains(Storage& storage);
-  void tellChange(Storage& storage, Disk& disk, const MountEntry* mount);
+  void tellLoss(Storage& storage, std::size_t index, bool withheld);
+  void tellChange(const Storage& storage, AnnouncedDisk& disk, const MountEntry* mount);
   void tellAppeared(Storage& storage, const InstanceKey* instance, const MountEntry* mount);
-  void tellDisappeared(const Disk& disk);
-  void noteMounted(const Dictionary& description, const MountEntry* mount);
-  void noteUnmounted(const Dictionary& description);
   Dictionary describe(const Storage& storage, const MountEntry* mount, double appearanceTime) const;
 
   Outside outside_;
@@ -132,8 +117,7 @@ class DiskModel {
   std::set<StorageKey> dirty_;
   std::set<StorageKey> unasked_;  // want a probe that was not handed out
   std::set<std::pair<Clock::time_point, StorageKey>> deadlines_;
-  std::map<std::string, MountedDisk> mounted_;  // by mount point
-  std::vector<DiskEvent> events_;
+  DiskAnnouncements announcements_;
 };
 
 }  // namespace kmv

@@ -35,12 +35,12 @@ class DescribedDisk final : public Disk {
 /// A disk that a host asked for. It remembers its mount, by which a command finds the volume.
 class MountedVolume final : public Disk {
  public:
-  explicit MountedVolume(DiskModel::MountedDisk disk) : disk_(std::move(disk)) {}
+  explicit MountedVolume(MountedDisk disk) : disk_(std::move(disk)) {}
   std::optional<Dictionary> copyDescription() const override { return disk_.description; }
-  const DiskModel::MountedDisk& disk() const { return disk_; }
+  const MountedDisk& disk() const { return disk_; }
 
  private:
-  DiskModel::MountedDisk disk_;
+  MountedDisk disk_;
 };
 
 TargetVolume targetOf(const MountEntry& mount) {
@@ -90,7 +90,7 @@ LinuxSession::LinuxSession(LinuxOptions options, std::shared_ptr<MountTable> mou
 
 LinuxSession::~LinuxSession() {
   {
-    std::lock_guard lock(questionsMutex_);
+    const MutexLock lock(questionsMutex_);
     listens_ = false;
   }
   *stopped_ = true;
@@ -125,13 +125,13 @@ void LinuxSession::registerCallbacks(const DiskCallbacks& callbacks, void* conte
                          [this](const MountEntry& mount) { return pointIsDirectory(options_.view(), mount); },
                          nextAppearanceTime, options_.probing});
   thread_ = startThread("kmv-events", [this] { run(); });
-  std::lock_guard lock(questionsMutex_);
+  const MutexLock lock(questionsMutex_);
   listens_ = true;
 }
 
 std::unique_ptr<Disk> LinuxSession::diskFromVolumePath(const URL& volume) {
   if (!volume.isFileURL()) return nullptr;
-  MountedDisk mounted = mountedDiskAt(volume.path());
+  FoundDisk mounted = mountedDiskAt(volume.path());
   return mounted ? std::make_unique<MountedVolume>(std::move(*mounted)) : nullptr;
 }
 
@@ -159,8 +159,8 @@ void LinuxSession::start(const Disk& disk, Command command) {
 }
 
 /// What the command did is looked at before its end is told, so that the events it brings are queued first.
-void LinuxSession::finish(const DiskModel::MountedDisk& before, Dissent dissent, const Command& command) {
-  const MountedDisk after = mountedDiskAt(before.mount.point, command.changesMedium);
+void LinuxSession::finish(const MountedDisk& before, Dissent dissent, const Command& command) {
+  const FoundDisk after = mountedDiskAt(before.mount.point, command.changesMedium);
   // Another volume may have taken the place.
   const bool isThere =
       after && after->mount.device == before.mount.device && after->mount.root == before.mount.root;
@@ -174,10 +174,10 @@ void LinuxSession::finish(const DiskModel::MountedDisk& before, Dissent dissent,
       });
 }
 
-LinuxSession::MountedDisk LinuxSession::mountedDiskAt(const std::string& point, bool readAnew) {
-  std::future<MountedDisk> answer;
+LinuxSession::FoundDisk LinuxSession::mountedDiskAt(const std::string& point, bool readAnew) {
+  std::future<FoundDisk> answer;
   {
-    std::lock_guard lock(questionsMutex_);
+    const MutexLock lock(questionsMutex_);
     if (listens_) answer = questions_.emplace_back(Question{point, readAnew, {}}).answer.get_future();
   }
   if (!answer.valid()) return describeWithoutListening(point);
@@ -186,7 +186,7 @@ LinuxSession::MountedDisk LinuxSession::mountedDiskAt(const std::string& point, 
 }
 
 /// Before anybody listens there is no event thread to ask: the machine is looked at once, here.
-LinuxSession::MountedDisk LinuxSession::describeWithoutListening(const std::string& point) const {
+LinuxSession::FoundDisk LinuxSession::describeWithoutListening(const std::string& point) const {
   std::optional<MountEntry> mount;
   mounts_->readAnew([&](const MountTree& tree) {
     tree.forEach([&](const MountEntry& entry, std::string_view rule) {
@@ -199,13 +199,13 @@ LinuxSession::MountedDisk LinuxSession::describeWithoutListening(const std::stri
     if (auto facts = probeDevice(options_, {*device, mount->kind})) device->facts = std::move(*facts);
   }
   Dictionary description = describeDisk(device ? &*device : nullptr, &*mount, nextAppearanceTime());
-  return DiskModel::MountedDisk{std::move(description), std::move(*mount)};
+  return MountedDisk{std::move(description), std::move(*mount)};
 }
 
 void LinuxSession::takeQuestions() {
   const std::size_t known = open_.size();
   {
-    std::lock_guard lock(questionsMutex_);
+    const MutexLock lock(questionsMutex_);
     for (Question& question : questions_) open_.push_back(std::move(question));
     questions_.clear();
   }
@@ -216,7 +216,7 @@ void LinuxSession::takeQuestions() {
 
 /// The kernel does not announce what is written to a mounted medium.
 void LinuxSession::readAnew(const std::string& point) {
-  const DiskModel::MountedDisk* const disk = model_->diskAt(point);
+  const MountedDisk* const disk = model_->diskAt(point);
   if (disk == nullptr || !isBlockBacked(disk->mount)) return;
   if (auto device = devices_.readBehind(disk->mount)) model_->deviceSeen(std::move(*device));
 }
@@ -225,9 +225,9 @@ void LinuxSession::readAnew(const std::string& point) {
 /// does so for a second at most.
 void LinuxSession::answerQuestions() {
   std::erase_if(open_, [this](Question& question) {
-    const DiskModel::MountedDisk* disk = model_->diskAt(question.point);
+    const MountedDisk* disk = model_->diskAt(question.point);
     if ((disk == nullptr || question.readAnew) && model_->isAwaitedAt(question.point)) return false;
-    question.answer.set_value(disk == nullptr ? MountedDisk() : MountedDisk(*disk));
+    question.answer.set_value(disk == nullptr ? FoundDisk() : FoundDisk(*disk));
     return true;
   });
 }

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <KMVDriveLibrary/Mutex.h>
+
 #include <atomic>
 #include <functional>
 #include <future>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
@@ -43,16 +44,16 @@ class LinuxSession final : public DiskArbitrationSession {
               void* context) override;
 
  private:
-  using MountedDisk = std::optional<DiskModel::MountedDisk>;
+  using FoundDisk = std::optional<MountedDisk>;
   /// Somebody waits for the drive at a mount point, as it is after the event thread looked at the machine
   /// once more.
   struct Question {
     std::string point;
     bool readAnew = false;  // the medium was written to: what it says of itself is to be read again first
-    std::promise<MountedDisk> answer;
+    std::promise<FoundDisk> answer;
   };
-  MountedDisk mountedDiskAt(const std::string& point, bool readAnew = false);
-  MountedDisk describeWithoutListening(const std::string& point) const;
+  FoundDisk mountedDiskAt(const std::string& point, bool readAnew = false);
+  FoundDisk describeWithoutListening(const std::string& point) const;
   /// A function that carries a command out, and whom to tell.
   struct Command {
     std::function<Dissent(const TargetVolume&)> carryOut;
@@ -61,7 +62,7 @@ class LinuxSession final : public DiskArbitrationSession {
     bool changesMedium = false;
   };
   void start(const Disk& disk, Command command);
-  void finish(const DiskModel::MountedDisk& before, Dissent dissent, const Command& command);
+  void finish(const MountedDisk& before, Dissent dissent, const Command& command);
   void takeQuestions();
   void readAnew(const std::string& point);
   void answerQuestions();
@@ -95,9 +96,9 @@ class LinuxSession final : public DiskArbitrationSession {
 
   std::vector<Question> open_;  // taken, but not answered yet
 
-  std::mutex questionsMutex_;
-  std::vector<Question> questions_;
-  bool listens_ = false;  // guarded by the mutex: the event thread runs and answers
+  Mutex questionsMutex_;
+  std::vector<Question> questions_ KMV_GUARDED_BY(questionsMutex_);
+  bool listens_ KMV_GUARDED_BY(questionsMutex_) = false;  // the event thread runs and answers
 
   std::thread thread_;
   CommandThreads commandThreads_;  // the last member: commands that run use the others
