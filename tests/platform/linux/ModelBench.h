@@ -5,6 +5,7 @@
 
 #include <map>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -54,13 +55,15 @@ class ModelBench {
     present[device.number] = device;
     model.deviceSeen(device);
   }
-  void unplug(DeviceNumber number) {
-    present.erase(number);
-    model.deviceRemoved(number);
+
+  /// Carries out steps that "; " separates. Devices are "sda" to "sdz"; WHAT is one of them, or a kind of file system
+  /// without a device, or "btrfs:/root" on sda.
+  ///   plug NAME [MEDIUM]   insert NAME [MEDIUM] (nobody hears of it)   unplug NAME
+  ///   mount ID WHAT POINT [PARENT]   umount ID   move ID POINT   replace ID ID2 WHAT POINT (in one difference)
+  void does(const std::string& steps) {
+    std::istringstream all(steps);
+    for (std::string step; std::getline(all >> std::ws, step, ';');) doOne(step);
   }
-  void attach(const MountEntry& entry) { model.mountsChanged({{}, {entry}}); }
-  void detach(const MountEntry& entry) { model.mountsChanged({{entry}, {}}); }
-  void move(const MountEntry& from, const MountEntry& to) { model.mountsChanged({{from}, {to}}); }
 
   std::vector<std::string> told() {
     std::vector<std::string> lines;
@@ -84,6 +87,50 @@ class ModelBench {
   DiskModel::Clock::time_point now{};
 
  private:
+  static DeviceNumber numberOf(const std::string& name) {
+    if (!name.starts_with("sd")) return {0, 40};
+    return {8, static_cast<unsigned>(name[2] - 'a')};
+  }
+  static MountEntry mountOf(std::istringstream& words) {
+    std::uint64_t id = 0, parent = 0;
+    std::string what, point, root = "/";
+    words >> id >> what >> point;
+    if (const std::size_t colon = what.find(':'); colon != std::string::npos) {
+      root = what.substr(colon + 1);
+      what.resize(colon);
+    }
+    MountEntry entry = mount(id, numberOf(what), point, what.starts_with("sd") ? "ext4" : what, root);
+    if (words >> parent) entry.parent = parent;
+    return entry;
+  }
+  void doOne(const std::string& step) {
+    std::istringstream words(step);
+    std::string verb, name;
+    words >> verb;
+    MountDelta delta;
+    if (verb == "plug" || verb == "insert" || verb == "unplug") {
+      std::uint64_t medium = 1;
+      words >> name >> medium;
+      const BlockDevice device = disk(numberOf(name).minor, name, words ? medium : 1);
+      if (verb == "plug") return plug(device);
+      if (verb == "insert") return (void)(present[device.number] = device);
+      present.erase(device.number);
+      return model.deviceRemoved(device.number);
+    }
+    std::uint64_t id = 0;
+    if (verb != "mount") {
+      words >> id;
+      delta.detached = {mounts_.at(id)};
+    }
+    if (verb == "move") {
+      delta.attached = delta.detached;
+      words >> delta.attached.front().point;
+    }
+    if (verb == "mount" || verb == "replace") delta.attached = {mountOf(words)};
+    if (id != 0) mounts_.erase(id);
+    for (const MountEntry& entry : delta.attached) mounts_[entry.id] = entry;
+    model.mountsChanged(delta);
+  }
   std::optional<BlockDevice> visibleBehind(const MountEntry& entry) const {
     const DeviceNumber number = entry.device.major != 0 ? entry.device : DeviceNumber{8, 0};
     const auto found = present.find(number);
@@ -91,6 +138,7 @@ class ModelBench {
   }
 
   double lastTime_ = 0;
+  std::map<std::uint64_t, MountEntry> mounts_;
 
  public:
   DiskModel model;

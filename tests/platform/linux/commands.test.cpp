@@ -48,13 +48,12 @@ class CommandsTest : public ::testing::Test {
   static std::int64_t statusOf(const Dissent& dissent) {
     return dissent ? dissent->find(key::kDissenterStatus)->integerValue() : dissent::kDone;
   }
-  std::int64_t unmount() {
-    return statusOf(Commands(options_, std::make_shared<MountTable>(options_)).unmount(card_));
-  }
+  Commands commands() const { return {options_, std::make_shared<MountTable>(options_)}; }
+  std::int64_t unmount() { return statusOf(commands().unmount(card_)); }
   std::int64_t rename(const std::string& kind, const std::string& name) {
     card_.kind = kind;
     write("self/mountinfo", "40 1 7:26 / /media/card rw - " + kind + " /dev/loop9 rw\n");
-    return statusOf(Commands(options_, std::make_shared<MountTable>(options_)).rename(card_, name));
+    return statusOf(commands().rename(card_, name));
   }
 
   fs::path root_;
@@ -63,36 +62,51 @@ class CommandsTest : public ::testing::Test {
 };
 
 TEST_F(CommandsTest, RefusalsSpeakTheOriginalPlatformsNumbers) {
-  EXPECT_EQ(dissent::ofError(EBUSY), dissent::kBusy);
-  EXPECT_EQ(dissent::ofError(EPERM), dissent::kNotPrivileged);
-  EXPECT_EQ(dissent::ofError(EACCES), dissent::kNotPermitted);
-  EXPECT_EQ(dissent::ofError(EROFS), dissent::kNotWritable);
-  EXPECT_EQ(dissent::ofError(EIO), dissent::kError);
+  for (const auto& [error, status] :
+       std::initializer_list<std::pair<int, std::int32_t>>{{EBUSY, dissent::kBusy},
+                                                           {EPERM, dissent::kNotPrivileged},
+                                                           {EACCES, dissent::kNotPermitted},
+                                                           {EINVAL, dissent::kNotMounted},
+                                                           {EROFS, dissent::kNotWritable},
+                                                           {ENOTTY, dissent::kUnsupported},
+                                                           {ENOENT, dissent::kNotFound},
+                                                           {EIO, dissent::kError}})
+    EXPECT_EQ(dissent::ofError(error), status) << error;
   const std::string service = "org.freedesktop.UDisks2.Error.";
-  EXPECT_EQ(dissent::ofErrorName(service + "DeviceBusy"), dissent::kBusy);
-  EXPECT_EQ(dissent::ofErrorName(service + "NotAuthorizedCanObtain"), dissent::kNotPrivileged);
-  EXPECT_EQ(dissent::ofErrorName(service + "MountedByOtherUser"), dissent::kNotPermitted);
-  EXPECT_EQ(dissent::ofErrorName(service + "NotSupported"), dissent::kUnsupported);
-  EXPECT_EQ(dissent::ofErrorName("org.example.Error.DeviceBusy"), dissent::kError);
-  EXPECT_EQ(dissent::ofErrorName(""), dissent::kError);
+  for (const auto& [name, status] : std::initializer_list<std::pair<std::string, std::int32_t>>{
+           {service + "DeviceBusy", dissent::kBusy},
+           {service + "NotAuthorizedCanObtain", dissent::kNotPrivileged},
+           {service + "MountedByOtherUser", dissent::kNotPermitted},
+           {service + "NotSupported", dissent::kUnsupported},
+           {"org.example.Error.DeviceBusy", dissent::kError},
+           {"", dissent::kError}})
+    EXPECT_EQ(dissent::ofErrorName(name), status) << name;
 }
 
 TEST_F(CommandsTest, AVolumeThatLostItsPlaceIsLeftAlone) {
-  const std::string own = "40 1 7:26 / /media/card rw - ext4 /dev/loop9 rw\n";
   EXPECT_EQ(unmount(), dissent::kNoResources) << "no mount table at all: nothing is known";
-  write("self/mountinfo", "41 1 7:26 / /media/card rw - ext4 /dev/loop9 rw\n");
-  EXPECT_EQ(unmount(), dissent::kNotMounted) << "another mount took the place";
-  EXPECT_EQ(statusOf(Commands(options_, std::make_shared<MountTable>(options_)).rename(card_, "New")),
-            dissent::kNotMounted);
-  write("self/mountinfo", "40 1 7:27 / /media/card rw - ext4 /dev/loop10 rw\n");
-  EXPECT_EQ(unmount(), dissent::kNotMounted) << "another volume has its id";
-  write("self/mountinfo",
-        own + "42 1 0:50 / /media rw - tmpfs t rw\n43 42 7:27 / /media/card rw - ext4 /dev/loop10 rw\n");
-  EXPECT_EQ(unmount(), dissent::kBusy) << "the path leads to another volume";
-  write("self/mountinfo", "40 1 7:26 / /media/card2 rw - ext4 /dev/loop9 rw\n");
-  EXPECT_EQ(unmount(), dissent::kNotMounted) << "it moved";
-  write("self/mountinfo", own + "41 40 0:50 / /media/card rw - tmpfs t rw\n");
-  EXPECT_EQ(unmount(), dissent::kBusy) << "the path leads to what covers it";
+  const std::string own = "40 1 7:26 / /media/card rw - ext4 /dev/loop9 rw\n";
+  const struct {
+    const char* story;
+    std::string table;
+    std::int32_t status;
+  } kCases[] = {
+      {"another mount took the place", "41 1 7:26 / /media/card rw - ext4 /dev/loop9 rw\n",
+       dissent::kNotMounted},
+      {"another volume has its id", "40 1 7:27 / /media/card rw - ext4 /dev/loop10 rw\n",
+       dissent::kNotMounted},
+      {"another kind has its id", "40 1 7:26 / /media/card rw - xfs /dev/loop9 rw\n", dissent::kNotMounted},
+      {"it moved", "40 1 7:26 / /media/card2 rw - ext4 /dev/loop9 rw\n", dissent::kNotMounted},
+      {"the path leads to another volume",
+       own + "42 1 0:50 / /media rw - tmpfs t rw\n43 42 7:27 / /media/card rw - ext4 /dev/loop10 rw\n",
+       dissent::kBusy},
+      {"the path leads to what covers it", own + "41 40 0:50 / /media/card rw - tmpfs t rw\n",
+       dissent::kBusy}};
+  for (const auto& [story, table, status] : kCases) {
+    write("self/mountinfo", table);
+    EXPECT_EQ(unmount(), status) << story;
+    EXPECT_EQ(statusOf(commands().rename(card_, "New")), dissent::kNotMounted) << story;
+  }
 }
 
 TEST_F(CommandsTest, ANameThatDoesNotFitOrCannotBeWrittenIsRefused) {

@@ -12,107 +12,98 @@ namespace {
 
 using test::disk;
 using test::ModelBench;
-using test::mount;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
 constexpr DeviceNumber kDisk{8, 0};
-constexpr DeviceNumber kShared{0, 40};
 
-class Stories : public ::testing::Test {
+/// Steps, and what is told after each: "+" appeared, "-" disappeared, "~" changed.
+struct Step {
+  const char* does;
+  std::vector<std::string> tells;
+};
+struct Story {
+  const char* name;
+  std::vector<Step> steps;
+};
+
+const Story kStories[] = {
+    {"a stick is plugged, mounted, unmounted and pulled",
+     {{"plug sda", {"+ sda none #1"}},
+      {"mount 10 sda /a", {"~ sda /a #1 DAVolumePath"}},
+      {"plug sda", {}},
+      {"umount 10", {"~ sda none #1 DAVolumePath"}},
+      {"unplug sda", {"- sda none #1"}}}},
+    {"a mount is heard of before its device",
+     {{"insert sda; mount 10 sda /a", {"+ sda /a #1"}}, {"plug sda", {}}}},
+    {"a device that cannot be seen is described by its mount",
+     {{"mount 10 sdb /a", {"+ ? /a #1"}}, {"umount 10", {"- ? /a #1"}}}},
+    {"a stick is pulled while mounted, and the dead mount is none of the new stick",
+     {{"plug sda; mount 10 sda /a", {"+ sda /a #1"}},
+      {"unplug sda", {"- sda /a #1"}},
+      {"plug sda 2", {"+ sda none #2"}},
+      {"umount 10", {}},
+      {"mount 11 sda /a", {"~ sda /a #2 DAVolumePath"}}}},
+    {"a dead mount that was hidden stays dead",
+     {{"plug sda; mount 10 sda /a; mount 11 tmpfs /a 10; unplug sda", {}}, {"umount 11", {}}}},
+    {"another medium in the same drive, the second mounted before anything is heard of it",
+     {{"plug sda 1", {"+ sda none #1"}},
+      {"plug sda 2", {"- sda none #1", "+ sda none #2"}},
+      {"mount 10 sda /cd", {"~ sda /cd #2 DAVolumePath"}},
+      {"insert sda 3; replace 10 12 sda /cd", {"- sda /cd #2", "+ sda /cd #3"}}}},
+    {"a volume that moves leaves and comes",
+     {{"plug sda; mount 10 sda /a", {"+ sda /a #1"}}, {"move 10 /b", {"- sda /a #1", "+ sda /b #1"}}}},
+    {"a second mount takes over when the first goes",
+     {{"plug sda; mount 10 sda /a", {"+ sda /a #1"}},
+      {"mount 11 sda /again", {}},
+      {"umount 10", {"- sda /a #1", "+ sda /again #1"}}}},
+    {"a mount on a mount hides it for a while: the path is free before it is taken",
+     {{"plug sda; mount 10 sda /a", {"+ sda /a #1"}},
+      {"mount 11 fuse.x /a 10", {"~ sda none #1 DAVolumePath", "+ ? /a #2"}},
+      {"umount 11", {"- ? /a #2", "~ sda /a #1 DAVolumePath"}}}},
+    {"subvolumes are disks of their own",
+     {{"plug sda; mount 10 btrfs:/ /a; mount 11 btrfs:/home /home", {"+ sda /a #1", "+ sda /home #2"}},
+      {"umount 10", {"- sda /a #1"}},
+      {"umount 11", {"~ sda none #2 DAVolumeKind DAVolumePath DAVolumeType"}}}},
+    {"a volume without device is there while mounted; its number and id pass to another one",
+     {{"mount 10 fuse.x /f", {"+ ? /f #1"}},
+      {"replace 10 10 fuse.y /f", {"- ? /f #1", "+ ? /f #2"}},
+      {"umount 10", {"- ? /f #2"}}}},
+};
+
+TEST(Stories, AreToldStepByStep) {
+  for (const Story& story : kStories) {
+    SCOPED_TRACE(story.name);
+    ModelBench bench;
+    for (const Step& step : story.steps) {
+      bench.does(step.does);
+      EXPECT_EQ(bench.told(), step.tells) << step.does;
+    }
+  }
+}
+
+class Model : public ::testing::Test {
  protected:
   ModelBench bench;
 };
 
-TEST_F(Stories, AStickIsPluggedMountedUnmountedAndPulled) {
-  const MountEntry a = mount(10, kDisk, "/a");
-  bench.plug(disk(0, "sda"));
-  EXPECT_THAT(bench.told(), ElementsAre("+ sda none #1"));
-  bench.attach(a);
-  EXPECT_THAT(bench.told(), ElementsAre("~ sda /a #1 DAVolumePath"));
-  bench.plug(disk(0, "sda"));
-  EXPECT_THAT(bench.told(), IsEmpty()) << "an event that changed nothing";
-  bench.detach(a);
-  EXPECT_THAT(bench.told(), ElementsAre("~ sda none #1 DAVolumePath"));
-  bench.unplug(kDisk);
-  EXPECT_THAT(bench.told(), ElementsAre("- sda none #1"));
-}
-
-TEST_F(Stories, AMountOverItselfIsTheOneThatCommandsAreToFind) {
-  const MountEntry lower = mount(10, kDisk, "/a");
-  MountEntry upper = mount(11, kDisk, "/a");
-  upper.parent = lower.id;
-  bench.plug(disk(0, "sda"));
-  bench.attach(lower);
+TEST_F(Model, CommandsFindTheUppermostMountOfAVolume) {
+  bench.does("plug sda; mount 10 sda /a");
   bench.told();
-  bench.attach(upper);
+  bench.does("mount 11 sda /a 10");
   EXPECT_THAT(bench.told(), IsEmpty()) << "nothing that a host could see";
   ASSERT_NE(bench.model.diskAt("/a"), nullptr);
-  EXPECT_EQ(bench.model.diskAt("/a")->mount.id, upper.id);
-  bench.detach(upper);
+  EXPECT_EQ(bench.model.diskAt("/a")->mount.id, 11u);
+  bench.does("umount 11");
   bench.told();
-  EXPECT_EQ(bench.model.diskAt("/a")->mount.id, lower.id);
-}
-
-TEST_F(Stories, AMountIsHeardOfBeforeItsDevice) {
-  bench.present[kDisk] = disk(0, "sda");
-  bench.attach(mount(10, kDisk, "/a"));
-  EXPECT_THAT(bench.told(), ElementsAre("+ sda /a #1"));
-  bench.plug(disk(0, "sda"));
-  EXPECT_THAT(bench.told(), IsEmpty());
-}
-
-TEST_F(Stories, ADeviceThatCannotBeSeenIsDescribedByItsMount) {
-  const MountEntry a = mount(10, {254, 0}, "/a");
-  bench.attach(a);
-  EXPECT_THAT(bench.told(), ElementsAre("+ ? /a #1"));
-  bench.detach(a);
-  EXPECT_THAT(bench.told(), ElementsAre("- ? /a #1"));
-}
-
-TEST_F(Stories, AStickIsPulledWhileMounted) {
-  const MountEntry a = mount(10, kDisk, "/a");
-  bench.plug(disk(0, "sda"));
-  bench.attach(a);
+  EXPECT_EQ(bench.model.diskAt("/a")->mount.id, 10u);
+  bench.does("umount 10");
   bench.told();
-  bench.unplug(kDisk);
-  EXPECT_THAT(bench.told(), ElementsAre("- sda /a #1"));
-  bench.plug(disk(0, "sda", 2));
-  EXPECT_THAT(bench.told(), ElementsAre("+ sda none #2")) << "the dead mount is none of the new stick";
-  bench.detach(a);
-  EXPECT_THAT(bench.told(), IsEmpty());
-  bench.attach(mount(11, kDisk, "/a"));
-  EXPECT_THAT(bench.told(), ElementsAre("~ sda /a #2 DAVolumePath"));
+  EXPECT_EQ(bench.model.diskAt("/a"), nullptr);
 }
 
-TEST_F(Stories, ADeadMountThatWasHiddenStaysDead) {
-  const MountEntry a = mount(10, kDisk, "/a");
-  MountEntry over = mount(11, kShared, "/a", "tmpfs");
-  over.parent = 10;
-  bench.plug(disk(0, "sda"));
-  bench.attach(a);
-  bench.attach(over);
-  bench.unplug(kDisk);
-  bench.told();
-  bench.detach(over);
-  EXPECT_THAT(bench.told(), IsEmpty());
-}
-
-TEST_F(Stories, AnotherMediumInTheSameDrive) {
-  bench.plug(disk(0, "sr0", 1));
-  bench.told();
-  bench.plug(disk(0, "sr0", 2));
-  EXPECT_THAT(bench.told(), ElementsAre("- sr0 none #1", "+ sr0 none #2"));
-  bench.attach(mount(10, kDisk, "/cd"));
-  bench.told();
-  // The next medium is mounted before anything is heard of the exchange.
-  bench.present[kDisk] = disk(0, "sr0", 3);
-  bench.move(mount(10, kDisk, "/cd"), mount(12, kDisk, "/cd"));
-  EXPECT_THAT(bench.told(), ElementsAre("- sr0 /cd #2", "+ sr0 /cd #3"));
-}
-
-TEST_F(Stories, ALateRemovalDoesNotTakeTheNewDevice) {
+TEST_F(Model, ALateRemovalDoesNotTakeTheNewDevice) {
   BlockDevice device = disk(0, "sda");
   device.readAt = 100;
   bench.plug(device);
@@ -123,105 +114,37 @@ TEST_F(Stories, ALateRemovalDoesNotTakeTheNewDevice) {
   EXPECT_THAT(bench.told(), ElementsAre("- sda none #1"));
 }
 
-TEST_F(Stories, PartitionsGoWithTheirDisk) {
+TEST_F(Model, PartitionsGoWithTheirDiskAndLostEventsAreMadeUpForOnce) {
   BlockDevice partition = disk(1, "sda1");
   partition.whole = false;
   partition.wholeNumber = kDisk;
   bench.plug(disk(0, "sda"));
   bench.plug(partition);
+  bench.plug(disk(2, "sdc"));
   bench.told();
-  bench.unplug(kDisk);
-  EXPECT_THAT(bench.told(), ElementsAre("- sda1 none #2", "- sda none #1"));
+  bench.model.devicesListed({disk(2, "sdc"), disk(3, "sdd")});
+  EXPECT_THAT(bench.told(), ElementsAre("- sda1 none #2", "- sda none #1", "+ sdd none #4"));
 }
 
-TEST_F(Stories, LostEventsAreMadeUpForOnce) {
-  bench.plug(disk(0, "sda"));
-  bench.plug(disk(1, "sdb"));
-  bench.told();
-  bench.model.devicesListed({disk(1, "sdb"), disk(2, "sdc")});
-  EXPECT_THAT(bench.told(), ElementsAre("- sda none #1", "+ sdc none #3"));
-}
-
-TEST_F(Stories, AVolumeMoves) {
-  bench.plug(disk(0, "sda"));
-  bench.attach(mount(10, kDisk, "/a"));
-  bench.told();
-  bench.move(mount(10, kDisk, "/a"), mount(10, kDisk, "/b"));
-  EXPECT_THAT(bench.told(), ElementsAre("- sda /a #1", "+ sda /b #1"));
-}
-
-TEST_F(Stories, ASecondMountTakesOverWhenTheFirstGoes) {
-  const MountEntry first = mount(10, kDisk, "/a");
-  bench.plug(disk(0, "sda"));
-  bench.attach(first);
-  bench.told();
-  bench.attach(mount(11, kDisk, "/again"));
-  EXPECT_THAT(bench.told(), IsEmpty());
-  bench.detach(first);
-  EXPECT_THAT(bench.told(), ElementsAre("- sda /a #1", "+ sda /again #1"));
-}
-
-TEST_F(Stories, AMountOnAMountHidesItForAWhile) {
-  MountEntry over = mount(11, kShared, "/a", "fuse.x");
-  over.parent = 10;
-  bench.plug(disk(0, "sda"));
-  bench.attach(mount(10, kDisk, "/a"));
-  bench.told();
-  bench.attach(over);
-  EXPECT_THAT(bench.told(), ElementsAre("~ sda none #1 DAVolumePath", "+ ? /a #2"))
-      << "the path is free before it is taken";
-  bench.detach(over);
-  EXPECT_THAT(bench.told(), ElementsAre("- ? /a #2", "~ sda /a #1 DAVolumePath"));
-}
-
-TEST_F(Stories, SubvolumesAreDisksOfTheirOwn) {
-  const MountEntry top = mount(10, kShared, "/a", "btrfs");
-  const MountEntry home = mount(11, kShared, "/home", "btrfs", "/home");
+TEST_F(Model, ADeviceKeptBackIsADiskWhileMounted) {
   BlockDevice device = disk(0, "sda");
-  device.facts.type = "btrfs";
-  bench.plug(device);
-  bench.attach(top);
-  bench.attach(home);
-  EXPECT_THAT(bench.told(), ElementsAre("+ sda /a #1", "+ sda /home #2"));
-  bench.detach(top);
-  EXPECT_THAT(bench.told(), ElementsAre("- sda /a #1"));
-  bench.detach(home);
-  EXPECT_THAT(bench.told(), ElementsAre("~ sda none #2 DAVolumePath"));
-}
-
-TEST_F(Stories, AVolumeWithoutDeviceIsThereWhileMounted) {
-  const MountEntry fuse = mount(10, kShared, "/f", "fuse.x");
-  bench.attach(fuse);
-  EXPECT_THAT(bench.told(), ElementsAre("+ ? /f #1"));
-  // Its number and its mount's id are given to another one at the same place before anybody looks.
-  bench.move(fuse, mount(10, kShared, "/f", "fuse.y"));
-  EXPECT_THAT(bench.told(), ElementsAre("- ? /f #1", "+ ? /f #2"));
-  bench.detach(mount(10, kShared, "/f", "fuse.y"));
-  EXPECT_THAT(bench.told(), ElementsAre("- ? /f #2"));
-}
-
-TEST_F(Stories, ADeviceKeptBackIsADiskWhileMounted) {
-  BlockDevice device = disk(0, "zram0");
   device.reportUnmounted = false;
-  const MountEntry a = mount(10, kDisk, "/a");
   bench.plug(device);
   EXPECT_THAT(bench.told(), IsEmpty());
-  bench.attach(a);
-  EXPECT_THAT(bench.told(), ElementsAre("+ zram0 /a #1"));
-  bench.detach(a);
-  EXPECT_THAT(bench.told(), ElementsAre("- zram0 /a #1"));
+  bench.does("mount 10 sda /a");
+  EXPECT_THAT(bench.told(), ElementsAre("+ sda /a #1"));
+  bench.does("umount 10");
+  EXPECT_THAT(bench.told(), ElementsAre("- sda /a #1"));
 }
 
-TEST_F(Stories, AnUnmountListsWhatBecameKnownMeanwhile) {
-  const MountEntry a = mount(10, kDisk, "/a");
-  bench.plug(disk(0, "sda"));
-  bench.attach(a);
+TEST_F(Model, AnUnmountListsWhatBecameKnownMeanwhile) {
+  bench.does("plug sda; mount 10 sda /a");
   bench.told();
   BlockDevice known = disk(0, "sda");
   known.facts.id = "6A81-CDD2";
   bench.plug(known);
   EXPECT_THAT(bench.told(), ElementsAre("~ sda /a #1 DAVolumeUUID"));
-  bench.detach(a);
+  bench.does("umount 10");
   EXPECT_THAT(bench.told(), ElementsAre("~ sda none #1 DAVolumePath DAVolumeUUID"));
 }
 
@@ -242,20 +165,26 @@ class Probes : public ::testing::Test {
   ModelBench bench{/*probing=*/true};
 };
 
-TEST_F(Probes, HoldBackTheirOwnDiskOnly) {
-  bench.plug(disk(0, "sda"));
-  bench.attach(mount(10, kShared, "/f", "fuse.x"));
+TEST_F(Probes, HoldBackTheirOwnDiskOnlyAndNeverALoss) {
+  bench.does("plug sda; mount 10 fuse.x /f");
   EXPECT_THAT(bench.told(), ElementsAre("+ ? /f #1"));
+  EXPECT_FALSE(bench.model.isAwaitedAt("/a"));
+  bench.does("mount 11 sda /a");
+  bench.told();
+  EXPECT_TRUE(bench.model.isAwaitedAt("/a"));
   bench.model.probeFinished(kDisk, ticketOfOnlyRequest(), label("fresh"));
-  EXPECT_THAT(bench.told(), ElementsAre("+ sda none #2"));
+  EXPECT_THAT(bench.told(), ElementsAre("+ sda /a #2"));
+  EXPECT_FALSE(bench.model.isAwaitedAt("/a"));
   EXPECT_FALSE(bench.model.nextDeadline());
+  bench.does("plug sda; umount 11");
+  EXPECT_THAT(bench.told(), ElementsAre("~ sda none #2 DAVolumePath"));
 }
 
 TEST_F(Probes, ThatHangAreWaitedForASecond) {
-  bench.plug(disk(0, "sda"));
+  bench.does("plug sda");
   EXPECT_THAT(bench.told(), IsEmpty());
   const std::uint64_t ticket = ticketOfOnlyRequest();
-  ASSERT_EQ(bench.model.nextDeadline(), bench.now + DiskModel::kProbePatience);
+  ASSERT_EQ(bench.model.nextDeadline(), bench.now + std::chrono::seconds(1));
   bench.now += DiskModel::kProbePatience;
   EXPECT_THAT(bench.told(), ElementsAre("+ sda none #1"));
   EXPECT_FALSE(bench.model.nextDeadline());
@@ -263,23 +192,11 @@ TEST_F(Probes, ThatHangAreWaitedForASecond) {
   EXPECT_THAT(bench.told(), ElementsAre("~ sda none #1 DAVolumeName"));
 }
 
-TEST_F(Probes, NeverHoldBackALoss) {
-  const MountEntry a = mount(10, kDisk, "/a");
-  bench.plug(disk(0, "sda"));
-  bench.attach(a);
-  bench.told();
-  bench.model.probeFinished(kDisk, ticketOfOnlyRequest(), std::nullopt);
-  EXPECT_THAT(bench.told(), ElementsAre("+ sda /a #1"));
-  bench.plug(disk(0, "sda"));
-  bench.detach(a);
-  EXPECT_THAT(bench.told(), ElementsAre("~ sda none #1 DAVolumePath"));
-}
-
 TEST_F(Probes, AnswerForTheMediumThatTheyWereAskedAbout) {
-  bench.plug(disk(0, "sda", 1));
+  bench.does("plug sda 1");
   bench.told();
   const std::uint64_t ticket = ticketOfOnlyRequest();
-  bench.plug(disk(0, "sda", 2));
+  bench.does("plug sda 2");
   bench.model.probeFinished(kDisk, ticket, label("of the old one"));
   EXPECT_THAT(bench.told(), IsEmpty());
   bench.model.probeFinished(kDisk, ticketOfOnlyRequest(), std::nullopt);

@@ -6,7 +6,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 #include <set>
 #include <string>
@@ -27,8 +29,10 @@ class Recorder {
     return callbacks;
   }
   bool waitFor(const std::string& disk) {
-    std::unique_lock lock(mutex_);
-    return heard_.wait_for(lock, std::chrono::seconds(20), [&] { return disks_.contains(disk); });
+    return waitUntil([&](const std::string& heard) { return heard == disk; });
+  }
+  bool waitForPath(const std::string& path) {
+    return waitUntil([&](const std::string& heard) { return heard.substr(heard.find(' ') + 1) == path; });
   }
   std::multiset<std::string> disks() {
     const std::lock_guard lock(mutex_);
@@ -36,6 +40,11 @@ class Recorder {
   }
 
  private:
+  bool waitUntil(const std::function<bool(const std::string&)>& fits) {
+    std::unique_lock lock(mutex_);
+    return heard_.wait_for(lock, std::chrono::seconds(20),
+                           [&] { return std::any_of(disks_.begin(), disks_.end(), fits); });
+  }
   void hear(const Disk& disk) {
     const Dictionary description = *disk.copyDescription();
     const std::string* name = description.text(key::kMediaBSDName);
@@ -89,31 +98,11 @@ TEST(LinuxSession, AgreesWithTheMountTableOfThisMachine) {
   const auto volumes = platform.volumes().mountedVolumeURLs();
   if (volumes.empty()) GTEST_SKIP() << "no drive is mounted here";
   const auto queue = platform.queues().makeSerialQueue("recorder");
-  std::set<std::string> paths;
-  std::mutex mutex;
-  std::condition_variable heard;
-  struct Context {
-    std::set<std::string>& paths;
-    std::mutex& mutex;
-    std::condition_variable& heard;
-  } context{paths, mutex, heard};
-  DiskCallbacks callbacks;
-  callbacks.appeared = [](Disk* disk, void* raw) {
-    auto& its = *static_cast<Context*>(raw);
-    const Dictionary description = *disk->copyDescription();
-    const std::lock_guard lock(its.mutex);
-    if (const URL* path = description.url(key::kVolumePath)) its.paths.insert(path->absoluteString());
-    its.heard.notify_all();
-  };
+  Recorder recorder;
   const auto session = platform.makeDiskArbitrationSession();
   session->setQueue(queue);
-  session->registerCallbacks(callbacks, &context);
-  std::unique_lock lock(mutex);
-  for (const URL& url : volumes) {
-    EXPECT_TRUE(heard.wait_for(lock, std::chrono::seconds(20), [&] {
-      return paths.contains(url.absoluteString());
-    })) << url.absoluteString();
-  }
+  session->registerCallbacks(recorder.callbacks(), &recorder);
+  for (const URL& url : volumes) EXPECT_TRUE(recorder.waitForPath(url.path())) << url.absoluteString();
 }
 
 }  // namespace
