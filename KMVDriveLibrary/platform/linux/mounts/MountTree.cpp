@@ -5,7 +5,6 @@
 #include <tuple>
 #include <utility>
 
-#include "base/Text.h"
 #include "platform/linux/mounts/VolumeRules.h"
 
 namespace kmv {
