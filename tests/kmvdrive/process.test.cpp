@@ -102,6 +102,20 @@ TEST(KmvdriveProgram, WatchBeginsWithWhatListTells) {
   EXPECT_EQ(urlsOf(present), listedURLs());
 }
 
+TEST(KmvdriveProgram, TopAndWhereKnowTheDrivesThatListTells) {
+  Kmvdrive top({"top", "--json", "--once"});
+  const json board = top.readDocument();
+  top.expectSuccess();
+  EXPECT_EQ(urlsOf(board.at("drives")), listedURLs());
+  EXPECT_GE(board.at("total").at("writtenBytesPerSecond"), 0);
+  for (const json& drive : board.at("drives")) {
+    EXPECT_TRUE(drive.at("measured") != "no" || !drive.contains("read")) << drive;
+    Kmvdrive where({"where", "--json", drive.at("path")});
+    EXPECT_EQ(where.readDocument().at("url"), drive.at("url"));
+    where.expectSuccess();
+  }
+}
+
 TEST(KmvdriveProgram, EndsCleanlyWhenAskedOrWhenNobodyReads) {
   for (const int number : {SIGTERM, SIGINT}) {
     Kmvdrive watch({"watch", "--json"});
