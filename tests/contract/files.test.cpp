@@ -103,6 +103,7 @@ TEST_P(FilesContract, AWalkVisitsEveryFileAndFollowsLinksToFolders) {
        {"tree/file", "tree/sub/one", "tree/sub/two", "tree/sub/deep/three", "elsewhere/four"})
     harness().writeFile(name, "1234");
   harness().writeFile("tree/._file", "not listed");
+  harness().writeFile("tree/.hidden", "1");
   harness().writeFile("tree/empty", "");
   harness().writeFile("tree/plain", "");
   harness().createLink("tree/link", "../elsewhere");
@@ -114,8 +115,8 @@ TEST_P(FilesContract, AWalkVisitsEveryFileAndFollowsLinksToFolders) {
     GTEST_SKIP() << "needs a volume with extended attributes";
   platform().extendedAttributes().set(path("tree/file"), "kmv.estimate", "not asked for");
   const auto all = visited(harness(), "tree");
-  EXPECT_THAT(all, UnorderedElementsAre("file 4", "empty 0 42", "plain 0", "sub/one 4", "sub/two 4",
-                                        "sub/deep/three 4", "link/four 4", "to file 7"));
+  EXPECT_THAT(all, UnorderedElementsAre("file 4", ".hidden 1", "empty 0 42", "plain 0", "sub/one 4",
+                                        "sub/two 4", "sub/deep/three 4", "link/four 4", "to file 7"));
   const auto isInSub = [](const std::string& line) { return line.starts_with("sub/"); };
   const auto first = std::find_if(all.begin(), all.end(), isInSub);
   EXPECT_EQ(std::find_if_not(first, all.end(), isInSub) - first, 3) << "depth first";

@@ -69,6 +69,7 @@ TEST_F(LinuxFilesTest, WhatIsNoRegularFileIsNotRead) {
     EXPECT_EQ(files.readRegularFile(name, 100).bytes, std::nullopt) << name;
     EXPECT_EQ(files.openForReading(name), nullptr) << name;
   }
+  EXPECT_EQ(files.readRegularFile("/proc/self/status", 10).bytes, std::nullopt) << "longer than it says";
   EXPECT_EQ(*files.attributesOfItem("/dev/null")->text("NSFileType"), "NSFileTypeCharacterSpecial");
   EXPECT_EQ(*files.attributesOfItem("/proc/self/exe")->text("NSFileType"), "NSFileTypeSymbolicLink");
 }

@@ -142,6 +142,28 @@ TEST(Machines, SomeDevicesAreDisksOnlyWhileMounted) {
   EXPECT_TRUE(deviceNamed(machine, "sr0")->reportUnmounted);
 }
 
+TEST(Machines, TheBusTheReaderAndTheDriveSayWhatIsInternalAndWhatCanBeEjected) {
+  FakeMachine machine;
+  machine.device("pci0/fw0/block/sdf", "8:80", {{"size", "100"}});
+  machine.bus("pci0/fw0", "ieee1394");
+  machine.device("pci0/mmc0/block/mmcblk0", "179:0",
+                 {{"size", "100"}, {"device/type", "SD"}, {"device/name", "SU04G"}});
+  machine.device("pci0/mmc1/block/mmcblk1", "179:8", {{"size", "100"}, {"device/type", "MMC"}});
+  machine.device("pci0/block/sdg", "8:96",
+                 {{"size", "100"}, {"removable", "0"}, {"events", "eject_request"}});
+  machine.udev("8:96", "E:SYSTEMD_READY=0\n");
+  const auto facts = [&](const std::string& name) {
+    const auto device = deviceNamed(machine, name);
+    return std::string(device->internal ? "internal" : "external") +
+           (device->ejectable ? " ejects " : " stays ") + device->model;
+  };
+  EXPECT_EQ(facts("sdf"), "external stays ");
+  EXPECT_EQ(facts("mmcblk0"), "external stays SU04G");
+  EXPECT_EQ(facts("mmcblk1"), "internal stays ");
+  EXPECT_EQ(facts("sdg"), "internal ejects ");
+  EXPECT_FALSE(deviceNamed(machine, "sdg")->reportUnmounted) << "not ready";
+}
+
 TEST(Machines, AMountWithoutDeviceIsNamedAfterItsPoint) {
   MountEntry mount;
   mount.point = "/net/Set 4";
@@ -178,11 +200,13 @@ TEST(Volumes, OfADesktop) {
                        "71 29 0:71 / /net/set rw - nfs4 server:/set rw\n"
                        "72 29 0:72 / /media/hde rw - fuse.codexvfs codex0 rw\n"
                        "73 29 259:2 /home/kim /srv/kim rw - ext4 /dev/nvme0n1p2 rw\n"
-                       "74 29 8:17 / /srv/card rw - vfat /dev/sdb1 rw\n"),
+                       "74 29 8:17 / /srv/card rw - vfat /dev/sdb1 rw\n"
+                       "75 29 8:33 / /snap/stick ro - squashfs /dev/sdc1 ro\n"
+                       "76 29 0:76 / /tank rw - zfs tank rw\n"),
               ElementsAre("- /", "- /boot/efi", "- /media/kim/KIM'S CARD", "- /net/set", "- /media/hde",
-                          "pseudo /proc", "pseudo /proc/sys/fs/binfmt_misc", "snap /snap/core22/1234",
-                          "helper /run/user/1000/doc", "helper /run/user/1000/gvfs", "folder /srv/kim",
-                          "bind /srv/card"));
+                          "- /snap/stick", "- /tank", "pseudo /proc", "pseudo /proc/sys/fs/binfmt_misc",
+                          "snap /snap/core22/1234", "helper /run/user/1000/doc", "helper /run/user/1000/gvfs",
+                          "folder /srv/kim", "bind /srv/card"));
 }
 
 TEST(Volumes, OfAContainerAreFoldersButNotFiles) {
@@ -203,8 +227,19 @@ TEST(Volumes, OfBtrfsAreItsSubvolumes) {
           machine,
           "29 1 0:39 /@ / rw - btrfs /dev/sda2 rw,subvolid=256,subvol=/@\n"
           "30 29 0:39 /@ho\\040me,x /home rw - btrfs /dev/sda2 rw,subvolid=257,subvol=/@ho\\040me\\054x\n"
-          "31 29 0:39 /@/srv /export rw - btrfs /dev/sda2 rw,subvolid=256,subvol=/@\n"),
-      ElementsAre("- /", "- /home", "folder /export"));
+          "31 29 0:39 /@/srv /export rw - btrfs /dev/sda2 rw,subvolid=256,subvol=/@\n"
+          "32 29 0:39 / /pool rw - btrfs /dev/sda2 rw,subvolid=5,subvol=/\n"),
+      ElementsAre("- /", "- /home", "- /pool", "folder /export"));
+}
+
+TEST(Volumes, BehindAServerAreNotAskedWhetherTheyAreFolders) {
+  FakeMachine machine;
+  machine.fileAt("/f/x");
+  EXPECT_THAT(verdicts(machine,
+                       "29 1 8:1 / / rw - ext4 /dev/sda1 rw\n"
+                       "30 29 0:50 / /f rw - fuse.codexvfs codex0 rw\n"
+                       "31 30 8:2 /sub /f/x rw - ext4 /dev/sda2 rw\n"),
+              ElementsAre("- /", "- /f", "- /f/x"));
 }
 
 TEST(Volumes, AreReachable) {
