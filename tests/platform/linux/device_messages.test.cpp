@@ -6,6 +6,7 @@
 #include "platform/linux/FakeMachine.h"
 #include "platform/linux/devices/SysfsFacts.h"
 #include "platform/linux/devices/UdevRecord.h"
+#include "platform/linux/session/ProcessFiles.h"
 
 namespace kmv {
 namespace {
@@ -63,6 +64,18 @@ TEST(SysfsFacts, AreAttributesOfTheDeviceOrItsDiskAndAbsentWhenTheyCannotBeRead)
                                                                       {"disk.depth", 31},
                                                                       {"hot", true},
                                                                       {"disk.hot", false}}));
+}
+
+TEST(ProcessFiles, AreReadWhateverNamesTheyHold) {
+  const auto mapping = parseMapping("7f00-7f10 r--p 00001000 fd:1a 12    /a b (deleted)");
+  ASSERT_TRUE(mapping);
+  EXPECT_EQ(mapping->device, (DeviceNumber{0xfd, 0x1a}));
+  EXPECT_EQ(mapping->path, "/a b (deleted)");
+  EXPECT_EQ(pathInMaps("/a\nb\\"), "/a\\012b\\");
+  EXPECT_EQ(mountIdOfDescriptor("pos:\t0\nmnt_id:\t42\nmnt_id:\t43"), 42u);
+  EXPECT_EQ(mountIdOfDescriptor("pos:\t0\n mnt_id:\t42"), std::nullopt);
+  EXPECT_TRUE(isUninterruptible("42 (a) S (b) D 1"));
+  EXPECT_FALSE(isUninterruptible("42 (a) D (b) S 1"));
 }
 
 }  // namespace
