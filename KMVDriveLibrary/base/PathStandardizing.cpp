@@ -27,7 +27,7 @@ std::string textuallyResolved(std::string_view path) {
       kept.pop_back();
     }
   }
-  return "/" + joined(kept, '/');
+  return std::string("/").append(joined(kept, '/'));
 }
 
 bool hasParentComponent(std::string_view path) {

@@ -48,7 +48,7 @@ std::string withoutDotSegments(std::string_view path) {
     }
   }
   if (slashAtEnd && !kept.empty()) kept.emplace_back();
-  return (absolute ? "/" : "") + joined(kept, '/');
+  return std::string(absolute ? "/" : "").append(joined(kept, '/'));
 }
 
 }  // namespace
