@@ -72,6 +72,13 @@ TEST_F(SimulatedDelivery, AfterLossesTheLibraryHearsWhatFitsWhatItKnows) {
   machine.releaseEvents();
   EXPECT_THAT(heard(), ElementsAre("disappeared DISK at /Volumes/DISK", "appeared DISK at /mnt/disk",
                                    "appeared LATE at /Volumes/LATE", "disappeared CARD"));
+
+  machine.holdEvents();
+  machine.move(disk, "/mnt/lost");
+  machine.move(disk, "/mnt/last");
+  for (int lost = 0; lost < 2; ++lost) machine.lose(0);
+  machine.deliverNext();
+  EXPECT_THAT(heard(), IsEmpty()) << "it leaves a place that the library does not know";
 }
 
 TEST_F(SimulatedDelivery, EachFaultStrikesOnce) {

@@ -94,6 +94,24 @@ TEST_F(SimulatedMachine, ThePlatformsAliasesAreStripped) {
   EXPECT_EQ(standardized("/private/gone"), "/private/gone");
 }
 
+TEST_F(SimulatedMachine, StatisticsHaveANewGenerationWhenPlacesChangeAndNotWhenCountersDo) {
+  DriveStatistics statistics;
+  const auto reader = platform.ioRegistry().makeStatisticsReader();
+  const auto generation = [&] {
+    reader->read(0, statistics);
+    return statistics.generation;
+  };
+  const auto empty = generation();
+  machine.setBlockStorageDriver("/driver", DriverCounters{});
+  const auto withDriver = generation();
+  EXPECT_NE(withDriver, empty);
+  machine.setBlockStorageDriver("/driver", DriverCounters{1, 2, 3, 4});
+  EXPECT_EQ(generation(), withDriver);
+  EXPECT_EQ(statistics.drivers.at(0).counters->writeLatency, 4U);
+  plugIn("CARD", "/Volumes/CARD");
+  EXPECT_NE(generation(), withDriver);
+}
+
 TEST_F(SimulatedMachine, WrongUseStopsTheProcess) {
   EXPECT_DEATH(testing::SimulatedPlatform::install(), "installed once");
   EXPECT_DEATH(machine.unmount(testing::DiskId{99}), "no disk 99");
