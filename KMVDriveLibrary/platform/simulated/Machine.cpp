@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 #include "platform/simulated/Machine.h"
-#include "base/DifferingKeys.h"
 
 #include <KMVDriveLibrary/DescriptionKeys.h>
 #include <KMVDriveLibrary/DissentStatus.h>

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 #include "platform/simulated/SimulatedSession.h"
-#include "base/DifferingKeys.h"
 
 #include <utility>
 

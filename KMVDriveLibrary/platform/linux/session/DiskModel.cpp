@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "base/DifferingKeys.h"
 #include "platform/linux/devices/Description.h"
 #include "platform/linux/mounts/VolumeRules.h"
 
