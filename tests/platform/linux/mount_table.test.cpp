@@ -88,6 +88,27 @@ TEST_F(SharedTable, TellsEachFollowerEveryDifferenceWhoeverCaughtUp) {
   });
 }
 
+TEST_F(SharedTable, HidesAndShowsWhatStandsOnAMountThatIsHidden) {
+  MountEntry root = mountAt(1, "/"), lower = mountAt(2, "/x/a"), upper = mountAt(3, "/x/a/b"),
+             over = mountAt(4, "/x");
+  lower.parent = over.parent = 1;
+  upper.parent = 2;
+  const auto hidden = [&] {
+    std::string points;
+    table->read([&](const MountTree& tree) {
+      tree.forEach(
+          [&](const MountEntry& entry, std::string_view rule) { points += rule.empty() ? "" : entry.point; });
+    });
+    return points;
+  };
+  next = MountDelta{{}, {root, lower, upper}};
+  EXPECT_EQ(hidden(), "");
+  attach(over);
+  EXPECT_EQ(hidden(), "/x/a/x/a/b");
+  detach(over);
+  EXPECT_EQ(hidden(), "");
+}
+
 TEST_F(SharedTable, StaysAsItIsKnownWhenItCannotBeRead) {
   MountFollower follower(table);
   attach(mountAt(1, "/a"));
@@ -140,11 +161,13 @@ TEST(MountDeltas, JoinToWhatTheyComeTo) {
 
 TEST(PlainTable, IsReadAtEachQuestionSinceNothingReportsItsChange) {
   FakeMachine machine;
-  LinuxPlatform platform(machine.options());
-  machine.mounts("29 1 8:1 / /a rw - ext4 /dev/sda1 rw\n");
-  EXPECT_EQ(platform.volumes().mountedVolumeURLs().size(), 1u);
-  machine.mounts("29 1 8:1 / /a rw - ext4 /dev/sda1 rw\n30 1 8:2 / /b rw - ext4 /dev/sda2 rw\n");
-  EXPECT_EQ(platform.volumes().mountedVolumeURLs().size(), 2u);
+  const auto table = machine.mountTable();
+  MountFollower follower(table);
+  for (const std::size_t count : {1u, 0u, 1u}) {
+    machine.mounts(count == 0 ? "" : "29 1 8:1 / /a rw - ext4 /dev/sda1 rw\n");
+    EXPECT_EQ(follower.take().size(), 1u) << "it came or went";
+    table->read([&](const MountTree& tree) { EXPECT_EQ(tree.mountWithId(29) != nullptr, count == 1); });
+  }
 }
 
 TEST(AnotherProcess, HasItsMountsListedAndItsPathsAskedBelowItsRoot) {
