@@ -18,8 +18,8 @@ TEST(DisplayText, AHostileNameCannotDriveTheTerminal) {
       {"\x1b]0;owned\x07", "\\x1b]0;owned\\x07"},
       {"\xc2\x9b[2J\x7f", "\\u{9b}[2J\\x7f"},  // the control characters beyond ASCII too
       {"a\xff\xc0\xaf\xed\xa0\x80\xe2\x82", "a\\xff\\xc0\\xaf\\xed\\xa0\\x80\\xe2\\x82"},
-      {"\xe0\x80\xaf\xf0\x80\x80\xaf\xf4\x90\x80\x80\xf5",
-       "\\xe0\\x80\\xaf\\xf0\\x80\\x80\\xaf\\xf4\\x90\\x80\\x80\\xf5"},
+      {"\xe0\x9f\xbf\xf0\x8f\xbf\xbf\xf4\x90\x80\x80\xf5",
+       "\\xe0\\x9f\\xbf\\xf0\\x8f\\xbf\\xbf\\xf4\\x90\\x80\\x80\\xf5"},
       {"gpj.\u202eexe\u2028\u00ad", "gpj.\\u{202e}exe\\u{2028}\\u{ad}"},
       {"back\\slash\t", "back\\\\slash\\x09"},
       {"Zürich 東京 👩‍🚀", "Zürich 東京 👩‍🚀"},  // what is text stays text
