@@ -59,11 +59,13 @@ TEST(LiveCollections, KeepTheOrderOfInsertion) {
 TEST(Semaphore, ManyWritersTakeAllUnitsWithoutDeadlockAndWaitForAHostsUnit) {
   Semaphore semaphore(8);
   semaphore.wait();
+  std::atomic<int> starting{4};
   bool gaveBack = false;  // handed over by the semaphore
   int inside = 0;         // guarded by the semaphore alone
   std::vector<std::thread> writers;
   for (int t = 0; t < 4; ++t) {
     writers.emplace_back([&] {
+      --starting;
       for (int i = 0; i < 500; ++i) {
         const Semaphore::ExclusiveHold hold(semaphore, 8);
         EXPECT_TRUE(gaveBack && ++inside == 1);
@@ -71,6 +73,9 @@ TEST(Semaphore, ManyWritersTakeAllUnitsWithoutDeadlockAndWaitForAHostsUnit) {
       }
     });
   }
+  while (starting > 0) std::this_thread::yield();
+  for (int i = 0; i < 100; ++i)
+    std::this_thread::yield();  // writers that did not wait would be inside by now
   gaveBack = true;
   semaphore.signal();
   for (auto& writer : writers) writer.join();

@@ -36,6 +36,7 @@ TEST_F(NotificationCenterTest, CallsInOrderOfRegistrationAndFiltersObjectsByIden
   EXPECT_EQ(post("name"), "abe");
   EXPECT_EQ(post("name", twin), "abe");
   EXPECT_EQ(post("name", drive), "abce");
+  EXPECT_EQ(post("other"), "bde") << "a new name begins with the observers of all names";
   EXPECT_EQ(post("unheard of"), "be");
   EXPECT_EQ(NotificationObject(drive).dictionary()->doubleValue("k"), 1);
   EXPECT_EQ(NotificationObject(drive->snapshot()).drive(), nullptr);
