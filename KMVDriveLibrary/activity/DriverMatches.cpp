@@ -2,22 +2,18 @@
 #include "activity/DriverMatches.h"
 
 #include <algorithm>
+#include <string>
 #include <string_view>
+
+#include "base/Text.h"
 
 namespace kmv::activity {
 namespace {
 
 constexpr std::size_t kNone = static_cast<std::size_t>(-1);
 
-std::string folded(std::string_view text) {
-  std::string small(text);
-  std::transform(small.begin(), small.end(), small.begin(),
-                 [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
-  return small;
-}
-
 struct Prefix {
-  std::string text;       // folded
+  std::string text;       // in upper case
   std::string_view path;  // as it stands
   std::size_t driver;
   std::size_t shorter = kNone;  // the longest other prefix of this one
@@ -33,13 +29,13 @@ void linkToShorterOnes(std::vector<Prefix>& prefixes) {
   }
 }
 
-/// The drivers in ascending order of their folded paths.
+/// The drivers in ascending order of their paths in upper case.
 std::vector<Prefix> prefixesOf(const DriveStatistics& statistics) {
   std::vector<Prefix> prefixes;
   prefixes.reserve(statistics.drivers.size());
   for (std::size_t i = 0; i < statistics.drivers.size(); ++i) {
     const std::string& path = statistics.drivers[i].path;
-    if (!path.empty()) prefixes.push_back({folded(path), path, i});  // an empty path matches nothing
+    if (!path.empty()) prefixes.push_back({upperCase(path), path, i});  // an empty path matches nothing
   }
   std::sort(prefixes.begin(), prefixes.end(), [](const auto& a, const auto& b) { return a.text < b.text; });
   linkToShorterOnes(prefixes);
@@ -62,7 +58,7 @@ std::vector<DriverMatch> driverMatches(const DriveStatistics& statistics) {
   std::vector<DriverMatch> matches;
   std::vector<const Prefix*> ofVolume;
   for (std::size_t volume = 0; volume < statistics.volumes.size(); ++volume) {
-    const std::string media = folded(statistics.volumes[volume].mediaPath);
+    const std::string media = upperCase(statistics.volumes[volume].mediaPath);
     ofVolume.clear();
     for (std::size_t at = lastNotAfter(prefixes, media); at != kNone; at = prefixes[at].shorter) {
       if (media.starts_with(prefixes[at].text)) ofVolume.push_back(&prefixes[at]);

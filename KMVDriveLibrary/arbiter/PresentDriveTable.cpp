@@ -233,11 +233,4 @@ PresentDriveTable::Drive PresentDriveTable::firstMatching(std::optional<std::str
   return core_->firstMatching(volumeUUID, appearanceTime);
 }
 
-DictionarySnapshot MountedDictionaries::find(const URL& key) const {
-  const auto it =
-      std::lower_bound(entries_.begin(), entries_.end(), key,
-                       [](const Entry& entry, const URL& wanted) { return entry.first < wanted; });
-  return it != entries_.end() && it->first == key ? it->second : nullptr;
-}
-
 }  // namespace kmv

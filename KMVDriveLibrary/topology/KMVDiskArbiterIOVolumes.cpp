@@ -5,28 +5,25 @@
 #include <KMVDriveLibrary/KMVDriveKeys.h>
 #include <KMVDriveLibrary/host/CrossAppKit.h>
 
-#include <algorithm>
 #include <string>
 #include <string_view>
 #include <utility>
 
+#include "base/Text.h"
+
 namespace {
 
-/// True when `text` holds `letters` in either case. REQUIRES: `letters` are small ones of ASCII.
+/// True when `text` contains `letters` in either case. REQUIRES: `letters` are capitals.
 bool containsInAnyCase(const std::string* text, std::string_view letters) {
-  if (text == nullptr) return false;
-  const auto same = [](char a, char b) {
-    return (a >= 'A' && a <= 'Z' ? static_cast<char>(a - 'A' + 'a') : a) == b;
-  };
-  return std::search(text->begin(), text->end(), letters.begin(), letters.end(), same) != text->end();
+  return text != nullptr && kmv::upperCase(*text).find(letters) != std::string::npos;
 }
 
 IOVolume volumeOf(const kmv::URL& url, const kmv::Dictionary& drive) {
   const auto kindKey = kDAVolumeKindKey.value();
   IOVolume volume{url};
-  if (kindKey && containsInAnyCase(drive.text(*kindKey), "fuse")) {
+  if (kindKey && containsInAnyCase(drive.text(*kindKey), "FUSE")) {
     volume.mediaKind = IOMediaKind::fuse;  // wins over what the device calls itself
-  } else if (containsInAnyCase(drive.text(kDADeviceModel), "ssd")) {
+  } else if (containsInAnyCase(drive.text(kDADeviceModel), "SSD")) {
     volume.mediaKind = IOMediaKind::solidState;
   }
   return volume;
