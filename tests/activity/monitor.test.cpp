@@ -71,6 +71,11 @@ TEST_F(Monitor, VolumesOfADiskShareItsCountersAndThePathsBeginningsDecide) {
   machine.removeBlockStorageDriver("/x/");
   nextCycle();
   EXPECT_EQ(news(), Lines{"Hidden read 1; One read 1; Ten read 1; Two read 1; "});
+  plugIn("Late", "/x/inner/late");
+  nextCycle();
+  count("/x/inner/", 31, 0);
+  nextCycle();
+  EXPECT_EQ(news(), Lines{"Late read 1; Nested read 1; "});
 }
 
 TEST_F(Monitor, QuestionsAreAnsweredOnItsQueue) {

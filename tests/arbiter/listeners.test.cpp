@@ -54,7 +54,8 @@ TEST_F(Listeners, SeeANewDriveListedIdentifiedAndUnlockedBeforeItIsAnnounced) {
   machine.runUntilIdle();
   EXPECT_EQ(Annotator::shown.size(), 2u) << "not for renames and removals";
   arbiter.removeAdditionalInformationListener(second);
-  arbiter.removeAdditionalInformationListener(second);
+  arbiter.arbiterQueue()->sync(
+      [&] { arbiter.removeAdditionalInformationListener(second); });  // nothing to do
   machine.mount(disk, "/Volumes/B");
   machine.runUntilIdle();
   EXPECT_EQ(Annotator::shown.size(), 3u);

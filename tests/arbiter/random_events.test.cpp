@@ -145,21 +145,17 @@ class Dice {
   }
   Dictionary description() {
     Dictionary d;
-    for (const std::string& key :
-         {kPath, kUUID, kTime, std::string("DAVolumeKind"), std::string("DAVolumeName"),
-          std::string("DAVolumeMountable"), std::string("DADeviceInternal"), std::string("DAVolumeNetwork"),
-          std::string("DAMediaEjectable")}) {
+    for (const char* key :
+         {"DAVolumePath", "DAVolumeUUID", "DAAppearanceTime", "DAVolumeKind", "DAVolumeName",
+          "DAVolumeMountable", "DADeviceInternal", "DAVolumeNetwork", "DAMediaEjectable"}) {
       if (const auto value = valueOf(key)) d.set(key, *value);
     }
     return d;
   }
   ChangedKeys changedKeys() {
     ChangedKeys keys;
-    for (const char* key : {"DAVolumeName", "DAVolumePath", "DAVolumeKind"}) {
-      if (oneIn(2)) keys.emplace_back(key);
-    }
-    for (const std::string& key : {kUUID, kTime}) {
-      if (oneIn(4)) keys.push_back(key);
+    for (const std::string& key : {std::string("DAVolumeName"), kPath, kUUID, kTime}) {
+      if (oneIn(key == kUUID || key == kTime ? 4 : 2)) keys.push_back(key);
     }
     return keys;
   }

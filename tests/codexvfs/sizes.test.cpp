@@ -29,7 +29,7 @@ class CodexSizes : public CodexVolume {
 };
 
 TEST_F(CodexSizes, AFileCountsByItsOwnSizeOrItsAttributeOrWhatWasKnownOfIt) {
-  addEmpty("clips/first", "1000");
+  addEmpty("clips/first", "-1000");
   addEmpty("clips/negative", " -30\n");
   machine.createItem(path("clips/bare"));
   machine.createItem(path("clips/deep/also bare"));

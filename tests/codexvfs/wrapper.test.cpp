@@ -196,6 +196,10 @@ TEST_F(CodexWrapper, TheSizeHandlerIsToldWhatIsKnownAndMustNotBeTakenAwayBefore)
   wrapper->setSizeUpdated([&](std::int64_t bytes) { told = bytes; });
   machine.runUntilIdle();
   EXPECT_EQ(told, 0);
+  write(kBuilt);
+  EXPECT_TRUE(wrapper->vfsIsReady()) << "and has the size worked out, since it is the first to see it";
+  machine.runUntilIdle();
+  EXPECT_EQ(told, kBuiltBytes);
   wrapper->setSizeUpdated(nullptr);
   machine.runUntilIdle();
   wrapper->setSizeUpdated([](std::int64_t) {});
