@@ -31,7 +31,7 @@ RecordsBySender::const_iterator chosenAmong(const RecordsBySender& records) {
   return candidate;
 }
 
-/// Created once for the process. Its updates may run beside each other.
+/// Created once for the process. Concurrent: updates may overtake each other.
 kmv::ConcurrentQueue& updateQueue() {
   static auto* const queue =
       new std::shared_ptr<kmv::ConcurrentQueue>(kmv::Platform::current().queues().makeConcurrentQueue(

@@ -48,7 +48,7 @@ bool isSilent(const Dictionary& description) {
   return kind != nullptr && *kind == kSilentVolumeKind;
 }
 
-/// The listeners see a copy that is thrown away afterwards, while the list keeps the bare description: both
+/// The listeners see a copy that is discarded afterwards, while the list keeps the bare description: both
 /// are intended, as is that the list is edited outside the asset queue.
 void addUnmountedDisk(const KMVDiskArbiter& arbiter, const DictionarySnapshot& description) {
   const auto annotated = std::make_shared<DriveDictionary>(*description);
@@ -95,7 +95,8 @@ KMVDiskArbiter::Drive KMVDiskArbiter::addDiskWithRepresentationToTheList(
   Drive drive;
   {
     kmv::WriterLock writer(*this);
-    // Checked again under the lock: when two threads race to add a volume, it is registered and announced once.
+    // Checked again under the lock: when two threads race to add a volume, it is registered and announced
+    // once.
     if (Drive other = known()) return other;
     drive = storePresentDrive(*this, *key, *description);
     discoverUUIDForArbiterDictionary(drive);

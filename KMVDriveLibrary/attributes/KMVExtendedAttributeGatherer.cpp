@@ -19,7 +19,7 @@ using kmv::Platform;
 constexpr char kTool[] = "/usr/bin/xattr";
 constexpr char kStartBlock[] = "ltfs.startblock";
 constexpr char kErrorDomain[] = "extendedattributes";
-/// Longer values are no positions; the contract reads no more.
+/// The library's contract reads no more of a position; a longer value counts as 0.
 constexpr std::size_t kLongestPosition = 255;
 
 std::string trimmed(std::string_view text) {
@@ -46,8 +46,8 @@ std::string pathForSystem(std::string_view path) {
   return std::string(path);
 }
 
-/// "2024-01-02T03:04:05." and the milliseconds since midnight, unpadded: what the contract's pattern says,
-/// not a fraction of the second. None for a year beyond the calendar's.
+/// "2024-01-02T03:04:05." and the milliseconds since midnight, unpadded, not a fraction of the second:
+/// intended, the date pattern of the library's contract. None for a year beyond the calendar's.
 std::optional<std::string> dateText(kmv::Date date) {
   constexpr double kLargestSecond = 1e14;
   constexpr std::int64_t kMillisecondsPerDay = 86'400'000;

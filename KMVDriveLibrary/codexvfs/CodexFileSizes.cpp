@@ -20,7 +20,8 @@ namespace {
 
 using kmv::URL;
 
-// Programming errors by contract, wherever they come from: sizes that do not fit stop the process.
+// Integer overflow is a programming error by the library's contract, wherever the sizes come from: it stops
+// the process.
 
 std::int64_t sum(std::int64_t a, std::int64_t b) {
   std::int64_t result = 0;

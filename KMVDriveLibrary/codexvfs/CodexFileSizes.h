@@ -14,7 +14,8 @@
 #include "platform/TreeWalk.h"
 
 /// The sizes of a Codex volume's files: by their own, by the attribute that stands for it where a file is
-/// empty, or by what was found before. A sum that 64 bits cannot hold stops the process, by contract.
+/// empty, or by what was found before. A sum that 64 bits cannot hold stops the process: a programming
+/// error by the library's contract.
 ///
 /// Threads: all on one queue, that of the wrapper's sizes; `aggregateSize` on any thread.
 class CodexFileSizes {

@@ -61,7 +61,7 @@ struct CodexVirtualFileSystemWrapper::Fields {
   std::atomic<VirtualFileSystemType> vfsType{VirtualFileSystemType::codexHDE};
   CodexVFSState vfsState;  // confined to the update queue
   const std::chrono::nanoseconds timeBetweenChecks = kTimeBetweenChecks;
-  // Set on the size queue and read on the update queue, as the contract has it.
+  // Set on the size queue and read on the update queue, as the library's contract has it; atomic, so no race.
   std::atomic<bool> sizeIsCalculated{false};
   kmv::AtomicProperty<SizeHandler> sizeUpdated;
   CodexFileSizes sizes;  // confined to the size queue, but for `aggregateSize`

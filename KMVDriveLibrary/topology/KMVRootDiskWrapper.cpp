@@ -42,7 +42,7 @@ KMVRootDiskWrapper::Wrapper KMVRootDiskWrapper::createWrapperWithArbiterDict(
   auto container =
       std::dynamic_pointer_cast<KMVAPFSContainerWrapper>(findExistingWrapperForBSDName(containerName));
   if (container == nullptr) {
-    // What bears the name already and is no container stays beside it: intended.
+    // A wrapper of that name that is not a container stays in the table as well: intended.
     container = std::make_shared<KMVAPFSContainerWrapper>(shared_from_this(), kmv::Value(containerName),
                                                           valueUnder(kDAMediaBSDUnit, dictionary));
     tableOfPartitions()->add(container);

@@ -18,7 +18,7 @@ inline std::optional<Value> valueUnder(const KeyVariable& key, const DictionaryS
   return value == nullptr ? std::nullopt : std::optional(*value);
 }
 
-/// The text of a name; none for no name and for what is no text, which equals nothing.
+/// The text of a name; none without a name, and for a value of another type, which equals no name.
 inline std::optional<std::string_view> textOf(const std::optional<Value>& name) {
   const std::string* text = name ? name->asText() : nullptr;
   return text == nullptr ? std::nullopt : std::optional<std::string_view>(*text);
