@@ -56,8 +56,8 @@ class ModelBench {
     model.deviceSeen(device);
   }
 
-  /// Carries out steps that "; " separates. Devices are "sda" to "sdz"; WHAT is one of them, or a kind of file system
-  /// without a device, or "btrfs:/root" on sda.
+  /// Carries out steps that "; " separates. Devices are "sda" to "sdz"; WHAT is one of them, or a kind of
+  /// file system without a device, or "btrfs:/root" on sda.
   ///   plug NAME [MEDIUM]   insert NAME [MEDIUM] (nobody hears of it)   unplug NAME
   ///   mount ID WHAT POINT [PARENT]   umount ID   move ID POINT   replace ID ID2 WHAT POINT (in one difference)
   void does(const std::string& steps) {

@@ -10,9 +10,9 @@
 
 namespace kmv {
 
-/// The kernel's mountinfo file, opened lazily. The kernel reports a change once for each open file, so whoever
-/// must miss none has a file of its own: two pollers of one file would take the reports from each other.
-/// Thread: one at a time.
+/// The kernel's mountinfo file, opened lazily. The kernel reports a change once for each open file, so
+/// whoever must miss none has a file of its own: two pollers of one file would take the reports from each
+/// other. Thread: one at a time.
 class MountInfoFile {
  public:
   explicit MountInfoFile(const LinuxOptions& options);
@@ -21,7 +21,8 @@ class MountInfoFile {
   /// missing, or is a plain file. Cost: one poll.
   bool hasChanged();
 
-  /// The whole text; none when it cannot be read. A long table takes several reads, between which it can change.
+  /// The whole text; none when it cannot be read. A long table takes several reads, between which it can
+  /// change.
   std::optional<std::string> read();
 
   /// To be polled for `epollEvents`, which consumes the report; -1 when there is no file.

@@ -11,8 +11,8 @@
 
 namespace kmv {
 
-/// Which mounts stand where: by the mount that they stand on, and by their point. Every question costs a look-up in a
-/// sorted set. The entries are the caller's and outlive their place here.
+/// Which mounts stand where: by the mount that they stand on, and by their point. Every question costs a
+/// look-up in a sorted set. The entries are the caller's and outlive their place here.
 class MountPlaces {
  public:
   using Visit = std::function<void(std::uint64_t id)>;

@@ -15,10 +15,10 @@ namespace kmv {
 
 class MountFollower;
 
-/// The one mount table of a platform: read by one watcher, kept as one tree, for everybody who asks about mounts.
-/// It catches up with the kernel when somebody asks and the kernel reports a change; nothing happens in between.
-/// The tree is brought up to date lazily, by whoever reads it and not by who only follows the differences.
-/// Threads: any.
+/// The one mount table of a platform: read by one watcher, kept as one tree, for everybody who asks about
+/// mounts. It catches up with the kernel when somebody asks and the kernel reports a change; nothing happens
+/// in between. The tree is brought up to date lazily, by whoever reads it and not by who only follows the
+/// differences. Threads: any.
 class MountTable {
  public:
   using Reader = std::function<void(const MountTree&)>;
@@ -30,7 +30,8 @@ class MountTable {
   /// Hands the table as it is now to `reader`, under the lock: it copies what it needs and asks nobody. False
   /// when the table could not be read, which leaves it as it was known.
   bool read(const Reader& reader) KMV_EXCLUDES(mutex_);
-  /// The same, without trust in the kernel's report: a renamed folder above a mount point is reported to nobody.
+  /// The same, without trust in the kernel's report: a renamed folder above a mount point is reported to
+  /// nobody.
   bool readAnew(const Reader& reader) KMV_EXCLUDES(mutex_);
 
  private:

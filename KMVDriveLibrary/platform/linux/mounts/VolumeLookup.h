@@ -23,10 +23,10 @@ namespace kmv {
 
 /// Which volume holds an item: one question for its mount's id, then a look-up in the mount table.
 ///
-/// The kernel reuses mount ids, so an id counts only when the table did not change between the last look at it and
-/// the answer; asking whether it did is a poll of its descriptor. Threads: any. The item is asked outside the locks,
-/// so a look-up that waits for a dead server delays no other, and threads keep what they found in caches apart, so
-/// that they do not contend.
+/// The kernel reuses mount ids, so an id counts only when the table did not change between the last look at
+/// it and the answer; asking whether it did is a poll of its descriptor. Threads: any. The item is asked
+/// outside the locks, so a look-up that waits for a dead server delays no other, and threads keep what they
+/// found in caches apart, so that they do not contend.
 class VolumeLookup {
  public:
   VolumeLookup(const LinuxOptions& options, std::shared_ptr<MountTable> mounts);
@@ -42,8 +42,8 @@ class VolumeLookup {
     std::optional<URL> root;
   };
 
-  /// Roots that some threads found since the table last changed, by mount id. A cache line of the processor to
-  /// itself, like what the kernel keeps of its descriptor.
+  /// Roots that some threads found since the table last changed, by mount id. A cache line of the processor
+  /// to itself, like what the kernel keeps of its descriptor.
   struct alignas(64) Cache {
     /// True once after each change of the table, and at first.
     bool isOutdated() KMV_REQUIRES(mutex);

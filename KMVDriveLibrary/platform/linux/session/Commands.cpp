@@ -190,7 +190,8 @@ std::int32_t Commands::renameByKernel(const TargetVolume& volume, const std::str
   const FileDescriptor root(
       ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
   if (!root) return dissent::ofError(errno);
-  // While its root is open the id belongs to no other. Where the kernel does not tell it, the table alone decides.
+  // While its root is open the id belongs to no other. Where the kernel does not tell it, the table alone
+  // decides.
   const MountIdAnswer mount = mountIdOfOpenFile(root.get());
   const bool isElsewhere = mount.error == 0 ? mount.id != volume.mountId : mount.error != ENOSYS;
   if (isElsewhere || lookFor(volume).place != Place::mounted) return dissent::kNotMounted;

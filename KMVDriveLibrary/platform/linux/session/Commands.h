@@ -39,8 +39,8 @@ struct TargetVolume {
   DeviceNumber device;
 };
 
-/// Unmounts and renames volumes of the mount table. Both block for as long as the medium needs to be written, or a user
-/// to be asked for a password: for a worker's thread. Threads: any.
+/// Unmounts and renames volumes of the mount table. Both block for as long as the medium needs to be written,
+/// or a user to be asked for a password: for a worker's thread. Threads: any.
 class Commands {
  public:
   Commands(LinuxOptions options, std::shared_ptr<MountTable> mounts);

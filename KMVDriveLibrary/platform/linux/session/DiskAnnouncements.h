@@ -35,8 +35,8 @@ struct MountedDisk {
   MountEntry mount;
 };
 
-/// Collects the events of a model, and knows which drive was told at which mount point. `mount` is null for a disk
-/// without a path. Thread: one at a time.
+/// Collects the events of a model, and knows which drive was told at which mount point. `mount` is null for a
+/// disk without a path. Thread: one at a time.
 class DiskAnnouncements {
  public:
   void appeared(AnnouncedDisk& disk, Dictionary description, const MountEntry* mount);

@@ -293,7 +293,8 @@ void LinuxSession::takeDeviceEvents(const std::vector<DeviceEvent>& events) {
   }
 }
 
-/// One by one: what was unmounted and mounted again in between is another mount of the same medium, or of another one.
+/// One by one: what was unmounted and mounted again in between is another mount of the same medium, or of
+/// another one.
 void LinuxSession::takeMountNews() {
   for (const auto& delta : mountNews_->take()) model_->mountsChanged(*delta);
 }
