@@ -42,10 +42,6 @@ std::int64_t signedSize(std::uint64_t size) {
   return static_cast<std::int64_t>(size);
 }
 
-const OrvaneLog& log() {
-  return OrvaneLog::defaultLog();
-}
-
 /// What the rule asks about a file, answered by the helpers that the host may have replaced.
 class AskedFile {
  public:
@@ -134,8 +130,8 @@ std::int64_t readSizeOf(const URL& url) {
   };
   const auto close = [counted, reader, url](const std::optional<kmv::Error>& error) {
     if (error)
-      log().logInfo("KMV_CodexVFS-actualFileSize(of:'" + url.absoluteString() +
-                    "') error: " + descriptionOf(*error));
+      OrvaneLog::defaultLog().logInfo("KMV_CodexVFS-actualFileSize(of:'" + url.absoluteString() +
+                                      "') error: " + descriptionOf(*error));
     reader->closeIOWithCompletionHandler([counted] { counted->close(); });
   };
   // Whether it is open makes no difference: the cycle then says why not.
@@ -151,8 +147,8 @@ std::int64_t actualFileSize(const URL& url) {
     size = signedSize(helpers.sizeOfFileAtPath(path).value_or(0));
   if (size == 0) size = readSizeOf(url);
   if (size == 0)
-    log().logInfo("KMV_CodexVFS-File size of 0 found for '" + url.lastPathComponent() +
-                  "' while parsing Codex stack.");
+    OrvaneLog::defaultLog().logInfo("KMV_CodexVFS-File size of 0 found for '" + url.lastPathComponent() +
+                                    "' while parsing Codex stack.");
   return size;
 }
 
@@ -189,8 +185,9 @@ void CodexFileSizes::count(const kmv::WalkedFile& file, std::int64_t& total) {
     return;
   }
   if (const auto size = sizeByRule(asked)) return remember(file.path, *size, total);
-  log().logError("KMV_CodexVFS-Could not get extended attributes estimatedSize for file at path: '" +
-                 std::string(file.path) + "' defaulting to 0....");
+  OrvaneLog::defaultLog().logError(
+      "KMV_CodexVFS-Could not get extended attributes estimatedSize for file at path: '" +
+      std::string(file.path) + "' defaulting to 0....");
 }
 
 std::optional<std::int64_t> CodexFileSizes::known(std::string_view path) const {

@@ -51,10 +51,6 @@ class Printer {
   std::size_t left_ = kLargestDocument;
 };
 
-const OrvaneLog& log() {
-  return OrvaneLog::defaultLog();
-}
-
 /// As the platform words it.
 std::string failureText(const std::string& fileName, kmv::FileBytes::Failure failure) {
   using Failure = kmv::FileBytes::Failure;
@@ -87,15 +83,17 @@ void CodexVFSState::updateFlags(const kmv::FileBytes& document) {
   const auto value = document.bytes ? kmv::valueOfJSON(*document.bytes) : std::nullopt;
   const kmv::Dictionary* object = value ? value->asDictionary() : nullptr;
   if (!value) {
-    log().logInfo(document.bytes ? "The data couldn’t be read because it isn’t in the correct format."
-                                 : failureText(vfsFilePath_.lastPathComponent(), document.failure));
+    OrvaneLog::defaultLog().logInfo(document.bytes
+                                        ? "The data couldn’t be read because it isn’t in the correct format."
+                                        : failureText(vfsFilePath_.lastPathComponent(), document.failure));
   }
   if (object == nullptr) {
-    log().logInfo("CodexVFS-No json found to parse.");
+    OrvaneLog::defaultLog().logInfo("CodexVFS-No json found to parse.");
     return;
   }
   Printer printed;
-  for (const auto& [key, member] : *object) log().logDebug("Key: " + key + ", Value: " + printed(member));
+  for (const auto& [key, member] : *object)
+    OrvaneLog::defaultLog().logDebug("Key: " + key + ", Value: " + printed(member));
   updateFlags(*object);
 }
 
@@ -104,11 +102,13 @@ void CodexVFSState::updateFlags(const kmv::Dictionary& from) {
   for (const auto& [key, value] : from) {
     const Flag* flag = flagOf(key);
     if (flag == nullptr) {  // the apostrophe at the end stands alone, on purpose
-      log().logInfo("CodexVFS-Unrecognized codex flag : {" + key + ":" + printed(value) + "}'");
+      OrvaneLog::defaultLog().logInfo("CodexVFS-Unrecognized codex flag : {" + key + ":" + printed(value) +
+                                      "}'");
     } else if (const std::string* text = value.asText()) {
       takeOver(flag->flag, *text);
     } else {
-      log().logInfo("CodexVFS-" + std::string(flag->complaint) + ": '" + printed(value) + "'.");
+      OrvaneLog::defaultLog().logInfo("CodexVFS-" + std::string(flag->complaint) + ": '" + printed(value) +
+                                      "'.");
     }
   }
 }

@@ -18,11 +18,11 @@ TEST(Text, IsTrimmedOfThePlatformsWhiteSpaceOnly) {
     appendUTF8(text, c);
     return withoutWhiteSpaceAtEnds(text + "x" + text) == "x" && withoutWhiteSpaceAtEnds(text).empty();
   };
-  for (const char32_t c :
-       {0x09, 0x0d, 0x20, 0x85, 0xa0, 0x1680, 0x2000, 0x200b, 0x2028, 0x2029, 0x202f, 0x205f, 0x3000})
-    EXPECT_TRUE(isSpace(c)) << static_cast<unsigned>(c);
-  for (const char32_t c : {0x01, 0x08, 0x0e, 0x1f, 0x41, 0x200c, 0x2027, 0x1f600})
-    EXPECT_FALSE(isSpace(c)) << static_cast<unsigned>(c);
+  for (const unsigned c : {0x09U, 0x0dU, 0x20U, 0x85U, 0xa0U, 0x1680U, 0x2000U, 0x200bU, 0x2028U, 0x2029U,
+                           0x202fU, 0x205fU, 0x3000U})
+    EXPECT_TRUE(isSpace(c)) << c;
+  for (const unsigned c : {0x01U, 0x08U, 0x0eU, 0x1fU, 0x41U, 0x200cU, 0x2027U, 0x1f600U})
+    EXPECT_FALSE(isSpace(c)) << c;
 }
 
 TEST(Text, IsUTF8WithoutOverlongFormsAndSurrogates) {

@@ -12,7 +12,6 @@
 namespace kmv {
 namespace {
 
-constexpr std::uint64_t kSectorBytes = 512;  // of "size", whatever the device's own block is
 constexpr int kMinorBits = 20;
 
 bool isMemoryDisk(std::string_view name) {

@@ -27,6 +27,9 @@ struct SignatureFacts {
   friend bool operator==(const SignatureFacts&, const SignatureFacts&) = default;
 };
 
+/// The unit of "size" in sysfs, whatever the device's own block is.
+inline constexpr std::uint64_t kSectorBytes = 512;
+
 /// One block device as sysfs and udev's database show it.
 struct BlockDevice {
   DeviceNumber number;

@@ -12,7 +12,6 @@
 namespace kmv {
 namespace {
 
-constexpr std::uint64_t kSectorBytes = 512;  // of "size", whatever the device's own block is
 constexpr std::string_view kDeleted =
     " (deleted)";  // what the kernel adds to the name of a file that is gone
 
