@@ -57,7 +57,7 @@ void chooseWith(CLI::App& command, Action& chosen, Action action);
 template <typename Options>
 std::shared_ptr<Options> optionsOf(CLI::App& command, Action& chosen,
                                    ExitCode (*run)(CommandContext&, const Options&)) {
-  const auto options = std::make_shared<Options>();
+  auto options = std::make_shared<Options>();
   chooseWith(command, chosen, [options, run](CommandContext& context) { return run(context, *options); });
   return options;
 }

@@ -56,7 +56,7 @@ class KMVDriveActivityMonitor::Measurement {
 
   static KMVDriveIOActivityTracker::Sample sampleOf(const kmv::DriveStatistics::Driver& driver) {
     if (!driver.counters) return nullptr;
-    const auto sample =
+    auto sample =
         std::make_shared<DeviceIOStatistics>(driver.counters->bytesRead, driver.counters->bytesWritten);
     sample->setReadLatency(driver.counters->readLatency);
     sample->setWriteLatency(driver.counters->writeLatency);

@@ -83,7 +83,7 @@ CodexVirtualFileSystemWrapper::~CodexVirtualFileSystemWrapper() = default;
 
 std::shared_ptr<CodexVirtualFileSystemWrapper> CodexVirtualFileSystemWrapper::initWithRoot(
     const kmv::URL& root) {
-  const std::shared_ptr<CodexVirtualFileSystemWrapper> wrapper(new CodexVirtualFileSystemWrapper(root));
+  std::shared_ptr<CodexVirtualFileSystemWrapper> wrapper(new CodexVirtualFileSystemWrapper(root));
   wrapper->inspectVFSForLoadActivity();
   wrapper->calculateSize();
   return wrapper;

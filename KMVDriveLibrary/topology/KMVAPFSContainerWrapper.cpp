@@ -30,7 +30,7 @@ KMVAPFSContainerWrapper::Volume KMVAPFSContainerWrapper::addAPFSVolumeRepresenta
     known->updateWithArbiterDict(dictionary);
     return known;
   }
-  const auto made = std::make_shared<KMVAPFSVolumeWrapper>(
+  auto made = std::make_shared<KMVAPFSVolumeWrapper>(
       dictionary, rootVolumeWrapper(), std::static_pointer_cast<KMVAPFSContainerWrapper>(shared_from_this()));
   tableOfChildAPFSVolumes()->add(made);
   return made;

@@ -99,7 +99,7 @@ std::shared_ptr<KMVRootDiskWrapper> KMVDriveWrapperManager::rootDiskOf(const kmv
     std::erase_if(rootDisks_, [](const auto& entry) { return entry.second.expired(); });
     roomBeforeSweep_ = std::max(kSmallestRoom, 2 * rootDisks_.size());
   }
-  const auto made = std::make_shared<KMVRootDiskWrapper>(unit);
+  auto made = std::make_shared<KMVRootDiskWrapper>(unit);
   rootDisks_.insert_or_assign(unit, made);
   return made;
 }

@@ -28,7 +28,7 @@ std::string PhysicalDisks::folderOf(const std::string& name) const {
 }
 
 std::string PhysicalDisks::wholeFolderOf(const std::string& name) const {
-  const std::string folder = folderOf(name);
+  std::string folder = folderOf(name);
   if (folder.empty() || readAttribute(folder + "/partition").empty()) return folder;
   return std::string(parentFolder(folder));
 }

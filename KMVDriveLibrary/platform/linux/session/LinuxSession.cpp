@@ -148,7 +148,7 @@ void LinuxSession::rename(const Disk& disk, const std::string& newName, CommandC
   start(disk, {carryOut, completion, context, /*changesMedium=*/true});
 }
 
-void LinuxSession::start(const Disk& disk, Command command) {
+void LinuxSession::start(const Disk& disk, const Command& command) {
   const auto* const volume = dynamic_cast<const MountedVolume*>(&disk);
   if (volume == nullptr) fatal("a command needs a disk that diskFromVolumePath gave");
   if (!queue_) fatal("a disk arbitration session needs a queue before a command");

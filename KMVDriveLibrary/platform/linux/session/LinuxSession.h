@@ -61,7 +61,7 @@ class LinuxSession final : public DiskArbitrationSession {
     void* context = nullptr;
     bool changesMedium = false;
   };
-  void start(const Disk& disk, Command command);
+  void start(const Disk& disk, const Command& command);
   void finish(const MountedDisk& before, Dissent dissent, const Command& command);
   void takeQuestions();
   void readAnew(const std::string& point);
