@@ -47,8 +47,7 @@ URL volumeOf(const std::optional<URL>& url) {
   raiseInvalidURL(url);
 }
 
-/// Bytes as the text that they are in ASCII; those above it become the characters of the same number, so
-/// decoding never fails.
+/// Decodes bytes as Latin-1 (ISO 8859-1), of which ASCII is a part, so decoding never fails.
 std::string textOfASCII(const std::string& bytes) {
   std::string text;
   for (const char c : bytes) kmv::appendUTF8(text, static_cast<unsigned char>(c));

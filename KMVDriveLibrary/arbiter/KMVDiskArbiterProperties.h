@@ -12,9 +12,9 @@
 struct KMVDiskArbiter::Properties {
   kmv::AtomicProperty<std::shared_ptr<kmv::PresentDriveTable>> presentDiskDictionaries;
   kmv::AtomicProperty<std::shared_ptr<kmv::SerialQueue>> assetMutexQueue;
-  // The same two as every look-up reads them: a look-up that takes no lock and counts no reference writes
-  // nothing that another thread reads, so look-ups do not slow each other down. For that the values that were
-  // replaced live as long as the registry.
+  // The same two as every look-up reads them: lock-free and without reference counting, so that look-ups
+  // write to no shared cache line and do not contend. In exchange the replaced values live as long as the
+  // registry.
   std::atomic<kmv::PresentDriveTable*> presentForLookUps{nullptr};
   std::atomic<kmv::SerialQueue*> assetQueueForLookUps{nullptr};
   kmv::LiveArray<std::shared_ptr<const void>> keptForLookUps;

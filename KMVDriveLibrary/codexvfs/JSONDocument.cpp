@@ -79,7 +79,7 @@ class Builder final : public nlohmann::json_sax<nlohmann::json> {
   std::optional<Value> whole_;
 };
 
-/// How many bytes a unit of the text has, and which of them comes first.
+/// The size of a code unit of the text in bytes, and its byte order.
 struct Encoding {
   std::size_t unit = 1;
   bool bigEndian = false;
@@ -103,7 +103,7 @@ Encoding encodingOf(std::string_view bytes) {
   return {};
 }
 
-/// The document in UTF-8; none where units are cut short or make no character.
+/// The document in UTF-8; none where code units are truncated or invalid.
 std::optional<std::string> textOf(std::string_view bytes) {
   const Encoding encoding = encodingOf(bytes);
   bytes.remove_prefix(encoding.markLength);
@@ -136,8 +136,8 @@ bool isSpace(char c) {
   return c == ' ' || c == '\t' || c == '\n' || c == '\r';
 }
 
-/// The text with a blank for every comma that stands between a value and a closing bracket: the platform's
-/// reader lets it pass, the parser does not.
+/// The text with a blank for every trailing comma, one between a value and a closing bracket: the platform's
+/// reader accepts it, the parser does not.
 std::string withoutClosingCommas(std::string text) {
   bool inString = false;
   char last = '\0';  // outside strings, other than space

@@ -52,7 +52,7 @@ void CodexWrapperSupply::request(const URL& location, Dictionary drive, Answer a
       });
 }
 
-/// Runs on the queue. Requests that come while the wrapper is being made wait for that one.
+/// Runs on the queue. Deduplicates: requests that come while the wrapper is being made wait for that one.
 void CodexWrapperSupply::supply(const URL& root, Answer answer) {
   const std::string path = root.path();
   if (const Wrapper wrapper = known(path)) {

@@ -68,8 +68,8 @@ bool KMVDriveWrapperManager::addInformationAboutDiskDictionary(
     const std::shared_ptr<kmv::DriveDictionary>& drive) {
   if (drive == nullptr)
     kmv::fatal("KMVDriveWrapperManager: addInformationAboutDiskDictionary without a drive");
-  // A copy of its own: the wrapper's weak link is to end with this call, whoever else holds the drive's
-  // content.
+  // A copy of its own: the wrapper's weak reference is to expire with this call, whoever else holds the
+  // drive's content.
   auto contents = std::make_shared<const kmv::Dictionary>(*drive->snapshot());
   const auto unit = valueUnder(kDAMediaBSDUnit, contents);
   const auto name = valueUnder(kDAMediaBSDName, contents);

@@ -19,7 +19,7 @@ struct LinuxOptions {
   /// Put before every path that is asked: a mount point, or an item whose volume is looked up. Empty for the
   /// view of the process whose mount table counts.
   std::string viewRoot;
-  std::string programRoot;  ///< put before the places of programs that the contract names; empty for the
+  std::string programRoot;  ///< put before the program paths of the library's contract; empty for the
                             ///< machine's own
   int netlinkBufferBytes = 8 << 20;  ///< the default of 208 KiB holds only some 250 events of a storm
   bool probing = true;               ///< read file-system signatures from device nodes that can be opened

@@ -26,14 +26,14 @@ constexpr int kMaximumLinks = 40;  // as many as the kernel follows in one path
   return S_ISDIR(target.st_mode) ? What::folder : What::file;
 }
 
-/// The caller's side of a walk: everything in listing order. Its `visit...` members are false when the visitor
-/// has had enough.
+/// The caller's side of a walk: everything in listing order. Its `visit...` members return false when the
+/// visitor has had enough.
 class Walk {
  public:
   Walk(const std::string& folder, const std::string& attribute, const VisitFile& visit)
       : schedule_(std::make_shared<WalkSchedule>(folder, attribute)), visit_(visit) {}
 
-  /// Nobody could tidy up after an exception: helpers are at work on what it would take away.
+  /// `noexcept` stops the process: unwinding would destroy what helpers are at work on.
   void run(const std::string& folder) noexcept {
     WalkedFolder root(folder, nullptr, 0);
     root.isFollowed = true;

@@ -19,8 +19,8 @@ struct FolderIdentity {
   friend bool operator==(const FolderIdentity&, const FolderIdentity&) = default;
 };
 
-/// Is told of one entry of a folder, "." and ".." included; `isFolder` is the listing's word, true only when it
-/// is sure. False ends the listing.
+/// Is told of one entry of a folder, "." and ".." included; `isFolder` is the listing's word, true only when
+/// it is sure. False ends the listing.
 using VisitEntry = std::function<bool(const char* name, bool isFolder)>;
 
 /// Reads an open folder from its beginning; false when it was not read to its end.

@@ -13,9 +13,9 @@
 
 namespace kmv {
 
-/// The value that `get(buffer, size)` reads: one call where it is short, and no allocation but its own. It can
-/// grow between two calls, so the buffer grows until it fits or has reached 2 MiB (a server may say anything).
-/// None on failure, with the `errno` of the last call.
+/// The value that `get(buffer, size)` reads: one call where it is short, and no allocation but its own. It
+/// can grow between two calls, so the buffer grows until it fits or has reached 2 MiB (a server may say
+/// anything). None on failure, with the `errno` of the last call.
 template <typename Get>
 std::optional<std::string> growingValue(const Get& get) {
   constexpr std::size_t kUsual = 512, kLargest = std::size_t{1} << 21;

@@ -26,7 +26,7 @@ FileBytes failureOf(int error) {
   return {{}, error == EACCES || error == EPERM ? Failure::notPermitted : Failure::unreadable};
 }
 
-/// Nothing of a file is cached at the beginning of this object's life, nor at its end.
+/// Drops the kernel's cache of the file at the beginning and at the end of this object's lifetime (RAII).
 class DroppedCache {
  public:
   explicit DroppedCache(int file) : file_(file) { dropCache(file_); }
@@ -76,8 +76,9 @@ std::optional<std::string> readToEnd(int file, std::size_t mostBytes) {
 }  // namespace
 
 FileBytes readRegularFileAt(const std::string& path, std::size_t mostBytes) {
-  // Whatever is there may be hostile: a device must not be opened, a link not followed, a pipe not waited for.
-  // Between look and open the item can be replaced (a race), so it is looked at twice.
+  // Whatever is there may be hostile: a device must not be opened, a link not followed, a pipe not waited
+  // for. Between look and open the item can be replaced (a race between check and use), so it is looked at
+  // twice.
   struct stat status {};
   if (::lstat(path.c_str(), &status) != 0) return failureOf(errno);
   if (!S_ISREG(status.st_mode)) return {};
@@ -85,7 +86,7 @@ FileBytes readRegularFileAt(const std::string& path, std::size_t mostBytes) {
   if (!file) return failureOf(errno);
   if (::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return {};
   if (static_cast<std::uintmax_t>(status.st_size) > mostBytes) return {};
-  // A server may change what the kernel has in its cache; and nobody needs it there afterwards.
+  // The kernel's cache is stale when a server changed the file; and nobody needs it there afterwards.
   const DroppedCache uncached(file.get());
   return {readToEnd(file.get(), mostBytes), FileBytes::Failure::unreadable};
 }

@@ -18,7 +18,7 @@
 namespace kmv {
 namespace {
 
-/// Nothing of the host's goes along: its descriptors, and its masked or ignored signals.
+/// The child inherits nothing of the host's: neither descriptors nor blocked or ignored signals.
 class Setup {
  public:
   Setup(int output, bool collectsErrors) {
@@ -48,7 +48,7 @@ class Setup {
   posix_spawnattr_t attributes;
 };
 
-/// A descriptor that is none of the standard three, which a host may have closed.
+/// A descriptor above the standard three, which a host may have closed.
 FileDescriptor aboveStandard(int descriptor) {
   const FileDescriptor original(descriptor);
   return FileDescriptor(::fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
@@ -64,7 +64,8 @@ std::string drain(int descriptor) {
   }
 }
 
-/// None when a host that ignores SIGCHLD lets it get lost; 128 and the signal for what a signal ended.
+/// None when the exit status is lost because a host ignores SIGCHLD; 128 plus the signal's number when a
+/// signal ended the child.
 std::optional<int> waitFor(pid_t child) {
   int status = 0;
   if (retryOnEINTR([&] { return ::waitpid(child, &status, 0); }) < 0) return std::nullopt;

@@ -30,8 +30,8 @@ int openFolder(const WalkedFolder& folder) {
   return retryOnEINTR([&] { return ::openat(from, path, flags); });
 }
 
-/// True for a cycle. Only a link can lead to a folder above; without one on the way the same numbers, which not
-/// every server takes care of, are another folder's. Also true when nothing can be known.
+/// True for a cycle. Only a link can lead to a folder above; without one on the way, equal numbers, which not
+/// every server keeps unique, are another folder's. Also true when nothing can be known.
 bool isBeingWalked(WalkedFolder& folder) {
   const auto identity = identityOf(folder.descriptor.get());
   if (!identity) return true;

@@ -6,8 +6,8 @@
 namespace kmv {
 namespace {
 
-/// Takes a decimal number and the blanks before it off the text; none when there is none. What is beyond 64
-/// bits wraps.
+/// Consumes a decimal number and the blanks before it; none when there is none. On overflow of 64 bits it
+/// wraps around.
 std::optional<std::uint64_t> takeNumber(std::string_view& text) {
   std::size_t at = 0;
   while (at < text.size() && text[at] == ' ') ++at;

@@ -27,8 +27,8 @@ struct DiskStatisticsLine {
   BlockStatistics statistics;
 };
 
-/// Takes the first line off `text`, the text of /proc/diskstats; none when nothing is left. A line that is no
-/// record is passed over.
+/// Consumes the first line of `text`, the text of /proc/diskstats; none at the end. A malformed line is
+/// skipped.
 std::optional<DiskStatisticsLine> takeDiskStatisticsLine(std::string_view& text);
 
 }  // namespace kmv

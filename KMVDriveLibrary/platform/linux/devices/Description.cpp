@@ -14,7 +14,8 @@
 namespace kmv {
 namespace {
 
-/// The name space of the UUIDs made from ids that are none. Never to change: hosts keep these UUIDs.
+/// The name space of the name-based (SHA-1) UUIDs that stand for ids that are not UUIDs. Must never change:
+/// hosts persist these UUIDs.
 constexpr std::string_view kIdNameSpace = "6d1f2c3a-8a52-5a0e-9a7b-0c5d3e1f4b60";
 
 /// The volume's type in the words that hosts test for: FAT by its width, anything else by its kind.

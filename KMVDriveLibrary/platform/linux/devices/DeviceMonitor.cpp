@@ -41,7 +41,7 @@ class KernelMonitor final : public DeviceMonitor {
       const ssize_t size = receive(buffer, sender);
       if (size < 0 && errno != ENOBUFS) break;
       if (size < 0) news.lost = true;
-      // Any process of the right privileges may write to the group; only the kernel has no port number.
+      // A privileged process may send to the multicast group too; only the kernel's messages have port id 0.
       if (size < 0 || sender.nl_pid != 0) continue;
       if (auto event = parseDeviceMessage({buffer.data(), static_cast<std::size_t>(size)}))
         news.events.push_back(std::move(*event));

@@ -9,33 +9,33 @@
 
 namespace kmv {
 
-/// Hears of block devices. Thread: one at a time.
+/// Receives the events of block devices. Thread: one at a time.
 class DeviceMonitor {
  public:
   struct News {
     std::vector<DeviceEvent> events;
-    bool lost = false;  ///< the kernel dropped events: look at everything
+    bool lost = false;  ///< the kernel dropped events (buffer overrun): enumerate everything again
   };
 
   virtual ~DeviceMonitor() = default;
 
-  /// Polls readable while there is news; -1 when none can be had here.
+  /// Polls readable while events are pending; -1 where none can be received.
   virtual int descriptor() const = 0;
 
-  /// Takes all news without waiting.
+  /// Takes all pending events without blocking.
   virtual News drain() = 0;
 };
 
-/// Hears from udevd while that runs, so that its database is written when an event arrives; else from the
+/// Listens to udevd while that runs, so that its database is written before an event arrives; else to the
 /// kernel.
 std::unique_ptr<DeviceMonitor> makeDeviceMonitor(const LinuxOptions& options);
 
 #ifdef KMV_WITH_UDEV
-/// None when udevd's events cannot be had.
+/// None when udevd's events cannot be received.
 std::unique_ptr<DeviceMonitor> makeUdevMonitor(const LinuxOptions& options);
 #endif
 
-/// Makes room for a storm of events; a privileged process may exceed the system's limit.
+/// Enlarges the receive buffer for a storm of events; a privileged process may exceed the system's limit.
 void setReceiveBuffer(int socket, int bytes);
 
 }  // namespace kmv

@@ -28,7 +28,7 @@ class PhysicalDisks {
 
   std::optional<StorageDevice> wholeDiskOf(const std::string& name) const;
 
-  /// Ascending by name. A stack that leads back into itself ends where it does.
+  /// Ascending by name. A cycle in the stack of devices is cut where it closes.
   std::vector<StorageDevice> below(const std::string& name) const;
 
   /// The device's folder below /sys/devices, and that of its whole disk; empty when there is none.

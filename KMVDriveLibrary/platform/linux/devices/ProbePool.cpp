@@ -55,7 +55,7 @@ void ProbePool::start(std::vector<ProbeRequest> requests) {
   State& state = *state_;
   const MutexLock lock(state.mutex);
   for (ProbeRequest& request : requests) {
-    // Only the newest question about a device is of interest.
+    // The newest request about a device supersedes the ones before.
     std::erase_if(state.waiting,
                   [&](const ProbeRequest& older) { return older.device.number == request.device.number; });
     state.waiting.push_back(std::move(request));
@@ -66,7 +66,7 @@ void ProbePool::start(std::vector<ProbeRequest> requests) {
     ++state.threads;
   }
   if (state.threads > 0) return;
-  // No thread is to be had: nothing is known of the devices then.
+  // No thread can be started: nothing is known of the devices then.
   for (const ProbeRequest& request : std::exchange(state.waiting, {})) state.answer(request, std::nullopt);
 }
 

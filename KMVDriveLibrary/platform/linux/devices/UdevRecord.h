@@ -31,8 +31,8 @@ struct DeviceEvent {
   std::uint64_t sequence = 0;  ///< the kernel's count of all device events; 0 when unknown
 };
 
-/// One netlink message of the kernel: "ACTION@DEVPATH", then properties, each ended by NUL. None for any other
-/// form (udevd's goes through libudev), and for a message that is not about a block device.
+/// One netlink message of the kernel: "ACTION@DEVPATH", then properties, each ended by NUL. None for any
+/// other form (udevd's goes through libudev), and for a message that is not about a block device.
 std::optional<DeviceEvent> parseDeviceMessage(std::string_view message);
 
 }  // namespace kmv

@@ -44,7 +44,7 @@ bool isFuse(const std::string& volume) {
   return ::statfs(volume.c_str(), &system) == 0 && system.f_type == FUSE_SUPER_MAGIC;
 }
 
-/// Not on the stack: a walk has one frame on it for every level.
+/// Not on the stack: a recursive walk has one frame on it for every level.
 struct statx& scratch() {
   thread_local struct statx status;
   return status;
@@ -60,8 +60,8 @@ bool fill(SeenItem& item, int result) {
   return result == 0;
 }
 
-/// Whether a name that was just looked up on a FUSE volume is still known, so that the next look costs no
-/// request.
+/// Whether a name that was just looked up on a FUSE volume is still in the kernel's cache of names
+/// (RESOLVE_CACHED), so that the next look costs no request.
 bool isInCache(int descriptor, const char* name) {
   open_how how{};
   how.flags = O_PATH | O_NOFOLLOW | O_CLOEXEC;
@@ -95,7 +95,7 @@ std::optional<std::string> LinuxItemLook::valueByPath(const std::string& path) c
   return plainName_.empty() ? std::nullopt : attributeOf(path, plainName_);
 }
 
-/// Where the kernel keeps nothing, each look by name is a request of its own: one for all questions. What it
+/// Where the kernel caches nothing, each look by name is a request of its own: one for all questions. What it
 /// brought needs no second one. False when there is no descriptor left.
 bool LinuxItemLook::lookThroughItem(int descriptor, const char* name, SeenItem& item) {
   const FileDescriptor handle(
@@ -122,7 +122,7 @@ std::optional<std::string> LinuxItemLook::valueByName(int descriptor, const char
       if (got >= 0 || (errno != ENOSYS && errno != EPERM)) return got;
       if (errno == ENOSYS) hasGetxattrat_ = false;
     }
-    // Before kernel 6.13, and where a container forbids what it does not know.
+    // Before kernel 6.13, and where a container's system-call filter rejects what it does not know.
     const std::string path = descriptor == AT_FDCWD
                                  ? std::string(name)
                                  : "/proc/self/fd/" + std::to_string(descriptor) + "/" + name;

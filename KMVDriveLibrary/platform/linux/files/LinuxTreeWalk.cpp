@@ -58,8 +58,8 @@ std::optional<FolderIdentity> identityOf(int folder) {
   return FolderIdentity{::makedev(status.stx_dev_major, status.stx_dev_minor), status.stx_ino};
 }
 
-/// A disk of this machine is kept busy by as many threads as there are processors; what has a server behind it
-/// answers several requests at a time, however far away.
+/// As many threads as there are processors keep a disk of this machine busy; a volume behind a server is
+/// bound by latency and answers several requests at a time, however far away it is.
 std::size_t usefulHelpers(const std::string& folder, std::size_t most) {
   struct statx status {};
   if (::statx(AT_FDCWD, folder.c_str(), AT_NO_AUTOMOUNT, STATX_TYPE, &status) != 0) return 0;

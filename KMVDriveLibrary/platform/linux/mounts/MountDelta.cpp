@@ -10,10 +10,10 @@
 namespace kmv {
 namespace {
 
-/// Room between two neighbours of the table, for mounts that come to stand between them.
+/// The gap between the orders of two neighbours in the table, so that mounts can be inserted in between.
 constexpr std::uint64_t kOrderStep = std::uint64_t{1} << 20;
 
-/// Fewer records than this are never joined.
+/// Fewer records than this are never coalesced.
 constexpr std::size_t kFewRecords = 256;
 
 using OrdersById = std::unordered_map<std::uint64_t, std::uint64_t>;

@@ -24,11 +24,12 @@ using MountDeltas = std::vector<std::shared_ptr<const MountDelta>>;
 /// whole new table. REQUIRES: `older` ascends by `order`; ids differ within each table.
 MountDelta diffMountTables(const std::vector<MountEntry>& older, std::vector<MountEntry>& newer);
 
-/// Successive differences as one. What came and went in between is in neither list.
+/// Coalesces successive differences into one. What came and went in between is in neither list.
 MountDelta joinMountDeltas(const MountDeltas& deltas);
 
-/// The differences that a reader of the table has not taken yet. Bounded: a reader that stays away finds them
-/// joined once they are more than twice what is left of them, so adding is amortised.
+/// The differences that a reader of the table has not taken yet. They have an upper bound: a reader that
+/// stays away finds them coalesced once they are more than twice what is left of them, so adding is
+/// amortised.
 class MountBacklog {
  public:
   void add(std::shared_ptr<const MountDelta> delta);

@@ -6,8 +6,8 @@
 
 namespace kmv {
 
-/// The id of a mount, as the mount table has it, or the error number of the question; ENOSYS where the kernel
-/// is too old to tell.
+/// The id of a mount, as the mount table has it, or the `errno` of the call; ENOSYS where the kernel is too
+/// old to tell.
 struct MountIdAnswer {
   int error = 0;
   std::uint64_t id = 0;
@@ -19,7 +19,7 @@ struct MountIdAnswer {
 
 MountIdAnswer mountIdAtPath(const std::string& path);
 
-/// Of what the descriptor has open. While it is open its mount's id is given to no other.
+/// Of the descriptor's open file. While it is open the kernel does not reuse its mount's id.
 MountIdAnswer mountIdOfOpenFile(int descriptor);
 
 }  // namespace kmv

@@ -8,7 +8,7 @@
 namespace kmv {
 namespace {
 
-/// Takes the text up to the next single space. Two spaces in a row enclose an empty field: a source may be
+/// Consumes the text up to the next single space. Two spaces in a row enclose an empty field: a source may be
 /// empty.
 std::optional<std::string_view> takeField(std::string_view& line) {
   if (line.data() == nullptr) return std::nullopt;

@@ -10,7 +10,7 @@
 
 namespace kmv {
 
-/// A kernel device number. Major 0 is no block device: the number was made up for one mounted file system.
+/// A kernel device number. Major 0 is no block device but anonymous: allocated for one mounted file system.
 struct DeviceNumber {
   std::uint32_t major = 0;
   std::uint32_t minor = 0;
@@ -23,7 +23,7 @@ std::optional<DeviceNumber> parseDeviceNumber(std::string_view text);
 
 /// One line of the mount table. Texts are decoded and may hold any byte but NUL.
 struct MountEntry {
-  std::uint64_t id = 0;      ///< given again at once after an unmount: no identity by itself
+  std::uint64_t id = 0;      ///< reused at once after an unmount: no identity by itself
   std::uint64_t parent = 0;  ///< the mount that it stands on; may be outside this table
   DeviceNumber device;       ///< of the file system; differs from `st_dev` on btrfs
   std::string root;          ///< the folder of the file system that is mounted; "/" for the whole of it

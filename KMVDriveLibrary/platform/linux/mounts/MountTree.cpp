@@ -11,7 +11,7 @@ namespace kmv {
 namespace {
 
 /// The kernel's own limit of mounts standing on mounts is far below; a table read in the middle of a change
-/// may hold a loop.
+/// may hold a cycle.
 constexpr int kDeepestNesting = 1000;
 
 /// Calls `visit` with each folder above `path`, nearest first, "/" last, until it returns true.
@@ -26,8 +26,7 @@ bool anyFolderAbove(std::string_view path, Visit visit) {
   return false;
 }
 
-/// Ids, and numbers of file systems without a device, are given again at once: that both are equal is not
-/// enough.
+/// Mount ids and anonymous device numbers are reused at once: that both are equal is not enough.
 bool showsTheSame(const MountEntry& a, const MountEntry& b) {
   return a.device == b.device && a.root == b.root && a.kind == b.kind && a.source == b.source;
 }

@@ -6,8 +6,8 @@
 
 namespace kmv {
 
-// The one place where the backend asks a mounted file system by itself. The kernel holds a mount's root in
-// memory, so the answer needs no device; local ancestors make sure that the way there needs no server.
+// The one place where the backend asks a mounted file system by itself. The kernel pins a mount's root in
+// memory, so the answer needs no device I/O; local ancestors make sure that the way there needs no server.
 bool pointIsDirectory(const std::string& viewRoot, const MountEntry& mount) {
   const std::string path = viewRoot + mount.point;
   struct statx status {};

@@ -42,8 +42,8 @@ class VolumeLookup {
     std::optional<URL> root;
   };
 
-  /// Roots that some threads found since the table last changed, by mount id. A cache line of the processor
-  /// to itself, like what the kernel keeps of its descriptor.
+  /// Roots that some threads found since the table last changed, by mount id. On a cache line of its own,
+  /// against false sharing, like what the kernel keeps of its descriptor.
   struct alignas(64) Cache {
     /// True once after each change of the table, and at first.
     bool isOutdated() KMV_REQUIRES(mutex);

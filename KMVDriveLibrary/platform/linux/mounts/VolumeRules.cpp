@@ -23,7 +23,7 @@ constexpr std::array<std::string_view, 7> kHelperKinds{
     "fuse.portal",   "fuse.gvfsd-fuse", "fuse.gvfs-fuse-daemon", "fuse.lxcfs",
     "fuse.snapfuse", "fuse.squashfuse", "fuse.vmware-vmblock"};
 
-/// File systems with storage behind them whose device number is made up.
+/// File systems with storage behind them whose device number is anonymous.
 constexpr std::array<std::string_view, 2> kMultiDeviceKinds{"btrfs", "bcachefs"};
 
 }  // namespace

@@ -20,8 +20,8 @@ namespace kmv {
 
 namespace {
 
-/// How often a thread looks again before it goes to sleep: for about as long as falling asleep and being
-/// woken takes.
+/// How often a thread spins before it goes to sleep: for about as long as falling asleep and being woken
+/// takes.
 constexpr int kLooksBeforeSleep = 400;
 
 void pauseProcessor() {
@@ -32,7 +32,7 @@ void pauseProcessor() {
 #endif
 }
 
-/// Locks a mutex that is never held for long; sleeping for it would cost more than the work under it.
+/// Spins for a mutex that is held only briefly; sleeping for it would cost more than the work under it.
 void lockBriefly(Mutex& mutex) KMV_ACQUIRE(mutex) {
   for (int looks = 0; looks <= kLooksBeforeSleep; ++looks) {
     if (mutex.try_lock()) return;

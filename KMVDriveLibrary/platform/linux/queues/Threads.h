@@ -9,9 +9,9 @@
 
 namespace kmv {
 
-/// While it lives, the calling thread has every signal blocked but those that a thread raises by a fault of its
-/// own: a host's crash handler must see these. A new thread inherits the mask, so no signal can reach it before
-/// it could block them itself.
+/// While it lives, the calling thread has every signal blocked but the synchronous ones, which a fault of its
+/// own raises: a host's crash handler must see these. A new thread inherits the mask, so no signal can reach
+/// it before it could block them itself.
 class BlockedSignals {
  public:
   BlockedSignals();
@@ -23,9 +23,9 @@ class BlockedSignals {
   sigset_t before_;
 };
 
-/// A thread of the library: named, and with the host's signals blocked from its first instruction, so that the
-/// host's handlers never run on it. `name` has at most 15 characters. Throws std::system_error when there is no
-/// thread to be had.
+/// A thread of the library: named, and with the host's signals blocked from its first instruction, so that
+/// the host's handlers never run on it. `name` has at most 15 characters. Throws std::system_error when no
+/// thread can be started.
 template <typename F>
 std::thread startThread(const char* name, F run) {
   const BlockedSignals blocked;

@@ -174,7 +174,7 @@ Dissent Commands::unmount(const TargetVolume& volume) const {
   std::int32_t status = unmountDirectly(volume);
   if (status == dissent::kDone) return std::nullopt;
   if (status == dissent::kNotPrivileged) status = unmountWithHelp(volume, before.entry);
-  // Whoever took it away meanwhile: it is gone, as was wished.
+  // Unmounted by someone else meanwhile (a race): it is gone, as was requested.
   if (lookFor(volume).place == Place::gone) return std::nullopt;
   if (status == dissent::kDone) status = dissent::kError;  // the helper says so, and is wrong
   if (status == dissent::kNotMounted)
@@ -190,8 +190,8 @@ std::int32_t Commands::renameByKernel(const TargetVolume& volume, const std::str
   const FileDescriptor root(
       ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
   if (!root) return dissent::ofError(errno);
-  // While its root is open the id belongs to no other. Where the kernel does not tell it, the table alone
-  // decides.
+  // While its root is open the kernel does not reuse its id. Where the kernel does not tell it, the table
+  // alone decides.
   const MountIdAnswer mount = mountIdOfOpenFile(root.get());
   const bool isElsewhere = mount.error == 0 ? mount.id != volume.mountId : mount.error != ENOSYS;
   if (isElsewhere || lookFor(volume).place != Place::mounted) return dissent::kNotMounted;

@@ -15,7 +15,7 @@
 
 namespace kmv {
 
-/// What a command came to: none when it succeeded, else the dissenter's record: its status and, when a
+/// The outcome of a command: none when it succeeded, else the dissenter's record: its status and, when a
 /// process is known that holds the volume, that process.
 using Dissent = std::optional<Dictionary>;
 
@@ -45,7 +45,7 @@ class Commands {
  public:
   Commands(LinuxOptions options, std::shared_ptr<MountTable> mounts);
 
-  /// Takes the volume away, in good order or not at all: neither by force nor lazily.
+  /// Unmounts the volume cleanly or not at all: neither by force nor lazily.
   Dissent unmount(const TargetVolume& volume) const;
 
   /// Gives the mounted volume a new name on its medium. The mount point stays. A name that the file system

@@ -11,7 +11,7 @@
 namespace kmv {
 namespace {
 
-// PATH may lead a privileged host anywhere.
+// Not searched in PATH, which may lead a privileged host to any program.
 constexpr std::array<const char*, 5> kPrograms{"/usr/bin/fusermount3", "/bin/fusermount3",
                                                "/usr/local/bin/fusermount3", "/run/wrappers/bin/fusermount3",
                                                "/usr/bin/fusermount"};

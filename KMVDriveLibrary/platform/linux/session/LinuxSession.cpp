@@ -111,7 +111,8 @@ void LinuxSession::registerCallbacks(const DiskCallbacks& callbacks, void* conte
   wake_ = FileDescriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
   poll_ = FileDescriptor(::epoll_create1(EPOLL_CLOEXEC));
   if (!wake_ || !poll_) fatal("no descriptors are left for a disk arbitration session");
-  // Listen first, look second: what happens in between is seen twice, and the difference is empty then.
+  // Subscribe first, enumerate second, so that no event is lost: what happens in between is seen twice, and
+  // the difference is empty then.
   monitor_ = makeDeviceMonitor(options_);
   mountNews_ = std::make_unique<MountFollower>(mounts_);
   watch(poll_, wake_.get(), EPOLLIN);

@@ -54,7 +54,7 @@ class LinuxSession final : public DiskArbitrationSession {
   };
   FoundDisk mountedDiskAt(const std::string& point, bool readAnew = false);
   FoundDisk describeWithoutListening(const std::string& point) const;
-  /// A function that carries a command out, and whom to tell.
+  /// A command to carry out, and its completion.
   struct Command {
     std::function<Dissent(const TargetVolume&)> carryOut;
     CommandCompletion completion = nullptr;

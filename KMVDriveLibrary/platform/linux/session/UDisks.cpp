@@ -141,7 +141,7 @@ UDisksReply setLabelWithUDisks(const std::string& deviceNode, const std::string&
   const std::string before = service.label(object);
   UDisksReply reply = service.setLabel(object, label);
   if (reply.kind != UDisksReply::Kind::done) return reply;
-  // Some file systems' tools cut a name and call it success. A label as before is one not read anew yet.
+  // Some file systems' tools truncate a name and report success. A label as before is one not read anew yet.
   const std::string after = service.label(object);
   const bool cut = after.size() < label.size() && after != before && label.starts_with(after);
   if (!cut) return reply;

@@ -5,7 +5,7 @@
 
 namespace kmv {
 
-/// What the system's disk service came to.
+/// The outcome of a request to the system's disk service.
 struct UDisksReply {
   enum class Kind {
     done,
