@@ -12,7 +12,7 @@ void processFiles(std::string_view input) {
   isUninterruptible(input);
   mountIdOfDescriptor(input);
   const std::string path = "/" + pathInMaps(input);
-  // However hostile a mapped file's name is, it stays one line and comes back as it was written.
+  // However hostile a mapped file's name is, it stays one line and comes back verbatim.
   const std::string written = "7f00-7f10 r--p 00000000 fd:1a 12    " + path;
   std::string_view text = written;
   const auto mapping = parseMapping(takeLine(text));

@@ -5,11 +5,11 @@
 
 namespace kmv::fuzz {
 
-// What the fuzzers run on each input, and the tests on each file of the corpora. They stop the process when
-// what they checked does not hold.
+// What the fuzzers run on each input, and the tests on each file of the corpora. They abort the process when
+// an invariant does not hold.
 
-/// Two mount tables, parted by a NUL byte: going from one to the other must end where starting with the other
-/// does.
+/// Two mount tables, separated by a NUL byte: the incremental update from one to the other must end in the
+/// state of a fresh start with the other.
 void mountInfo(std::string_view input);
 
 /// A message about a device, a record of udev's database, or an encoded name.
@@ -18,8 +18,8 @@ void deviceMessage(std::string_view input);
 /// /proc/diskstats, or a device's stat file: never more records than lines.
 void diskStatistics(std::string_view input);
 
-/// The state document of a Codex volume: what a strict JSON reader takes is taken, and reading it twice
-/// changes nothing.
+/// The state document of a Codex volume: what a strict JSON reader accepts is accepted, and reading is
+/// idempotent.
 void codexDocument(std::string_view input);
 
 /// What the attribute tool prints, and the number in an attribute.

@@ -26,8 +26,8 @@ struct CodexStatus {
 /// Finds out which drives are Codex volumes, and tells their state and, when it has been worked out, their
 /// size.
 ///
-/// Volumes are asked on threads of their own, so one that hangs gives no answer and delays nothing. Used on the
-/// main thread, on which answers arrive while the event loop runs.
+/// Volumes are asked on threads of their own, so one that hangs gives no answer and delays nothing. Used on
+/// the main thread, on which answers arrive while the event loop runs.
 class CodexFeed {
  public:
   using Hear = std::function<void(const CodexStatus& status)>;

@@ -65,7 +65,7 @@ std::shared_ptr<Options> optionsOf(CLI::App& command, Action& chosen,
 /// A number of seconds, fractions allowed; none for what is negative, infinite, NaN or not decimal.
 std::optional<double> parseSeconds(std::string_view text);
 
-/// Adds `--for SECONDS` to a command. The validated text goes to `seconds`, which stays empty without the option.
+/// Adds `--for SECONDS` to a command. The validated text goes to `seconds`, which stays empty without it.
 void addSecondsOption(CLI::App& command, std::string& seconds);
 
 /// When that many seconds from now are over; none for an empty text.

@@ -17,7 +17,7 @@ struct Character {
   bool valid;  // otherwise `value` is the one byte that begins no valid sequence
 };
 
-/// Decodes the first character; rejects overlong forms and surrogates. The library's own decoder is not public.
+/// Decodes the first character; rejects overlong forms and surrogates. The library's own is not public.
 Character firstCharacter(std::string_view text) {
   const auto byteAt = [text](std::size_t at) { return static_cast<unsigned char>(text[at]); };
   const unsigned char lead = byteAt(0);

@@ -11,8 +11,8 @@
 
 namespace kmv::tool {
 
-// What the program shows of a drive, or of the description of a disk that is not mounted. Which facts there are, and
-// how each is shown, stands in one table in DriveFacts.cpp.
+// What the program shows of a drive, or of the description of a disk that is not mounted. Which facts there
+// are, and how each is shown, stands in one table in DriveFacts.cpp.
 
 /// The facts of one-line texts; empty where not known. They hold any bytes: escape them with `visibleText`.
 struct DriveSummary {

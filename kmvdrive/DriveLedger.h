@@ -16,9 +16,8 @@ namespace kmv::tool {
 /// The last three are answers to commands that this process gave.
 enum class DriveEvent { present, added, removed, changed, ejectionRejected, renameSucceeded, renameFailed };
 
-/// Keeps book of the drives that the registry announces and tells what to show of it: what is there at the
-/// start as present, later ones as added, no drive both, and every removal and change only of a drive that
-/// was shown.
+/// Tracks the drives that the registry announces and tells what to show of it: what is there at the start as
+/// present, later ones as added, no drive both, and every removal and change only of a drive that was shown.
 ///
 /// REQUIRES: announcements, changes and removals come in the order in which the registry made them. One
 /// thread.

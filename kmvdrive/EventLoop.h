@@ -36,9 +36,9 @@ enum class Wake {
   outputClosed,   ///< nobody can read the output any more
 };
 
-/// The program's only blocking wait: the library's main queue, the stop signals and the reader of the output in a
-/// single poll, so an idle program has no wake-ups. Used on the main thread, which thereby is the main queue's
-/// thread.
+/// The program's only blocking wait: the library's main queue, the stop signals and the reader of the output
+/// in a single poll, so an idle program has no wake-ups. Used on the main thread, which thereby is the main
+/// queue's thread.
 class EventLoop {
  public:
   using Clock = std::chrono::steady_clock;

@@ -16,7 +16,7 @@ namespace kmv::tool {
 /// The moment of an event, on the wall clock.
 using EventTime = std::chrono::system_clock::time_point;
 
-// JSON lines begin with "event" and "time", in seconds since 1970 with fraction; text lines with the local time.
+// JSON lines begin with "event" and "time", seconds since 1970 with fraction; text lines with the local time.
 
 std::string eventAsJSON(DriveEvent event, EventTime time, const Dictionary& drive);
 std::string eventAsText(DriveEvent event, EventTime time, const Dictionary& drive, const Style& style);

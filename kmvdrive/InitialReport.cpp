@@ -17,8 +17,8 @@ namespace {
 
 using Clock = EventLoop::Clock;
 
-// Long enough for a disk that has to be probed to be known, also on a busy machine: with half of this, one list
-// in ten missed a disk that had just been unmounted.
+// Long enough for a disk that has to be probed to be known, also on a busy machine: with half of this, one
+// list in ten missed a disk that had just been unmounted.
 constexpr std::chrono::milliseconds kQuietPeriod{200};
 constexpr std::chrono::seconds kLimit{3};
 
@@ -28,8 +28,8 @@ struct Progress {
   std::uint64_t fencesPassed = 0;
 };
 
-/// Hears of every registration on the arbiter queue and posts it to the main queue, whose descriptor wakes the
-/// loop.
+/// Hears of every registration on the arbiter queue and posts it to the main queue, whose descriptor wakes
+/// the loop.
 class Listener : public KMVDiskAdditionalInformationProtocol {
  public:
   explicit Listener(std::shared_ptr<Progress> progress) : progress_(std::move(progress)) {}
@@ -86,7 +86,8 @@ class InitialReport {
   bool isOutstanding() const { return arbiter_.disksAlreadyMountedAtInit()->count() > 0; }
 
  private:
-  /// While a volume is outstanding or a fence is in flight, only news can help; else the end of the quiet period.
+  /// While a volume is outstanding or a fence is in flight, only news can help; else the end of the quiet
+  /// period.
   Clock::time_point nextLook() const {
     return isOutstanding() || fenceInFlight_ ? limit_ : std::min(limit_, quietUntil_);
   }
@@ -97,7 +98,7 @@ class InitialReport {
     fenceInFlight_ = false;
   }
 
-  /// Comes back behind everything that the two queues hold now, without waiting for either.
+  /// A fence: comes back behind everything that the two queues hold now, without blocking on either.
   void sendFence() {
     arbiter_.arbiterQueue()->async(
         [progress = progress_] { mainQueue().async([progress] { ++progress->fencesPassed; }); });

@@ -6,17 +6,17 @@
 
 namespace kmv::tool {
 
-/// The program's output, written through at once: a reader of a pipe has each line when it is made.
+/// The program's output, unbuffered: a reader of a pipe has each line when it is made.
 ///
-/// A reader that goes away is no error, it has simply seen enough. A reader that stands still does not keep
-/// the program from obeying a stop signal.
+/// A reader that goes away is no error, it has simply seen enough. A stalled reader does not keep the program
+/// from obeying a stop signal.
 class Output {
  public:
   /// Owns neither descriptor. `stopFileDescriptor` polls readable when the program is to end.
   Output(int fileDescriptor, int stopFileDescriptor) : output_(fileDescriptor), stop_(stopFileDescriptor) {}
 
   /// Writes all of `text`. False when that was not possible, and ever after: nobody reads, a stop signal came
-  /// while the reader stood still, or writing failed.
+  /// while the reader was stalled, or writing failed.
   bool write(std::string_view text);
 
   /// True when writing ended by an error that the user must hear of.

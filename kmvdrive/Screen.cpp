@@ -17,7 +17,7 @@
 namespace kmv::tool {
 namespace {
 
-constexpr std::string_view kEnter = "\x1b[?1049h\x1b[?25l";  // the second screen, no cursor
+constexpr std::string_view kEnter = "\x1b[?1049h\x1b[?25l";  // the alternate screen, no cursor
 constexpr std::string_view kLeave = "\x1b[?25h\x1b[?1049l";
 /// What ends the process without a clean end of the program.
 constexpr std::array<int, 7> kEndings{SIGHUP, SIGQUIT, SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGILL};
@@ -35,7 +35,7 @@ void put(std::string_view text) {
   (void)!write(STDOUT_FILENO, text.data(), text.size());
 }
 
-// Only what a signal handler may call.
+// Async-signal-safe calls only.
 void show() {
   if (isShown.exchange(true)) return;
   if (hasInput) {
@@ -52,13 +52,13 @@ void hide() {
   if (hasInput) tcsetattr(STDIN_FILENO, TCSANOW, &before);
 }
 
-/// The handler has been reset: the second time is the real one.
+/// SA_RESETHAND reset the handler: raised again, the signal has its default action.
 void hideAndEnd(int signal) {
   hide();
   raise(signal);
 }
 
-/// Lets whoever handled the request before have it, and is there for the next one.
+/// Installs the handler of the next request, then chains to the one that was there before.
 void passOn(int signal) {
   const int savedErrno = errno;
   handleSignal(signal, hideAndEnd, static_cast<int>(SA_RESETHAND | SA_NODEFER));

@@ -7,9 +7,9 @@
 
 namespace kmv::tool {
 
-/// The whole terminal, on its second screen, while this lives: the user's own screen comes back at the end,
-/// when a signal ends or stops the program, and when it crashes. REQUIRES: one at a time, and a terminal at
-/// standard output.
+/// The whole terminal, on its alternate screen, while this lives: the user's own screen comes back at the
+/// end, when a signal ends or stops the program, and when it crashes. REQUIRES: one at a time, and a terminal
+/// at standard output.
 class Screen {
  public:
   Screen();

@@ -11,14 +11,14 @@ namespace kmv::tool {
 /// Keeps members in insertion order, so that output can be compared as text.
 using JSON = nlohmann::ordered_json;
 
-/// Booleans, integers and reals as they are (NaN and infinity become null when printed), text, URLs and UUIDs as
-/// their text, dates in ISO 8601 UTC, data in base 64, arrays and dictionaries as such, objects by their
+/// Booleans, integers and reals as they are (NaN and infinity become null when printed), text, URLs and UUIDs
+/// as their text, dates in ISO 8601 UTC, data in base 64, arrays and dictionaries as such, objects by their
 /// description.
 JSON jsonOf(const Value& value);
 
 /// `document` on one line, ended by a line feed. Always valid JSON and plain ASCII, so that no name can drive
-/// a terminal: other characters are escaped, and bytes that are not valid UTF-8 become U+FFFD ("url" still has
-/// them, percent-encoded).
+/// a terminal: other characters are escaped, and bytes that are not valid UTF-8 become U+FFFD ("url" still
+/// has them, percent-encoded).
 std::string jsonLine(const JSON& document);
 
 }  // namespace kmv::tool

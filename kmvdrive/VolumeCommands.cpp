@@ -23,8 +23,8 @@
 namespace kmv::tool {
 namespace {
 
-/// A slow medium takes long to flush; but a volume that is mounted again at once is never announced as gone, so
-/// the wait needs an upper bound.
+/// A slow medium takes long to flush; but a volume that is mounted again at once is never announced as gone,
+/// so the wait needs an upper bound.
 constexpr std::chrono::minutes kPatience{5};
 
 struct VolumeOptions {

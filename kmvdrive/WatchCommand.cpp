@@ -29,8 +29,8 @@ struct WatchOptions {
   std::string seconds;  // empty for no limit; checked when the arguments were read
 };
 
-/// Runs every announcement on the main thread in the order in which the registry posted them: one from another
-/// thread is queued behind what the registry put on the main queue before.
+/// Runs every announcement on the main thread in the order in which the registry posted them: one from
+/// another thread is queued behind what the registry put on the main queue before.
 void onMainQueue(std::function<void()> task) {
   if (mainQueue().isCurrent()) {
     task();
@@ -39,7 +39,7 @@ void onMainQueue(std::function<void()> task) {
   }
 }
 
-/// Feeds `ledger` from the registry's notifications during its lifetime; tasks in flight at the end do nothing.
+/// Feeds `ledger` from the registry's notifications while it lives; tasks in flight at the end do nothing.
 class Subscription {
  public:
   explicit Subscription(std::weak_ptr<DriveLedger> ledger) : ledger_(std::move(ledger)) {

@@ -30,7 +30,7 @@ class MountTable {
   /// Hands the table as it is now to `reader`, under the lock: it copies what it needs and asks nobody. False
   /// when the table could not be read, which leaves it as it was known.
   bool read(const Reader& reader) KMV_EXCLUDES(mutex_);
-  /// The same, without trust in the kernel's report: a renamed folder above a mount point is reported to
+  /// The same, but the table is always read again: the kernel reports a renamed folder above a mount point to
   /// nobody.
   bool readAnew(const Reader& reader) KMV_EXCLUDES(mutex_);
 
