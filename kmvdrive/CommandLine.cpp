@@ -33,7 +33,7 @@ ExitCode usageError(const CLI::App& app, const CLI::ParseError& error) {
 }
 
 ExitCode runAction(const Action& action) {
-  std::signal(SIGPIPE, SIG_IGN);  // a closed pipe is noticed where it is written to
+  std::signal(SIGPIPE, SIG_IGN);  // a closed pipe is noticed by the write (EPIPE)
   StopSignals stopSignals;
   Output output(STDOUT_FILENO, stopSignals.fileDescriptor());
   EventLoop loop(STDOUT_FILENO, stopSignals.fileDescriptor());

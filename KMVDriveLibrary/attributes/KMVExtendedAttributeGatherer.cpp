@@ -33,7 +33,7 @@ std::optional<std::string> printedByTool(const ChildProcess::Result& result) {
   return kmv::isUTF8(result.output) ? std::optional(trimmed(result.output)) : std::nullopt;
 }
 
-/// A text as the system takes it: it ends at its first NUL.
+/// A text as a C string: it ends at its first NUL.
 std::string textForSystem(std::string_view text) {
   return std::string(text.substr(0, text.find('\0')));
 }

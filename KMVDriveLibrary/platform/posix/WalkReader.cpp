@@ -12,7 +12,7 @@
 namespace kmv {
 namespace {
 
-constexpr std::size_t kLongestListing = std::size_t{1} << 28;  // bytes of names; a folder with more is none
+constexpr std::size_t kLongestListing = std::size_t{1} << 28;  // bytes of names; a longer one is not listed
 constexpr int kOpenFolder = O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK;
 
 /// False for what the platform keeps to itself.

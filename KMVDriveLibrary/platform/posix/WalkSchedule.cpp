@@ -14,7 +14,7 @@ constexpr std::size_t kMostHelpers = 7;       // beside the caller
 constexpr std::size_t kMostAhead = 16384;     // entries listed in folders that are not being visited yet
 constexpr std::size_t kWeightOfFolder = 512;  // a folder counts as so many: it holds a descriptor
 
-/// Cuts the items that are no folders into looks, each of neighbours. Steps do not move afterwards.
+/// Batches the items that are no folders into looks at neighbours. Pointers to steps are valid from here on.
 void cutIntoLooks(WalkedFolder& folder) {
   folder.looks.reserve(folder.items.size() / kFilesAtATime + folder.folders.size() + 1);
   std::size_t at = 0;

@@ -55,7 +55,7 @@ struct WalkedFolder {
   int linksFollowed;
   std::uint32_t nameAt = 0;
   bool isFollowed = false;    // when it is a link; what is listed as a folder is to be one
-  bool isNone = false;        // the listing's word against the item's own
+  bool isNone = false;        // the listing said folder, the item is not one
   bool isStarved = false;     // there was no descriptor left to open it
   FileDescriptor descriptor;  // none any more where descriptors are short: its items are known by path then
   FolderIdentity identity;

@@ -22,7 +22,7 @@ namespace kmv {
 /// Counts the whole disks right below the mounted volumes: a loop device or mapping is one, what it stands on
 /// is not asked.
 ///
-/// Places in the "registry" are sysfs paths that end in "/", so that loop1 is no beginning of loop10. A btrfs
+/// Places in the "registry" are sysfs paths that end in "/", so that loop1 is not a prefix of loop10. A btrfs
 /// over several devices is a driver of its own, with the sum of their disks. The mount table is looked at
 /// again only after a change, and the devices behind its volumes only when volumes came or went; in between a
 /// look costs a poll and one read a disk, or one of /proc/diskstats where that is cheaper.

@@ -17,8 +17,8 @@ class MountInfoFile {
  public:
   explicit MountInfoFile(const LinuxOptions& options);
 
-  /// True once after each change and at first. Always true where a change cannot be noticed: the file is
-  /// missing, or is a plain file. Cost: one poll.
+  /// True once after each change (edge-triggered), and at first. Always true where a change cannot be
+  /// noticed: the file is missing, or is a plain file. Cost: one poll.
   bool hasChanged();
 
   /// The whole text; none when it cannot be read. A long table takes several reads, between which it can

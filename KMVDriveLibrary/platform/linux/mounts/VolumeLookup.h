@@ -25,8 +25,8 @@ namespace kmv {
 ///
 /// The kernel reuses mount ids, so an id counts only when the table did not change between the last look at
 /// it and the answer; asking whether it did is a poll of its descriptor. Threads: any. The item is asked
-/// outside the locks, so a look-up that waits for a dead server delays no other, and threads keep what they
-/// found in caches apart, so that they do not contend.
+/// outside the locks, so a look-up that waits for a dead server delays no other, and what was found is cached
+/// in shards, so that threads do not contend.
 class VolumeLookup {
  public:
   VolumeLookup(const LinuxOptions& options, std::shared_ptr<MountTable> mounts);

@@ -22,7 +22,7 @@ void LinuxMainQueue::async(Task task) {
   append({std::move(task), nullptr});
 }
 
-/// The descriptor is kept readable exactly while tasks wait and nobody is at work on them: one write a batch.
+/// The descriptor is kept readable exactly while tasks are pending and nobody drains them: one write a batch.
 void LinuxMainQueue::append(Entry entry) {
   MutexLock lock(mutex_);
   entries_.push_back(std::move(entry));

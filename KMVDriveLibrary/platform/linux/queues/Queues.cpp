@@ -75,8 +75,8 @@ class LinuxSerialQueue final : public SerialQueue,
     Task task;
     Waiter* waiter;
   };
-  /// A line in blocks, so that a long one grows without moving what it holds. The first block stays when the
-  /// line is empty.
+  /// A FIFO in blocks, so that a long one grows without moving what it holds. The first block stays when it
+  /// is empty.
   using Line = std::vector<std::vector<Entry>>;
 
   /// The calling thread's turn: the frame leaves first, then the queue.

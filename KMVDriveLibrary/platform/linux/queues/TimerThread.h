@@ -11,8 +11,8 @@
 
 namespace kmv {
 
-/// Hands tasks to their queues when they are due, on the monotonic clock; those due at the same moment in the
-/// order in which they came. Its thread exists only while a task waits.
+/// Hands tasks to their queues when they are due, on the monotonic clock; those due at the same moment in
+/// FIFO order. Its thread exists only while a task waits.
 ///
 /// Threads: every member may be called from any thread.
 /// Owner:   nobody; never destroyed, like the workers.

@@ -27,8 +27,8 @@ std::string pathInMaps(std::string_view path);
 /// The mount that a descriptor stands on, from the text of /proc/PID/fdinfo/FD; none before Linux 3.15.
 std::optional<std::uint64_t> mountIdOfDescriptor(std::string_view text);
 
-/// True when a thread waits where no signal reaches it, from the text of /proc/PID/task/TID/stat. The
-/// thread's name stands in brackets and may hold brackets itself.
+/// True when a thread is in uninterruptible sleep, from the text of /proc/PID/task/TID/stat. The thread's
+/// name stands in brackets and may hold brackets itself.
 bool isUninterruptible(std::string_view text);
 
 }  // namespace kmv
