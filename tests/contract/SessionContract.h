@@ -2,6 +2,7 @@
 #pragma once
 
 #include <KMVDriveLibrary/DescriptionKeys.h>
+#include <KMVDriveLibrary/Mutex.h>
 
 #include <memory>
 #include <optional>
@@ -26,7 +27,11 @@ class SessionContract : public MachineContract {
   SessionRecorder& recorder() { return *recorder_; }
   DiskArbitrationSession& session() { return recorder_->session(); }
 
-  std::string plugIn(const std::string& name) { return *devices_.insert(harness().plugIn(name)).first; }
+  /// Under the lock all the while: the session may hear of the disk before this thread knows its name.
+  std::string plugIn(const std::string& name) {
+    const MutexLock lock(mutex_);
+    return *devices_.insert(harness().plugIn(name)).first;
+  }
   /// Lets `count` events come, and whatever else has happened by then.
   SessionRecorder::Lines heard(std::size_t count) {
     harness().runUntil([&] { return recorder().lines().size() >= count; });
@@ -51,7 +56,7 @@ class SessionContract : public MachineContract {
     const std::string* device = disk.text(key::kMediaBSDName);
     const URL* url = disk.url(key::kVolumePath);
     const bool isBelow = url != nullptr && url->path().starts_with(harness().folder() + "/");
-    if (!isBelow && (device == nullptr || !devices_.contains(*device))) return std::nullopt;
+    if (!isBelow && (device == nullptr || !isOurs(*device))) return std::nullopt;
     const std::string* name = disk.text(key::kVolumeName);
     std::string text = name == nullptr ? "?" : *name;
     if (url != nullptr)
@@ -59,7 +64,13 @@ class SessionContract : public MachineContract {
     return text;
   }
 
-  std::set<std::string> devices_;
+  bool isOurs(const std::string& device) {
+    const MutexLock lock(mutex_);
+    return devices_.contains(device);
+  }
+
+  Mutex mutex_;
+  std::set<std::string> devices_ KMV_GUARDED_BY(mutex_);
   std::unique_ptr<SessionRecorder> recorder_;
 };
 

@@ -29,6 +29,13 @@ class SessionRecorder {
         nameOf_(std::move(nameOf)) {
     session_->setQueue(queue_);
   }
+  /// An event that was queued before the session ended may still be on its way to this recorder.
+  ~SessionRecorder() {
+    close();
+    queue_->sync([] {});
+  }
+  SessionRecorder(const SessionRecorder&) = delete;
+  SessionRecorder& operator=(const SessionRecorder&) = delete;
 
   void start() { session_->registerCallbacks({&appeared, &disappeared, &changed}, this); }
   void close() { session_.reset(); }
