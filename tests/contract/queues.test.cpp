@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include <algorithm>
 #include <chrono>
 #include <stdexcept>
 #include <string>
-#include <vector>
 
 #include "contract/QueueHarness.h"
 
@@ -26,18 +24,6 @@ TEST_P(QueueContract, TasksRunInTheOrderInWhichTheyCameAndSyncTakesItsPlaceAmong
   queue->sync([&] { order += 'c'; });
   runUntilIdle();
   EXPECT_TRUE(order == "abcd" || order == "abdc") << order;
-}
-
-TEST_P(QueueContract, ALongLineKeepsItsOrderAndLosesNothing) {
-  const auto queue = makeQueue("line");
-  std::vector<int> numbers;
-  queue->sync([&] {
-    for (int i = 0; i < 2000; ++i) queue->async([&, i] { numbers.push_back(i); });
-  });
-  queue->sync([&] {
-    EXPECT_EQ(numbers.size(), 2000u);
-    EXPECT_TRUE(std::is_sorted(numbers.begin(), numbers.end()));
-  });
 }
 
 TEST_P(QueueContract, AnExceptionReachesTheCallerOfSyncAndTheQueueGoesOn) {

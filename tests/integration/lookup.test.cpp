@@ -69,7 +69,7 @@ TEST_F(VolumeStory, LookUpsFromTwoThreadsNeverNameAWrongDriveWhileVolumesComeAnd
       found += holder == passing;
     }
   });
-  for (int round = 0; round < 40; ++round) {
+  for (int round = 0; round < 12; ++round) {
     mountVolume(coming.node(), passing, "ext4");
     const int before = found;
     observer.waitFor([&] { return found > before; });

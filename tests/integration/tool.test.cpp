@@ -11,14 +11,12 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <map>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <sstream>
 #include <string>
 #include <thread>
 
-#include "integration/support/Observer.h"
 #include "integration/support/Story.h"
 #include "kmvdrive/CommandLine.h"
 #include "support/Sanitizers.h"
@@ -87,36 +85,6 @@ TEST_F(VolumeStory, WatchTellsTheLifeOfAVolumeAndEndsWhenAsked) {
   watch.process().signal(SIGTERM);
   EXPECT_EQ(watch.process().readAll(), "");
   EXPECT_EQ(watch.process().exitCode(), 0);
-}
-
-// --- Names: mount points may hold any byte but NUL ---
-
-TEST_F(VolumeStory, AMountPointOfAnyBytesIsNamedExactly) {
-  const std::vector<std::string> names{"a blank",      "new\nline\ttab",       "quote\" and '",
-                                       "back\\slash",  "literal \\040 x",      "byte\xff\xfe",
-                                       "per%41cent#?", "\xc3\xa4 \xe2\x82\xac"};
-  const std::string image = makeImage(space().path("any.img"), "ext4", "Any");
-  std::vector<LoopDevice> devices;
-  Observer observer(space().scratch());
-  for (const std::string& name : names) {
-    devices.emplace_back(copyImage(image, space().path(std::to_string(devices.size()) + ".img")));
-    mountVolume(devices.back().node(), space().folder(name), "ext4");
-    observer.expect({"added " + name});
-    ASSERT_NE(observer.drive(name), nullptr);
-  }
-
-  const json document = json::parse(run({KMVDRIVE_PROGRAM, "list", "--json"}).output);
-  std::map<std::string, std::string> urls;  // by device
-  for (const json& drive : document.at("drives")) urls[drive.value("bsdName", "")] = drive.at("url");
-  for (std::size_t i = 0; i < names.size(); ++i) {
-    const auto url = URL::fileURLWithPath(space().path(names[i]), true);
-    EXPECT_EQ(URL::fromString(urls[devices[i].name()]), url) << names[i];
-    EXPECT_EQ(*observer.drive(names[i])->url(kDiskURLKey), url) << names[i];
-  }
-  for (const std::string& name : names) {
-    unmount(space().path(name));
-    observer.expect({"removed " + name});
-  }
 }
 
 // --- The tree ---

@@ -118,10 +118,10 @@ TEST_F(LinuxFilesTest, TreesOfEveryShapeAreAddedUp) {
     folder += "/" + std::string(60, 'd');
   }
   EXPECT_EQ(sizeOf("deep"), deep);
-  for (int i = 0; i < 1500; ++i)
+  for (int i = 0; i < 600; ++i)
     addFile("wide/" + std::to_string(i) + (i % 8 == 0 ? "/below/file" : "/file"), "1");
-  for (int i = 0; i < 5000; ++i) addFile("wide/flat/" + std::to_string(i), "1");
-  EXPECT_EQ(sizeOf("wide"), 6500u);
+  for (int i = 0; i < 2500; ++i) addFile("wide/flat/" + std::to_string(i), "1");
+  EXPECT_EQ(sizeOf("wide"), 3100u);
   // With hardly a descriptor left, which the folders that lie ahead would like to have.
   rlimit descriptors{};
   ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &descriptors), 0);
@@ -129,7 +129,7 @@ TEST_F(LinuxFilesTest, TreesOfEveryShapeAreAddedUp) {
   close(next);
   const rlimit few{static_cast<rlim_t>(next) + 5, descriptors.rlim_max};
   ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
-  EXPECT_EQ(sizeOf("wide"), 6500u);
+  EXPECT_EQ(sizeOf("wide"), 3100u);
   ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &descriptors), 0);
   // Given up in the middle of a folder behind a link.
   fs::create_directory(root_ / "given up");

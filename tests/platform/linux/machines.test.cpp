@@ -2,7 +2,6 @@
 // Whole machines as plain folders: what is a disk, how it is described, and which mounts are drives.
 #include <KMVDriveLibrary/DescriptionKeys.h>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <string>
@@ -17,8 +16,6 @@ namespace kmv {
 namespace {
 
 using test::FakeMachine;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 std::optional<BlockDevice> deviceNamed(const FakeMachine& machine, const std::string& name) {
   for (BlockDevice& device : BlockDevices(machine.options()).list()) {
@@ -176,86 +173,78 @@ TEST(Machines, AMountWithoutDeviceIsNamedAfterItsPoint) {
   EXPECT_FALSE(share.contains(key::kVolumeUUID));
 }
 
-// Which mounts are drives. Each line of the answer: rule or "-", then the point.
-std::vector<std::string> verdicts(FakeMachine& machine, const std::string& table) {
-  machine.mounts(table);
-  LinuxVolumes volumes(machine.options(), machine.mountTable());
-  std::vector<std::string> lines;
-  for (const URL& url : volumes.mountedVolumeURLs()) lines.push_back("- " + url.path());
-  for (const HiddenMount& mount : volumes.hiddenMounts()) lines.push_back(mount.rule + " " + mount.path);
-  return lines;
-}
+/// Which mounts of a table are drives. Each verdict: rule or "-", then the point.
+const struct {
+  const char* volumes;
+  const char* file;
+  const char* table;
+  std::vector<std::string> verdicts;
+} kTables[] = {
+    {"of a desktop",
+     "",
+     "29 1 259:2 / / rw shared:1 - ext4 /dev/nvme0n1p2 rw\n"
+     "22 29 0:21 / /proc rw - proc proc rw\n"
+     "40 22 0:36 / /proc/sys/fs/binfmt_misc rw - autofs systemd-1 rw\n"
+     "50 29 7:4 / /snap/core22/1234 ro - squashfs /dev/loop4 ro\n"
+     "51 29 259:1 / /boot/efi rw - vfat /dev/nvme0n1p1 rw\n"
+     "60 29 0:60 / /run/user/1000/doc rw - fuse.portal portal rw\n"
+     "61 29 0:61 / /run/user/1000/gvfs rw - fuse.gvfsd-fuse gvfsd-fuse rw\n"
+     "70 29 8:17 / /media/kim/KIM\\047S\\040CARD rw - vfat /dev/sdb1 rw\n"
+     "71 29 0:71 / /net/set rw - nfs4 server:/set rw\n"
+     "72 29 0:72 / /media/hde rw - fuse.codexvfs codex0 rw\n"
+     "73 29 259:2 /home/kim /srv/kim rw - ext4 /dev/nvme0n1p2 rw\n"
+     "74 29 8:17 / /srv/card rw - vfat /dev/sdb1 rw\n"
+     "75 29 8:33 / /snap/stick ro - squashfs /dev/sdc1 ro\n"
+     "76 29 0:76 / /tank rw - zfs tank rw\n",
+     {"- /", "- /boot/efi", "- /media/kim/KIM'S CARD", "- /net/set", "- /media/hde", "- /snap/stick",
+      "- /tank", "pseudo /proc", "pseudo /proc/sys/fs/binfmt_misc", "snap /snap/core22/1234",
+      "helper /run/user/1000/doc", "helper /run/user/1000/gvfs", "folder /srv/kim", "bind /srv/card"}},
+    {"of a container are folders, but not files",
+     "/etc/hosts",
+     "500 400 0:90 / / rw - overlay overlay rw\n"
+     "501 500 8:2 /var/lib/containers/1/hosts /etc/hosts rw - ext4 /dev/sda2 rw\n"
+     "502 500 8:2 /srv/footage /footage rw - ext4 /dev/sda2 rw\n"
+     "503 500 8:2 /srv/footage/day1 /today rw - ext4 /dev/sda2 rw\n",
+     {"- /footage", "pseudo /", "file /etc/hosts", "folder /today"}},
+    {"of btrfs are its subvolumes",
+     "",
+     "29 1 0:39 /@ / rw - btrfs /dev/sda2 rw,subvolid=256,subvol=/@\n"
+     "30 29 0:39 /@ho\\040me,x /home rw - btrfs /dev/sda2 rw,subvolid=257,subvol=/@ho\\040me\\054x\n"
+     "31 29 0:39 /@/srv /export rw - btrfs /dev/sda2 rw,subvolid=256,subvol=/@\n"
+     "32 29 0:39 / /pool rw - btrfs /dev/sda2 rw,subvolid=5,subvol=/\n",
+     {"- /", "- /home", "- /pool", "folder /export"}},
+    {"behind a server are not asked whether they are folders",
+     "/f/x",
+     "29 1 8:1 / / rw - ext4 /dev/sda1 rw\n"
+     "30 29 0:50 / /f rw - fuse.codexvfs codex0 rw\n"
+     "31 30 8:2 /sub /f/x rw - ext4 /dev/sda2 rw\n",
+     {"- /", "- /f", "- /f/x"}},
+    {"are reachable",
+     "",
+     "29 1 8:1 / / rw - ext4 /dev/sda1 rw\n"
+     "30 29 8:2 / /a rw - ext4 /dev/sda2 rw\n"
+     "31 30 8:3 / /a/b/c rw - ext4 /dev/sda3 rw\n"
+     "32 31 8:4 / /a/b/c/d rw - ext4 /dev/sda4 rw\n"
+     "33 30 0:50 / /a/b rw - tmpfs t rw\n"
+     "34 33 8:5 / /a/b/e rw - ext4 /dev/sda5 rw\n"
+     "35 29 8:6 / /f rw - ext4 /dev/sda6 rw\n"
+     "36 35 8:7 / /f rw - ext4 /dev/sda7 rw\n"
+     "37 29 8:6 / /g rw - ext4 /dev/sda6 rw\n",
+     {"- /", "- /a", "- /a/b/e", "- /f", "- /g", "shadowed /a/b/c", "shadowed /a/b/c/d", "pseudo /a/b",
+      "covered /f"}}};
 
-TEST(Volumes, OfADesktop) {
-  FakeMachine machine;
-  EXPECT_THAT(verdicts(machine,
-                       "29 1 259:2 / / rw shared:1 - ext4 /dev/nvme0n1p2 rw\n"
-                       "22 29 0:21 / /proc rw - proc proc rw\n"
-                       "40 22 0:36 / /proc/sys/fs/binfmt_misc rw - autofs systemd-1 rw\n"
-                       "50 29 7:4 / /snap/core22/1234 ro - squashfs /dev/loop4 ro\n"
-                       "51 29 259:1 / /boot/efi rw - vfat /dev/nvme0n1p1 rw\n"
-                       "60 29 0:60 / /run/user/1000/doc rw - fuse.portal portal rw\n"
-                       "61 29 0:61 / /run/user/1000/gvfs rw - fuse.gvfsd-fuse gvfsd-fuse rw\n"
-                       "70 29 8:17 / /media/kim/KIM\\047S\\040CARD rw - vfat /dev/sdb1 rw\n"
-                       "71 29 0:71 / /net/set rw - nfs4 server:/set rw\n"
-                       "72 29 0:72 / /media/hde rw - fuse.codexvfs codex0 rw\n"
-                       "73 29 259:2 /home/kim /srv/kim rw - ext4 /dev/nvme0n1p2 rw\n"
-                       "74 29 8:17 / /srv/card rw - vfat /dev/sdb1 rw\n"
-                       "75 29 8:33 / /snap/stick ro - squashfs /dev/sdc1 ro\n"
-                       "76 29 0:76 / /tank rw - zfs tank rw\n"),
-              ElementsAre("- /", "- /boot/efi", "- /media/kim/KIM'S CARD", "- /net/set", "- /media/hde",
-                          "- /snap/stick", "- /tank", "pseudo /proc", "pseudo /proc/sys/fs/binfmt_misc",
-                          "snap /snap/core22/1234", "helper /run/user/1000/doc", "helper /run/user/1000/gvfs",
-                          "folder /srv/kim", "bind /srv/card"));
-}
-
-TEST(Volumes, OfAContainerAreFoldersButNotFiles) {
-  FakeMachine machine;
-  machine.fileAt("/etc/hosts");
-  EXPECT_THAT(verdicts(machine,
-                       "500 400 0:90 / / rw - overlay overlay rw\n"
-                       "501 500 8:2 /var/lib/containers/1/hosts /etc/hosts rw - ext4 /dev/sda2 rw\n"
-                       "502 500 8:2 /srv/footage /footage rw - ext4 /dev/sda2 rw\n"
-                       "503 500 8:2 /srv/footage/day1 /today rw - ext4 /dev/sda2 rw\n"),
-              ElementsAre("- /footage", "pseudo /", "file /etc/hosts", "folder /today"));
-}
-
-TEST(Volumes, OfBtrfsAreItsSubvolumes) {
-  FakeMachine machine;
-  EXPECT_THAT(
-      verdicts(
-          machine,
-          "29 1 0:39 /@ / rw - btrfs /dev/sda2 rw,subvolid=256,subvol=/@\n"
-          "30 29 0:39 /@ho\\040me,x /home rw - btrfs /dev/sda2 rw,subvolid=257,subvol=/@ho\\040me\\054x\n"
-          "31 29 0:39 /@/srv /export rw - btrfs /dev/sda2 rw,subvolid=256,subvol=/@\n"
-          "32 29 0:39 / /pool rw - btrfs /dev/sda2 rw,subvolid=5,subvol=/\n"),
-      ElementsAre("- /", "- /home", "- /pool", "folder /export"));
-}
-
-TEST(Volumes, BehindAServerAreNotAskedWhetherTheyAreFolders) {
-  FakeMachine machine;
-  machine.fileAt("/f/x");
-  EXPECT_THAT(verdicts(machine,
-                       "29 1 8:1 / / rw - ext4 /dev/sda1 rw\n"
-                       "30 29 0:50 / /f rw - fuse.codexvfs codex0 rw\n"
-                       "31 30 8:2 /sub /f/x rw - ext4 /dev/sda2 rw\n"),
-              ElementsAre("- /", "- /f", "- /f/x"));
-}
-
-TEST(Volumes, AreReachable) {
-  FakeMachine machine;
-  EXPECT_THAT(verdicts(machine,
-                       "29 1 8:1 / / rw - ext4 /dev/sda1 rw\n"
-                       "30 29 8:2 / /a rw - ext4 /dev/sda2 rw\n"
-                       "31 30 8:3 / /a/b/c rw - ext4 /dev/sda3 rw\n"
-                       "32 31 8:4 / /a/b/c/d rw - ext4 /dev/sda4 rw\n"
-                       "33 30 0:50 / /a/b rw - tmpfs t rw\n"
-                       "34 33 8:5 / /a/b/e rw - ext4 /dev/sda5 rw\n"
-                       "35 29 8:6 / /f rw - ext4 /dev/sda6 rw\n"
-                       "36 35 8:7 / /f rw - ext4 /dev/sda7 rw\n"
-                       "37 29 8:6 / /g rw - ext4 /dev/sda6 rw\n"),
-              ElementsAre("- /", "- /a", "- /a/b/e", "- /f", "- /g", "shadowed /a/b/c", "shadowed /a/b/c/d",
-                          "pseudo /a/b", "covered /f"));
+TEST(Volumes, AreWhatTheTableAndTheRulesSay) {
+  for (const auto& [volumes, file, table, verdicts] : kTables) {
+    FakeMachine machine;
+    if (*file != 0) machine.fileAt(file);
+    machine.mounts(table);
+    LinuxVolumes linuxVolumes(machine.options(), machine.mountTable());
+    std::vector<std::string> lines;
+    for (const URL& url : linuxVolumes.mountedVolumeURLs()) lines.push_back("- " + url.path());
+    for (const HiddenMount& mount : linuxVolumes.hiddenMounts())
+      lines.push_back(mount.rule + " " + mount.path);
+    EXPECT_EQ(lines, verdicts) << volumes;
+  }
 }
 
 }  // namespace
