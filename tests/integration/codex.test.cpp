@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdlib>
 #include <memory>
 #include <optional>
 #include <string>
@@ -47,6 +48,12 @@ class CodexStory : public FuseStory {
   void write(const std::string& document) {
     ASSERT_EQ(setxattr(point.c_str(), "user.document", document.data(), document.size(), 0), 0);
   }
+  /// How many requests the last server has answered.
+  double requests() const {
+    char text[32] = {};
+    getxattr(point.c_str(), "user.requests", text, sizeof text - 1);
+    return std::atof(text);
+  }
   /// Asks for the wrapper of a path; the answer comes later.
   static std::shared_ptr<std::optional<Wrapper>> ask(Observer& observer, const std::string& path) {
     auto answer = std::make_shared<std::optional<Wrapper>>();
@@ -80,7 +87,6 @@ constexpr std::int64_t kClips = 9057;
 TEST_F(CodexStory, IsWatchedUntilItIsBuiltAndThenSizedAndAnnouncedOnce) {
   Observer observer(space().scratch());
   const FuseServer server = serve("codex");
-  observer.arbiter().startArbiter();
   ASSERT_TRUE(observer.waitFor([&] { return observer.drive("codex") != nullptr; }));
   std::vector<const void*> announced;
   const auto registration = NotificationCenter::defaultCenter().addObserver(
@@ -122,7 +128,6 @@ TEST_F(CodexStory, IsWatchedUntilItIsBuiltAndThenSizedAndAnnouncedOnce) {
 
 TEST_F(CodexStory, ALargeVolumeCostsFewRequestsAndIsAddedUpExactly) {
   Observer observer(space().scratch());
-  observer.arbiter().startArbiter();
   constexpr int kFolders = 20, kFiles = 100;
   std::int64_t expected = sizeof kBuilt - 1;
   for (int d = 0; d < kFolders; ++d) {
@@ -135,11 +140,6 @@ TEST_F(CodexStory, ALargeVolumeCostsFewRequestsAndIsAddedUpExactly) {
     const FuseServer server = serve(folder, {"--folders=20", "--files=100", "--no-clips", keeps, types});
     ASSERT_TRUE(observer.waitFor([&] { return observer.drive(folder) != nullptr; }));
     write(kBuilt);
-    const auto requests = [&] {
-      char text[32] = {};
-      getxattr(point.c_str(), "user.requests", text, sizeof text - 1);
-      return std::stod(text);
-    };
     const auto wrapper = CodexVirtualFileSystemWrapper::initWithRoot(urlOf(point));
     wrapper->getFileSizeOfItem(urlOf(point + "/missing"));  // behind the estimate
     EXPECT_EQ(wrapper->estimatedVFSSize(), expected);
@@ -151,7 +151,6 @@ TEST_F(CodexStory, ALargeVolumeCostsFewRequestsAndIsAddedUpExactly) {
 
 TEST_F(CodexStory, AServerThatHangsOrDiesKeepsNobodyWaitingButWhoAsksAboutIt) {
   Observer observer(space().scratch());
-  observer.arbiter().startArbiter();
   FuseServer hanging = serve("hanging");
   FuseServer healthy = serve("codex");
   ASSERT_TRUE(observer.waitFor([&] { return observer.drive("codex") && observer.drive("hanging"); }));
@@ -191,11 +190,6 @@ TEST_F(CodexStory, AWalkOutlivesItsServer) {
   const auto wrapper = CodexVirtualFileSystemWrapper::initWithRoot(urlOf(point));
   std::atomic<std::int64_t> size{-1};
   std::thread walk([&] { size = wrapper->getFileSizeOfItem(urlOf(point)); });
-  const auto requests = [&] {
-    char text[32] = {};
-    getxattr(point.c_str(), "user.requests", text, sizeof text - 1);
-    return std::stol(text);
-  };
   ASSERT_TRUE(eventually([&] { return requests() > 500; }));
   server.kill();
   walk.join();
