@@ -6,6 +6,33 @@
 #include <iostream>
 #include <memory>
 
+namespace {
+
+std::shared_ptr<kmv::DriveDictionary> driveHolding(const kmv::URL& url) {
+  try {
+    return KMVDiskArbiter::sharedInstance().findRootMountDictionaryForURL(url);
+  } catch (const kmv::Exception& error) {
+    std::cerr << url.path() << ": " << error.what() << '\n';
+    return nullptr;
+  }
+}
+
+/// Prints the size of the volume once it is known, and ends the program's run of the main queue.
+/// Called on the manager's queue, where nothing may wait: the handler is called when the size is there.
+void tellSize(const KMVDriveWrapperManager::CodexWrapper& wrapper, int& result) {
+  wrapper->setSizeUpdated([&result, weak = std::weak_ptr(wrapper)](std::int64_t bytes) {
+    const auto known = weak.lock();
+    if (known == nullptr || !known->sizeIsCalculated()) return;  // it is called when it is set, too
+    kmv::mainQueue().async([&result, bytes] {
+      std::cout << bytes << " bytes\n";
+      result = 0;
+      kmv::mainQueue().stop();
+    });
+  });
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
   if (argc != 2) {
     std::cerr << "usage: codex_size PATH\n";
@@ -13,33 +40,15 @@ int main(int argc, char** argv) {
   }
   const std::string path = std::filesystem::absolute(argv[1]).lexically_normal().string();
   const kmv::URL url = kmv::URL::fileURLWithPath(path, /*isDirectory=*/false);
-  KMVDiskArbiter& arbiter = KMVDiskArbiter::sharedInstance();
-  arbiter.startArbiter();
-  std::shared_ptr<kmv::DriveDictionary> drive;
-  try {
-    drive = arbiter.findRootMountDictionaryForURL(url);
-  } catch (const kmv::Exception& error) {
-    std::cerr << path << ": " << error.what() << '\n';
-  }
+  KMVDiskArbiter::sharedInstance().startArbiter();
+  const auto drive = driveHolding(url);
 
   int result = 1;
   const auto supply = [&](const KMVDriveWrapperManager::CodexWrapper& wrapper) {
-    // On the manager's queue, where nothing may wait: the handler below is called when the size is there.
-    if (wrapper == nullptr) {
-      kmv::mainQueue().async([&] {
-        std::cout << path << " is on no Codex volume\n";
-        kmv::mainQueue().stop();
-      });
-      return;
-    }
-    wrapper->setSizeUpdated([&result, weak = std::weak_ptr(wrapper)](std::int64_t bytes) {
-      const auto known = weak.lock();
-      if (known == nullptr || !known->sizeIsCalculated()) return;  // it is called when it is set, too
-      kmv::mainQueue().async([&result, bytes] {
-        std::cout << bytes << " bytes\n";
-        result = 0;
-        kmv::mainQueue().stop();
-      });
+    if (wrapper != nullptr) return tellSize(wrapper, result);
+    kmv::mainQueue().async([&] {
+      std::cout << path << " is on no Codex volume\n";
+      kmv::mainQueue().stop();
     });
   };
   KMVDriveWrapperManager::sharedInstance().codexVFSWrapper(

@@ -29,7 +29,9 @@ class KMV_EXPORT NetServiceBrowser {
   virtual ~NetServiceBrowser();
   /// Whether peer-to-peer links are searched too.
   virtual void setIncludesPeerToPeer(bool includes) = 0;
-  /// Not owned; must outlive the browser.
+  /// Who hears what is found; null for nobody.
+  /// Returns after the last call of the previous delegate, which may then go away.
+  /// Not owned; must outlive the browser or be replaced.
   virtual void setDelegate(NetServiceBrowserDelegate* delegate) = 0;
   /// Begins to look for services of a type ("_http._tcp.") in a domain; an empty domain stands for the
   /// defaults.

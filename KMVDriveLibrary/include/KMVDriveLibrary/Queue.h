@@ -59,9 +59,11 @@ class KMV_EXPORT SerialQueue {
 };
 
 /// The process's main queue.
-/// Nothing runs on it by itself: the host runs it, drains it, or polls its descriptor in an event loop and
-/// drains it when that becomes readable.
-/// The thread that does so is the main thread meanwhile.
+/// Linux and the simulated machine: nothing runs on it by itself. The host runs it, drains it, or polls its
+/// descriptor in an event loop and drains it when that becomes readable. The thread that does so is the main
+/// thread meanwhile.
+/// macOS: it runs with the host's main run loop or `dispatch_main`. `run` and `drain` are for the process's main
+/// thread only, and after the first call of `fileDescriptor` only they do its work.
 class KMV_EXPORT MainQueue : public SerialQueue {
  public:
   /// Runs tasks on the calling thread until `stop` is called.
