@@ -188,8 +188,7 @@ void onASimulatedMachine(int drivers) {
   for (int round = 0; round < kRounds; ++round) {
     ++bytes;
     for (int i = 0; i < drivers; ++i)
-      machine.setBlockStorageDriver("/bus/" + std::to_string(i) + "/",
-                                    kmv::DriverCounters{bytes, bytes});
+      machine.setBlockStorageDriver("/bus/" + std::to_string(i) + "/", kmv::DriverCounters{bytes, bytes});
     machine.advance(std::chrono::seconds(1));
     times.push_back(microsecondsOf([&] { monitor.refreshDriveStatistics(); }, 1));
   }
