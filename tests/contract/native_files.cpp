@@ -1,28 +1,21 @@
 // SPDX-License-Identifier: MIT
 // Files and attributes of the machine that runs the test, in a folder for temporary files.
-#include <random>
-
 #include "contract/Harness.h"
 #include "platform/NativePlatform.h"
+#include "support/TemporaryFolder.h"
 
 namespace kmv::test {
 namespace {
 
 class NativeFiles : public FilesHarness {
  public:
-  ~NativeFiles() override { std::filesystem::remove_all(folder_); }
-  std::string begin() override {
-    std::filesystem::create_directory(folder_);
-    folder_ = std::filesystem::canonical(folder_);
-    return "";
-  }
+  std::string begin() override { return ""; }
   Platform& platform() override { return *platform_; }
-  std::string folder() override { return folder_; }
+  std::string folder() override { return folder_.path(); }
 
  private:
   std::unique_ptr<Platform> platform_ = makeNativePlatform();
-  std::filesystem::path folder_ =
-      std::filesystem::temp_directory_path() / ("kmv-files-" + std::to_string(std::random_device()()));
+  TemporaryFolder folder_;
 };
 
 std::unique_ptr<FilesHarness> makeNativeFiles() {

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-// kmvdrive beside real volumes: what it tells, what it asks of the kernel, and that it sleeps when there is
-// nothing to tell.
+// kmvdrive beside real volumes: what it tells, what it asks of the kernel, and that it sleeps with nothing to tell.
 #include <KMVDriveLibrary/KMVDriveLibrary.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>

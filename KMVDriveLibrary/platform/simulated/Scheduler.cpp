@@ -126,8 +126,9 @@ void Scheduler::sync(const QueueStatePointer& queue, const TaskReference& task) 
     fatal("deadlock: a task of queue \"" + currentQueueLabel() + "\" waits for queue \"" + queue->label +
           "\", which waits for that task");
   }
-  // NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
-  const QueueStatePointer held = queue;  // the task may drop the last handle
+  // `queue` may refer into the last handle, which the task may drop: the copy is needed.
+  // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): see above
+  const QueueStatePointer held = queue;
   for (auto earlier = held->tasks.size(); earlier > 0; --earlier) runFirst(held);
   const Running running(*this, *held, false);
   task();

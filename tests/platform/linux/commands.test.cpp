@@ -9,39 +9,25 @@
 
 #include <cerrno>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <string>
 
 #include "platform/linux/session/Holders.h"
+#include "support/TemporaryFolder.h"
 
 namespace kmv {
 namespace {
-
-namespace fs = std::filesystem;
 
 /// A /proc of plain files.
 class CommandsTest : public ::testing::Test {
  protected:
   CommandsTest() {
-    std::string name = (fs::temp_directory_path() / "kmv-commands-XXXXXX").string();
-    root_ = ::mkdtemp(name.data());
     options_.procRoot = root_ / "proc";
     options_.viewRoot = root_ / "view";  // where nothing is: no command may touch what is really mounted
     link("self/ns/mnt", "mnt:[1]");
   }
-  ~CommandsTest() override { fs::remove_all(root_); }
 
-  void write(const std::string& name, const std::string& text) {
-    const fs::path file = root_ / "proc" / name;
-    fs::create_directories(file.parent_path());
-    std::ofstream(file) << text;
-  }
-  void link(const std::string& name, const std::string& target) {
-    const fs::path file = root_ / "proc" / name;
-    fs::create_directories(file.parent_path());
-    fs::create_symlink(target, file);
-  }
+  void write(const std::string& name, const std::string& text) { root_.write("proc/" + name, text); }
+  void link(const std::string& name, const std::string& target) { root_.link("proc/" + name, target); }
   /// A path as other processes see it.
   std::string seen(const std::string& path) const { return options_.viewRoot + path; }
 
@@ -56,7 +42,7 @@ class CommandsTest : public ::testing::Test {
     return statusOf(commands().rename(card_, name));
   }
 
-  fs::path root_;
+  test::TemporaryFolder root_;
   LinuxOptions options_;
   TargetVolume card_{"/media/card", "ext4", "/dev/loop9", 40, {7, 26}};
 };

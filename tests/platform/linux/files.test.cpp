@@ -13,6 +13,7 @@
 #include <string>
 
 #include "platform/linux/LinuxPlatform.h"
+#include "support/TemporaryFolder.h"
 
 namespace kmv {
 namespace {
@@ -22,21 +23,14 @@ namespace fs = std::filesystem;
 class LinuxFilesTest : public ::testing::Test {
  protected:
   LinuxFilesTest() {
-    std::string name = (fs::temp_directory_path() / "kmv-files-XXXXXX").string();
-    root_ = ::mkdtemp(name.data());
     fs::create_directories(root_ / "usr/bin");
-    std::ofstream(root_ / "file") << "x";
+    root_.write("file", "x");
     LinuxOptions options;
-    options.programRoot = root_;
+    options.programRoot = root_.path();
     platform_.emplace(options);
   }
-  ~LinuxFilesTest() override { fs::remove_all(root_); }
 
   std::string path(const std::string& name) const { return root_ / name; }
-  void addFile(const std::string& name, const std::string& bytes) {
-    fs::create_directories(fs::path(path(name)).parent_path());
-    std::ofstream(path(name)) << bytes;
-  }
   /// The bytes of all files of a walk.
   std::uint64_t sizeOf(const std::string& name) {
     std::uint64_t size = 0;
@@ -58,7 +52,7 @@ class LinuxFilesTest : public ::testing::Test {
         {"/usr/bin/xattr", option, "kmv.name", std::move(value), path("file"), collectsErrors});
   }
 
-  fs::path root_;
+  test::TemporaryFolder root_;
   std::optional<LinuxPlatform> platform_;
 };
 
@@ -114,13 +108,13 @@ TEST_F(LinuxFilesTest, TreesOfEveryShapeAreAddedUp) {
   std::uint64_t deep = 0;
   for (std::string folder = "deep"; path(folder).size() < 3900;
        deep += 5) {  // nearly as long as paths can be
-    addFile(folder + "/file", "12345");
+    root_.write(folder + "/file", "12345");
     folder += "/" + std::string(60, 'd');
   }
   EXPECT_EQ(sizeOf("deep"), deep);
   for (int i = 0; i < 600; ++i)
-    addFile("wide/" + std::to_string(i) + (i % 8 == 0 ? "/below/file" : "/file"), "1");
-  for (int i = 0; i < 2500; ++i) addFile("wide/flat/" + std::to_string(i), "1");
+    root_.write("wide/" + std::to_string(i) + (i % 8 == 0 ? "/below/file" : "/file"), "1");
+  for (int i = 0; i < 2500; ++i) root_.write("wide/flat/" + std::to_string(i), "1");
   EXPECT_EQ(sizeOf("wide"), 3100u);
   // With hardly a descriptor left, which the folders that lie ahead would like to have.
   rlimit descriptors{};
