@@ -32,7 +32,4 @@ class QueueFrame {
   const QueueFrame* outer_;
 };
 
-/// Runs an asynchronous task; an exception out of it stops the process with a message that names `queue`.
-void runOrStop(const SerialQueue::Task& task, std::string_view label);
-
 }  // namespace kmv

@@ -15,6 +15,7 @@
 #include "platform/linux/queues/QueueFrame.h"
 #include "platform/linux/queues/TimerThread.h"
 #include "platform/linux/queues/WorkerPool.h"
+#include "platform/posix/TaskRun.h"
 
 namespace kmv {
 
