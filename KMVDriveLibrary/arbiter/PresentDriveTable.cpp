@@ -10,6 +10,7 @@
 #include <set>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 
 #include "arbiter/Descriptions.h"
 #include "base/DriveDictionaryWatcher.h"
@@ -63,7 +64,8 @@ class PresentDriveTable::Core : public DriveDictionary::Watcher, public std::ena
  public:
   void contentsChanged(const DriveDictionary* drive) override {
     const MutexLock lock(mutex_);
-    changed_.push_back(drive);
+    if (keysOfDrive_.count(drive) != 0)
+      changed_.insert(drive);  // it may have left the table meanwhile (race)
   }
 
   Drive find(const URL& key) const {
@@ -160,11 +162,13 @@ class PresentDriveTable::Core : public DriveDictionary::Watcher, public std::ena
     const auto [first, last] = keysOfDrive_.equal_range(drive);
     const auto it = std::find_if(first, last, [&](const auto& entry) { return entry.second == key; });
     if (it != last) keysOfDrive_.erase(it);
-    if (keysOfDrive_.count(drive) == 0) drive->removeWatcher(this);
+    if (keysOfDrive_.count(drive) != 0) return;
+    drive->removeWatcher(this);
+    changed_.erase(drive);
   }
 
-  /// Updates the indices lazily, for the drives whose content changed since the last look-up. A drive that
-  /// left the table meanwhile is no longer known by its address and is skipped.
+  /// Updates the indices lazily, once for each drive whose content changed since the last look-up, however
+  /// often it was written to.
   void followChanges() KMV_REQUIRES(mutex_) {
     for (const DriveDictionary* drive : changed_) {
       const auto [first, last] = keysOfDrive_.equal_range(drive);
@@ -185,7 +189,8 @@ class PresentDriveTable::Core : public DriveDictionary::Watcher, public std::ena
   // Look-ups by key take this one: hashing beats comparing paths from their beginnings.
   std::unordered_map<URL, std::map<URL, Slot>::iterator> byKey_ KMV_GUARDED_BY(mutex_);
   std::unordered_multimap<const DriveDictionary*, URL> keysOfDrive_ KMV_GUARDED_BY(mutex_);
-  std::vector<const DriveDictionary*> changed_ KMV_GUARDED_BY(mutex_);
+  // Deduplicated, and only drives of the table: the number of drives is its upper bound when nobody looks up.
+  std::unordered_set<const DriveDictionary*> changed_ KMV_GUARDED_BY(mutex_);
   Index<std::string> byDriveUUID_ KMV_GUARDED_BY(mutex_);
   Index<URL> byPath_ KMV_GUARDED_BY(mutex_);
   Index<std::string> byVolumeUUID_ KMV_GUARDED_BY(mutex_);

@@ -48,6 +48,8 @@ void DriveDictionary::update(const std::function<void(Dictionary&)>& edit) {
 
 void DriveDictionary::addWatcher(const std::shared_ptr<Watcher>& watcher) {
   const MutexLock lock(mutex_);
+  // Sweeps out tables that were destroyed with the drive in them.
+  std::erase_if(watchers_, [](const auto& weak) { return weak.expired(); });
   watchers_.push_back(watcher);
 }
 

@@ -2,6 +2,8 @@
 #include <KMVDriveLibrary/PresentDriveTable.h>
 #include <gtest/gtest.h>
 
+#include "support/Memory.h"
+
 namespace kmv {
 namespace {
 
@@ -24,6 +26,24 @@ TEST(PresentDriveTable, FollowsTheContentOfADriveUnderEachOfItsKeysAsLongAsItHas
     table.set(first, a);
   }
   a->set("driveUUIDKey", "without the table");
+}
+
+TEST(PresentDriveTable, KeepsNothingOfChangesThatNobodyLooksUp) {
+  const auto stays = std::make_shared<DriveDictionary>(), leaves = std::make_shared<DriveDictionary>();
+  const URL first = URL::fileURLWithPath("/a", true), second = URL::fileURLWithPath("/b", true);
+  PresentDriveTable table;
+  table.set(first, stays);
+  const std::size_t before = test::bytesAllocated();
+  for (int i = 0; i < 20'000; ++i) {
+    stays->set("driveUUIDKey", std::to_string(i));
+    table.set(second, leaves);
+    leaves->set("driveUUIDKey", "left");
+    table.remove(second);
+    PresentDriveTable().set(first, stays);
+  }
+  EXPECT_LT(test::bytesAllocated(), before + test::kBytesOfNoise);
+  EXPECT_EQ(table.firstWithUUID("19999"), stays);
+  EXPECT_EQ(table.firstWithUUID("left"), nullptr);
 }
 
 }  // namespace
