@@ -49,5 +49,20 @@ TEST(TopologyThreads, ReadersNeverMeetADriveUnderAnotherDisk) {
   EXPECT_TRUE(manager.volumeWrappers().empty()) << "nobody holds a drive any more";
 }
 
+TEST(TopologyThreads, AWeakTableTakesAMemberOnceWhoeverAddsIt) {
+  for (int round = 0; round < kRounds; ++round) {
+    WeakTable<int> table;
+    std::vector<std::shared_ptr<int>> members;
+    for (int i = 0; i < 20; ++i) members.push_back(std::make_shared<int>(i));
+    const auto addAll = [&] {
+      for (const auto& member : members) table.add(member);
+    };
+    std::thread other(addAll);
+    addAll();
+    other.join();
+    ASSERT_EQ(table.count(), members.size());
+  }
+}
+
 }  // namespace
 }  // namespace kmv

@@ -17,10 +17,13 @@ namespace kmv {
 template <typename T>
 class WeakTable {
  public:
-  /// Adds `member`; does nothing when it is null or in the table already.
+  /// Adds `member`, atomically: does nothing when it is null or in the table already.
   void add(const std::shared_ptr<T>& member) {
-    if (member == nullptr || contains(member)) return;
+    if (member == nullptr) return;
+    Members alive;  // released outside the lock: one may be the last reference
     const MutexLock lock(mutex_);
+    alive = living();
+    if (std::find(alive.begin(), alive.end(), member) != alive.end()) return;
     if (members_.size() >= roomBeforeSweep_) sweep();
     members_.push_back(member);
   }
@@ -31,17 +34,22 @@ class WeakTable {
   /// The members that are alive.
   std::vector<std::shared_ptr<T>> allObjects() const {
     const MutexLock lock(mutex_);
-    std::vector<std::shared_ptr<T>> all;
+    return living();
+  }
+  std::size_t count() const { return allObjects().size(); }
+
+ private:
+  using Members = std::vector<std::shared_ptr<T>>;
+  static constexpr std::size_t kSmallestRoom = 16;
+
+  Members living() const KMV_REQUIRES(mutex_) {
+    Members all;
     all.reserve(members_.size());
     for (const auto& weak : members_) {
       if (auto member = weak.lock()) all.push_back(std::move(member));
     }
     return all;
   }
-  std::size_t count() const { return allObjects().size(); }
-
- private:
-  static constexpr std::size_t kSmallestRoom = 16;
 
   /// Removes expired members; amortised O(1) for each addition, since the room doubles.
   void sweep() KMV_REQUIRES(mutex_) {
