@@ -15,10 +15,7 @@ constexpr std::chrono::milliseconds kBetweenReports{100};
 
 }  // namespace
 
-IOMeter::IOMeter(const URL& file, std::string sender)
-    : drive_(activity::rootDriveOf(file)),
-      sender_(std::move(sender)),
-      lastReport_(Platform::current().clock().monotonicNow()) {}
+IOMeter::IOMeter(URL file, std::string sender) : file_(std::move(file)), sender_(std::move(sender)) {}
 
 IOMeter::~IOMeter() {
   report();
@@ -35,11 +32,15 @@ void IOMeter::wrote(std::uint64_t bytes) {
 }
 
 void IOMeter::reportNowAndThen() {
-  if (Platform::current().clock().monotonicNow() - lastReport_ >= kBetweenReports) report();
+  const auto now = Platform::current().clock().monotonicNow();
+  if (!lastReport_) lastReport_ = now;
+  if (now - *lastReport_ >= kBetweenReports) report();
 }
 
 void IOMeter::report() {
+  if (bytesRead_ == 0 && bytesWritten_ == 0) return;
   lastReport_ = Platform::current().clock().monotonicNow();
+  if (!std::exchange(hasLookedUp_, true)) drive_ = activity::rootDriveOf(file_);
   if (!drive_) return;
   auto& monitor = KMVDriveActivityMonitor::defaultMonitor();
   if (const std::uint64_t bytes = std::exchange(bytesRead_, 0))

@@ -106,15 +106,22 @@ TEST_F(Reports, AMeterReportsWhatACopyLoopMoves) {
   EXPECT_EQ(news(), Lines{"Share read 6 wrote 5; "});
 }
 
-TEST_F(Reports, AMeterReportsATenthOfASecondAfterItsLastReport) {
+TEST_F(RegistryTest, AMeterThatCountedNothingStartsNothing) {
+  { IOMeter(file("/Volumes/Share/new.mov"), "copier").report(); }
+  EXPECT_TRUE(machine.serviceSearches().empty()) << "the monitor begins with a search";
+}
+
+TEST_F(Reports, AMeterReportsATenthOfASecondAfterItsFirstCountAndItsLastReport) {
   const auto reported = [&](std::uint64_t bytes) {
     machine.runUntilIdle();
     const auto total = monitor().appIOLookup()->find("copier");
     return total ? total.value()->find(share).value()->bytesWritten() == bytes : bytes == 0;
   };
   IOMeter meter(file("/Volumes/Share/new.mov"), "copier");
+  machine.advance(Seconds(1));
+  meter.wrote(4);
   machine.advance(std::chrono::milliseconds(99));
-  meter.wrote(5);
+  meter.wrote(1);
   EXPECT_TRUE(reported(0));
   machine.advance(std::chrono::milliseconds(1));
   meter.wrote(1);

@@ -33,8 +33,9 @@ class KMV_EXPORT KMVDriveIOActivityTracker : public kmv::Object {
 
   /// Compares `stats` with the drive's last sample, stores the deltas in `activityLookup`, and keeps `stats`
   /// as the last sample.
-  /// Nothing is compared when there was no last sample, when `trackingId` is given and differs from the last
-  /// one given for any drive (one for the whole tracker, on purpose), or when no time passed.
+  /// Nothing is compared when there was no last sample, when `trackingId` is given and differs from the present
+  /// `trackingId()` (one for the whole tracker, on purpose), or when no time passed.
+  /// The identifier given, or none, is the present one from then on.
   /// A null sample changes nothing.
   /// Selector: updateStats:forDrive:trackingId:
   void updateStats(const Sample& stats, const kmv::URL& forDrive,
@@ -53,7 +54,8 @@ class KMV_EXPORT KMVDriveIOActivityTracker : public kmv::Object {
     activityLookup_.set(std::move(activities));
   }
 
-  /// The identifier of the last update; none when that gave none.
+  /// The present identifier: that of the last update, none when that gave none, unless the setter was called
+  /// since.
   std::optional<std::string> trackingId() const { return trackingId_.get(); }
   void setTrackingId(std::optional<std::string> id);
 
