@@ -19,6 +19,8 @@ using kmv::Platform;
 constexpr char kTool[] = "/usr/bin/xattr";
 constexpr char kStartBlock[] = "ltfs.startblock";
 constexpr char kErrorDomain[] = "extendedattributes";
+/// The name under which the platform raises what cannot be handed to the system, a missing tool included.
+constexpr char kInvalidArgument[] = "NSInvalidArgumentException";
 /// The library's contract reads no more of a position; a longer value counts as 0.
 constexpr std::size_t kLongestPosition = 255;
 
@@ -40,9 +42,9 @@ std::string textForSystem(std::string_view text) {
 
 /// A path as the system takes it. An empty one, and one that holds a NUL, name no file.
 std::string pathForSystem(std::string_view path) {
-  if (path.empty()) throw kmv::Exception("NSInvalidArgumentException", "the path is empty");
+  if (path.empty()) throw kmv::Exception(kInvalidArgument, "the path is empty");
   if (path.find('\0') != std::string_view::npos)
-    throw kmv::Exception("NSInvalidArgumentException", "the path holds a NUL");
+    throw kmv::Exception(kInvalidArgument, "the path holds a NUL");
   return std::string(path);
 }
 
@@ -62,8 +64,13 @@ std::optional<std::string> dateText(kmv::Date date) {
   return text->day + "T" + text->time + "." + std::to_string(ofDay) + "Z";
 }
 
-kmv::Error errorWith(const char* key, std::string text) {
-  return {kErrorDomain, 1, {{key, std::move(text)}}};
+kmv::Error errorWith(const char* key, kmv::Value value) {
+  return {kErrorDomain, 1, {{key, std::move(value)}}};
+}
+
+/// Of the kind that the platform raises where the system cannot be asked at all.
+kmv::Error errorOf(const kmv::Exception& exception) {
+  return errorWith("exception", kmv::Dictionary{{"name", exception.name()}, {"reason", exception.what()}});
 }
 
 void writeDate(const char* name, std::string_view file, std::optional<kmv::Date> date,
@@ -71,20 +78,20 @@ void writeDate(const char* name, std::string_view file, std::optional<kmv::Date>
   if (!date) return;
   const auto text = dateText(*date);
   if (!text) {
-    error = errorWith("exception", "the date is beyond the calendar");
+    error = errorOf({kInvalidArgument, "the date is beyond the calendar"});
     return;
   }
   const ChildProcess::Result result = Platform::current().extendedAttributes().runTool(
       {kTool, "-w", name, *text, std::string(file), /*collectsErrors=*/true});
   if (!result.started) {
-    error = errorWith("exception", result.problem);
+    error = errorOf({kInvalidArgument, result.problem});
     return;
   }
   // Where the status was lost, a tool that has nothing to say has done its work.
   const bool failed = result.exitStatus ? *result.exitStatus != 0 : !result.output.empty();
   if (!failed) return;
   error = kmv::isUTF8(result.output) ? errorWith("result", result.output)
-                                     : errorWith("exception", "what the tool said is no text");
+                                     : errorOf({kInvalidArgument, "what the tool said is no text"});
 }
 
 }  // namespace

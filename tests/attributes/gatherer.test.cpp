@@ -106,7 +106,10 @@ TEST_F(Attributes, DatesAreWrittenInUTCWithTheMillisecondsOfTheirDay) {
   EXPECT_EQ(failsWith({"\xff", {}, 1}), "exception");
   machine.removeProgram(kTool);
   Gatherer::setExtendedCreationDateAttributesForFile(file, dateOf(0), error);
-  EXPECT_TRUE(error->userInfo.contains("exception"));
+  const Dictionary* raised = error->userInfo.find("exception")->asDictionary();
+  ASSERT_NE(raised, nullptr);
+  EXPECT_EQ(*raised->text("name"), "NSInvalidArgumentException");
+  EXPECT_FALSE(raised->text("reason")->empty());
 }
 
 }  // namespace

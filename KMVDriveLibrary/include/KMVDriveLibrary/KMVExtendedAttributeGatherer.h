@@ -68,7 +68,8 @@ class KMV_EXPORT KMVExtendedAttributeGatherer {
   /// Without a date nothing happens.
   /// Runs the tool.
   /// Failure: `withError` is set (domain "extendedattributes", code 1; user info: "result" has the tool's
-  /// output, or "exception" why it could not be run).
+  /// output, or "exception" a dictionary with the "name" and the "reason" of the exception that kept the tool
+  /// from running).
   /// On success it is unchanged.
   /// Selector: +setExtendedModificationDateAttributesForFile:withModificationDate:withError:
   static void setExtendedModificationDateAttributesForFile(std::string_view file,
