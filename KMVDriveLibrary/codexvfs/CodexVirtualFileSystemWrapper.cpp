@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <KMVDriveLibrary/AtomicProperty.h>
 #include <KMVDriveLibrary/CodexVirtualFileSystemWrapper.h>
+#include <KMVDriveLibrary/Exception.h>
 #include <KMVDriveLibrary/KMVDiskArbiter.h>
 #include <KMVDriveLibrary/KMVDriveKeys.h>
 #include <KMVDriveLibrary/NotificationCenter.h>
@@ -41,6 +42,15 @@ void logInfo(const std::string& line) {
 /// A Boolean, or a number that stands for one: exactly 0 or 1.
 bool isTrue(const kmv::Value* value) {
   return value != nullptr && value->isNumber() && value->doubleValue() == 1;
+}
+
+/// None where the registry throws: membership answers false when anything is missing.
+std::optional<kmv::URL> rootDriveOf(const kmv::URL& url) {
+  try {
+    return KMVDiskArbiter::sharedInstance().findRootDriveURLForPathURL(url);
+  } catch (const kmv::Exception&) {
+    return std::nullopt;
+  }
 }
 
 std::string volumeKindIn(const kmv::Dictionary& drive) {
@@ -91,7 +101,7 @@ std::shared_ptr<CodexVirtualFileSystemWrapper> CodexVirtualFileSystemWrapper::in
 
 bool CodexVirtualFileSystemWrapper::urlIsInVirtualFileSystem(const kmv::URL& url,
                                                              const kmv::Dictionary& withDictionary) {
-  const auto root = KMVDiskArbiter::sharedInstance().findRootDriveURLForPathURL(url);
+  const auto root = rootDriveOf(url);
   if (!root || Platform::current().files().itemKind(documentOf(*root).path()) == kmv::ItemKind::none)
     return false;
   return volumeKindIn(withDictionary).find("fuse") != std::string::npos &&

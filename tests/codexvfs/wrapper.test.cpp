@@ -188,6 +188,8 @@ TEST_F(CodexWrapper, IsOneForEachVolumeAndForCodexVolumesOnly) {
   machine.unplug(drive);
   machine.runUntilIdle();
   EXPECT_EQ(supplied(url("clip")), Wrapper()) << "on no drive";
+  EXPECT_FALSE(Codex::urlIsInVirtualFileSystem(*URL::fromString("http://nowhere"), {{kind, "fuse"}}))
+      << "which the registry answers with an exception";
 }
 
 TEST_F(CodexWrapper, TheSizeHandlerIsToldWhatIsKnownAndMustNotBeTakenAwayBefore) {

@@ -43,6 +43,7 @@ class KMV_EXPORT CodexVirtualFileSystemWrapper
 
   /// True when `url` is on a FUSE volume that is no tape and holds a state document; `withDictionary` is the
   /// dictionary of its drive.
+  /// False for a URL that leads to no volume: unlike the registry's look-ups, this throws nothing.
   /// Waits for the volume.
   /// Selector: +urlIsInVirtualFileSystem:withDictionary:
   static bool urlIsInVirtualFileSystem(const kmv::URL& url, const kmv::Dictionary& withDictionary);

@@ -126,6 +126,8 @@ class KMV_EXPORT KMVDiskArbiter : public kmv::Object {
   /// The drive that holds the item at `url` or, when there is no such item, the nearest folder above it.
   /// A volume that the registry has not heard of yet is registered on the spot, and announced as usual.
   /// Null when the place is on no drive, and for a volume of kind "odaudf" that was not registered before.
+  /// Before `startArbiter` there is no list that could take the volume, on purpose: each call then makes and
+  /// announces another drive, which no list holds and nothing keeps up to date. Look up after the start.
   /// Thread: any but the arbiter queue, for which it may wait: there, an unregistered volume stops the
   /// process with a message.
   /// Asks the file system for the path, outside every lock.
