@@ -2,7 +2,6 @@
 #include <KMVDriveLibrary/CodexExtendedAttributes.h>
 #include <KMVDriveLibrary/host/CrossAppKit.h>
 
-#include <exception>
 #include <string>
 
 namespace kmv {
@@ -12,7 +11,7 @@ std::optional<std::int64_t> numberOf(const URL& url, CodexExtendedAttributes att
   try {
     return CrossAppFileManager::defaultManager().getExtendedAttributeAsInt(url,
                                                                            codexAttributeName(attribute));
-  } catch (const std::exception&) {
+  } catch (...) {  // a host's helper may throw anything
     return std::nullopt;
   }
 }

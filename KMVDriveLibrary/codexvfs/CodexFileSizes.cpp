@@ -7,7 +7,6 @@
 #include <KMVDriveLibrary/host/OrvaneDataIO.h>
 #include <KMVDriveLibrary/host/OrvaneLogging.h>
 
-#include <exception>
 #include <limits>
 #include <memory>
 #include <utility>
@@ -47,13 +46,14 @@ class AskedFile {
  public:
   explicit AskedFile(const URL& url) : url_(url) {}
 
-  std::optional<std::uint64_t> size() const { return helpers().sizeOfFileAtPath(url_.path()); }
+  std::optional<std::uint64_t> size() const {
+    return unlessThrown([&] { return helpers().sizeOfFileAtPath(url_.path()); });
+  }
   std::optional<std::uint64_t> aggregateSize() const {
-    try {
-      return helpers().aggregateFileSize(url_, nullptr, CrossAppFileManager::kSkipsHiddenFiles);
-    } catch (const std::exception&) {
-      return std::nullopt;
-    }
+    return unlessThrown([&] {
+      return std::optional(
+          helpers().aggregateFileSize(url_, nullptr, CrossAppFileManager::kSkipsHiddenFiles));
+    });
   }
   bool isFile() const {
     return kmv::Platform::current().files().itemKind(url_.path()) == kmv::ItemKind::file;
@@ -63,6 +63,16 @@ class AskedFile {
   static CrossAppFileManager& helpers() { return CrossAppFileManager::defaultManager(); }
 
  private:
+  /// A host's helper may throw anything: the size is unknown then.
+  template <typename Question>
+  static std::optional<std::uint64_t> unlessThrown(const Question& question) {
+    try {
+      return question();
+    } catch (...) {
+      return std::nullopt;
+    }
+  }
+
   const URL& url_;
 };
 
@@ -128,23 +138,25 @@ std::int64_t readSizeOf(const URL& url) {
   const auto count = [counted](StreamFileReader::Buffer, std::size_t byteCount, bool&) {
     counted->add(byteCount);
   };
-  const auto close = [counted, reader, url](const std::optional<kmv::Error>& error) {
+  if (reader == nullptr) return 0;
+  // Weak: a reader that stores its handlers would own itself (a cycle) and never be released.
+  const auto close = [counted, weak = std::weak_ptr(reader), url](const std::optional<kmv::Error>& error) {
     if (error)
       OrvaneLog::defaultLog().logInfo("KMV_CodexVFS-actualFileSize(of:'" + url.absoluteString() +
                                       "') error: " + descriptionOf(*error));
-    reader->closeIOWithCompletionHandler([counted] { counted->close(); });
+    if (const auto open = weak.lock()) open->closeIOWithCompletionHandler([counted] { counted->close(); });
   };
   // Whether it is open makes no difference: the cycle then says why not.
-  reader->openForReading([reader, count, close](bool) { reader->beginByteSupplyCycle(count, close); });
+  reader->openForReading([weak = std::weak_ptr(reader), count, close](bool) {
+    if (const auto open = weak.lock()) open->beginByteSupplyCycle(count, close);
+  });
   return counted->whenClosed();
 }
 
 std::int64_t actualFileSize(const URL& url) {
-  const std::string path = url.path();
-  const CrossAppFileManager& helpers = AskedFile::helpers();
+  const AskedFile file(url);
   std::int64_t size = 0;
-  if (helpers.sizeOfFileAtPath(path).value_or(0) != 0)
-    size = signedSize(helpers.sizeOfFileAtPath(path).value_or(0));
+  if (file.size().value_or(0) != 0) size = signedSize(file.size().value_or(0));
   if (size == 0) size = readSizeOf(url);
   if (size == 0)
     OrvaneLog::defaultLog().logInfo("KMV_CodexVFS-File size of 0 found for '" + url.lastPathComponent() +

@@ -2,7 +2,6 @@
 #include <KMVDriveLibrary/Mutex.h>
 #include <KMVDriveLibrary/host/CrossAppKit.h>
 
-#include <exception>
 #include <limits>
 #include <utility>
 
@@ -27,38 +26,6 @@ std::optional<std::uint64_t> sizeOfItem(const std::string& path) {
   return size->doubleValue() >= kAboveAll ? std::numeric_limits<std::uint64_t>::max()
                                           : static_cast<std::uint64_t>(size->doubleValue());
 }
-
-/// Adds up the files of a walk, which an exception must not leave: the first one is kept and ends the walk.
-class SizeSum {
- public:
-  explicit SizeSum(const CrossAppFileManager::ShouldContinue& shouldContinue)
-      : shouldContinue_(shouldContinue) {}
-
-  /// False ends the walk.
-  bool add(std::uint64_t size, bool isLeftOut) {
-    try {
-      if (shouldContinue_ != nullptr && !shouldContinue_()) return false;
-      if (isLeftOut) return true;
-      if (size > std::numeric_limits<std::uint64_t>::max() - sum_)
-        throw std::runtime_error("the sizes add up to more than a number can hold");
-    } catch (...) {
-      thrown_ = std::current_exception();
-      return false;
-    }
-    sum_ += size;
-    return true;
-  }
-
-  std::uint64_t result() const {
-    if (thrown_) std::rethrow_exception(thrown_);
-    return sum_;
-  }
-
- private:
-  const CrossAppFileManager::ShouldContinue& shouldContinue_;
-  std::uint64_t sum_ = 0;
-  std::exception_ptr thrown_;
-};
 
 }  // namespace
 
@@ -128,11 +95,15 @@ std::uint64_t CrossAppFileManager::aggregateFileSize(const kmv::URL& ofURL,
     if (!size) throw std::runtime_error("there is no item to take the size of");
     return *size;
   }
-  SizeSum sum(shouldContinue);
+  std::uint64_t sum = 0;
   platform.treeWalk().visitFiles(path, /*attribute=*/{}, [&](const kmv::WalkedFile& file) {
-    return sum.add(file.size, (options & kSkipsHiddenFiles) != 0 && isHiddenBelow(path, file.path));
+    if (shouldContinue != nullptr && !shouldContinue()) return false;
+    if ((options & kSkipsHiddenFiles) != 0 && isHiddenBelow(path, file.path)) return true;
+    if (__builtin_add_overflow(sum, file.size, &sum))
+      throw std::runtime_error("the sizes add up to more than a number can hold");
+    return true;
   });
-  return sum.result();
+  return sum;
 }
 
 void CrossAppFileManager::setAggregateFileSize(AggregateFileSize function) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <exception>
 #include <functional>
 #include <optional>
 #include <string>
@@ -18,8 +19,7 @@ struct WalkedFile {
   std::optional<std::string_view> attribute;
 };
 
-/// Called for each file; false ends the walk.
-/// Must not throw.
+/// Called for each file; false ends the walk, and so does an exception.
 using VisitFile = std::function<bool(const WalkedFile&)>;
 
 /// Visits the files of a tree.
@@ -35,8 +35,24 @@ class TreeWalk {
   /// Missing and unlistable folders are skipped.
   /// Links to folders are followed, except into a folder that is being walked already (cycles).
   /// Paths are `folder`, "/" and names.
-  virtual void visitFiles(const std::string& folder, const std::string& attribute,
-                          const VisitFile& visit) = 0;
+  /// Failure: throws what `visit` throws, after the walk has ended.
+  void visitFiles(const std::string& folder, const std::string& attribute, const VisitFile& visit) {
+    std::exception_ptr thrown;
+    visitEachFile(folder, attribute, [&](const WalkedFile& file) {
+      try {
+        return visit(file);
+      } catch (...) {
+        thrown = std::current_exception();
+        return false;
+      }
+    });
+    if (thrown) std::rethrow_exception(thrown);
+  }
+
+ private:
+  /// The same for a backend, whose helpers may be at work while it visits: this `visit` never throws.
+  virtual void visitEachFile(const std::string& folder, const std::string& attribute,
+                             const VisitFile& visit) = 0;
 };
 
 }  // namespace kmv

@@ -91,6 +91,65 @@ TEST_F(CodexSizes, AreAskedOfTheHostsHelpersWhereItHasItsOwn) {
   EXPECT_EQ(sizeOf("clips"), 77);
 }
 
+TEST_F(CodexSizes, OfHelpersThatThrowAreUnknownAndTheWalkGoesOn) {
+  machine.writeFile(path("clips/second"), "12345");
+  addEmpty("clips/first", "30");
+  helpers.setSizeOfFileAtPath([](std::string_view file) -> std::optional<std::uint64_t> {
+    if (file.ends_with("second")) return 5;
+    throw 1;  // no std::exception
+  });
+  EXPECT_EQ(sizeOf("clips"), 35) << "its attribute stands in";
+  helpers.setSizeOfFileAtPath(nullptr);
+  helpers.setAggregateFileSize([](const auto&...) -> std::uint64_t { throw 1; });
+  EXPECT_EQ(sizeOf("clips"), 35) << "what the file system reports";
+  helpers.setAggregateFileSize(nullptr);
+  helpers.setGetExtendedAttributeAsInt([](const auto&...) -> std::int64_t { throw 1; });
+  EXPECT_EQ(sizeOf("clips"), 35) << "what was known";
+  helpers.setGetExtendedAttributeAsInt(nullptr);
+}
+
+/// Keeps what it is handed, as a reader on threads of its own does.
+class StoringReader : public StreamFileReader {
+ public:
+  explicit StoringReader(int& alive) : alive_(++alive) {}
+  ~StoringReader() override { --alive_; }
+  void openForReading(OpenHandler completion) override { (opened_ = std::move(completion))(true); }
+  void beginByteSupplyCycle(UpdateBlock update, CompletionBlock completion) override {
+    update_ = std::move(update);
+    completed_ = std::move(completion);
+    bool stop = false;
+    update_(std::make_unique<std::byte[]>(3), 3, stop);
+    completed_(std::nullopt);
+  }
+  void closeIOWithCompletionHandler(std::function<void()> completion) override {
+    (closed_ = std::move(completion))();
+  }
+
+ private:
+  int& alive_;
+  OpenHandler opened_;
+  UpdateBlock update_;
+  CompletionBlock completed_;
+  std::function<void()> closed_;
+};
+
+TEST_F(CodexSizes, AreReadByReadersThatAreReleasedWhateverTheyStore) {
+  int alive = 0, made = 0;
+  StreamFileReader::setFactory(
+      [&](const URL&) { return ++made == 1 ? std::make_shared<StoringReader>(alive) : nullptr; });
+  // The file system says 5, the helper 9 at first and then nothing.
+  machine.writeFile(path("clips/first"), "12345");
+  helpers.setAggregateFileSize([](const auto&...) -> std::uint64_t { throw std::runtime_error("no"); });
+  int question = 0;
+  helpers.setSizeOfFileAtPath([&](std::string_view) -> std::uint64_t { return ++question < 3 ? 9 : 0; });
+  EXPECT_EQ(sizeOf("clips"), 3);
+  EXPECT_EQ(made, 1);
+  EXPECT_EQ(alive, 0);
+  question = 0;
+  EXPECT_EQ(sizeOf("clips"), 0) << "no reader reads nothing";
+  StreamFileReader::setFactory({});
+}
+
 TEST_F(CodexSizes, ThatDoNotFitStopTheProcess) {
   machine.setReportedSize(path("clips/first"), kLargest - kBuiltBytes);  // the document is remembered already
   EXPECT_EQ(sizeOf("clips"), kLargest - kBuiltBytes);

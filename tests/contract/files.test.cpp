@@ -123,6 +123,8 @@ TEST_P(FilesContract, AWalkVisitsEveryFileAndFollowsLinksToFolders) {
   EXPECT_THAT(visited(harness(), "tree", ""), ::testing::Contains("empty 0")) << "no attribute is asked for";
   EXPECT_THAT(visited(harness(), "tree", "kmv.estimate", 3), SizeIs(3)) << "given up";
   EXPECT_THAT(visited(harness(), "tree/link"), ElementsAre("four 4")) << "the root may be a link";
+  const auto fail = [](const WalkedFile&) -> bool { throw 1; };
+  EXPECT_THROW(platform().treeWalk().visitFiles(path("tree"), "", fail), int) << "nobody is left at work";
   for (const char* name : {"missing", "tree/file", "tree/dangling"})
     EXPECT_THAT(visited(harness(), name), IsEmpty()) << name;
 }

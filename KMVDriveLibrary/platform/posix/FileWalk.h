@@ -7,7 +7,7 @@
 
 namespace kmv {
 
-/// Visits the files below a folder, as `TreeWalk::visitFiles` says.
+/// Visits the files below a folder, as `TreeWalk::visitEachFile` says.
 ///
 /// Each folder is read through a descriptor, and each file costs one look by name and, when it is empty, one
 /// for its attribute. A few threads prefetch: they look at files that come later while the caller is told of

@@ -127,8 +127,8 @@ struct SimulatedFileSystem::Walk {
   std::string folder = {};  // resolved
 };
 
-void SimulatedFileSystem::visitFiles(const std::string& folder, const std::string& attribute,
-                                     const VisitFile& visit) {
+void SimulatedFileSystem::visitEachFile(const std::string& folder, const std::string& attribute,
+                                        const VisitFile& visit) {
   if (const auto resolved = realPath(folder)) walk({attribute, visit, nullptr}, folder, *resolved);
 }
 

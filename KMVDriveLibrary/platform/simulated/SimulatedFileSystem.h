@@ -33,7 +33,6 @@ class SimulatedFileSystem : public Volumes, public Files, public TreeWalk {
   std::unique_ptr<FileStream> openForReading(const std::string& path) override;
   ItemKind itemKind(const std::string& path) override;
   std::optional<Dictionary> attributesOfItem(const std::string& path) override;
-  void visitFiles(const std::string& folder, const std::string& attribute, const VisitFile& visit) override;
   std::optional<std::string> currentFolder() override { return "/"; }
   std::optional<std::string> realPath(const std::string& path) override;
   const std::vector<std::string>& pathAliasPrefixes() override;
@@ -59,6 +58,9 @@ class SimulatedFileSystem : public Volumes, public Files, public TreeWalk {
   std::optional<std::string> attribute(const std::string& path, const std::string& name) const;
 
  private:
+  void visitEachFile(const std::string& folder, const std::string& attribute,
+                     const VisitFile& visit) override;
+
   struct Mount {
     testing::DiskId volume;
     URL url;            // as it was mounted

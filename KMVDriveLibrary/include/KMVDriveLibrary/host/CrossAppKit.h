@@ -60,6 +60,7 @@ class KMV_EXPORT ExtendedAttributesError : public std::runtime_error {
 
 /// What this library needs of the maker's shared helpers for files.
 /// Each has a working default and one setter that replaces it; an empty function restores the default.
+/// A replacement may throw anything: for a size or an attribute that counts as unknown inside the library.
 /// Threads: every member may be called from any thread.
 /// All may wait for the volume of their file.
 class KMV_EXPORT CrossAppFileManager {

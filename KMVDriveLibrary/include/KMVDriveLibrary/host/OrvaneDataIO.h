@@ -40,6 +40,8 @@ class KMV_EXPORT StreamFileReader {
   using CompletionBlock = std::function<void(const std::optional<kmv::Error>& error)>;
   using Factory = std::function<std::shared_ptr<StreamFileReader>(const kmv::URL& file)>;
 
+  /// The library holds a reader until it has closed, and its handlers hold the reader weakly: one that stores
+  /// them is released like any other. One that never calls them blocks whoever asked for the size.
   /// A reader of `file` with its own buffer size, queue and descriptor flags.
   /// The default reads regular files on the calling thread in blocks of a megabyte, and calls every handler
   /// before the member returns.

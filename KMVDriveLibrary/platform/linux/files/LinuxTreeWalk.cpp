@@ -71,8 +71,8 @@ bool offerHelper(std::function<void()> help) {
   return WorkerPool::shared().offer(std::make_shared<Helper>(std::move(help)));
 }
 
-void LinuxTreeWalk::visitFiles(const std::string& folder, const std::string& attribute,
-                               const VisitFile& visit) {
+void LinuxTreeWalk::visitEachFile(const std::string& folder, const std::string& attribute,
+                                  const VisitFile& visit) {
   const WorkerPool::WaitingScope waiting(WorkerPool::WaitsFor::volume);
   walkFiles(folder, attribute, visit);
 }

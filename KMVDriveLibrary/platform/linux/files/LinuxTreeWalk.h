@@ -9,8 +9,9 @@ namespace kmv {
 
 /// See posix/FileWalk.h. Helpers are workers of the pool.
 class LinuxTreeWalk final : public TreeWalk {
- public:
-  void visitFiles(const std::string& folder, const std::string& attribute, const VisitFile& visit) override;
+ private:
+  void visitEachFile(const std::string& folder, const std::string& attribute,
+                     const VisitFile& visit) override;
 };
 
 }  // namespace kmv
