@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 
 #include <chrono>
+#include <fstream>
 #include <string>
 
 #include "integration/support/FuseServer.h"
@@ -18,18 +19,35 @@ namespace {
 
 TEST_F(FuseStory, AServerThatDoesNotAnswerDelaysNobody) {
   constexpr std::chrono::seconds kLimit{5};
-  const LoopDevice card = newVolume("ext4", "Card"), other = newVolume("ext4", "Other");
+  const LoopDevice card = newVolume("ext4", "Card"), other = newVolume("ext4", "Other"),
+                   spare = newVolume("ext4", "Spare");
   FuseServer server(space().folder("fuse"));
   // A drive that is reached through the server, and a folder of that drive.
   mountVolume(card.node(), space().path("fuse/clips"), "ext4");
   ASSERT_EQ(mkdir(space().path("fuse/clips/day").c_str(), 0755), 0);
   bindMount(space().path("fuse/clips/day"), space().folder("day"));
   mountVolume(other.node(), space().folder("folder"), "ext4");
+  // A folder of a drive that is reached through an overlay over the server, and a file through one over none.
+  const auto overlay = [&](const std::string& name, const std::string& lower) {
+    const std::string layers = space().folder(name + ".upper"), work = space().folder(name + ".work");
+    mountVolume("layers", space().folder(name), "overlay",
+                "lowerdir=" + lower + ",upperdir=" + layers + ",workdir=" + work);
+  };
+  overlay("over", space().path("fuse"));
+  overlay("local", space().folder("lower"));
+  const std::string whole = space().folder("whole");
+  mountVolume(spare.node(), whole, "ext4");
+  for (const std::string& file : {whole + "/file", space().path("local/file")}) std::ofstream(file) << "x";
+  ASSERT_EQ(mkdir((whole + "/reel").c_str(), 0755), 0);
+  bindMount(whole + "/reel", space().path("over/clips/reel"));
+  bindMount(whole + "/file", space().path("local/file"));
+  unmount(whole);
   server.stop();
   const auto start = std::chrono::steady_clock::now();
   Observer observer(space().scratch());
-  EXPECT_TRUE(observer.waitFor([&] { return observer.all().size() == 3; }));
-  EXPECT_EQ(observer.present(), (Observer::Lines{"folder", "fuse", "fuse/clips"}));
+  EXPECT_TRUE(observer.waitFor([&] { return observer.all().size() == 4; }));
+  EXPECT_EQ(observer.present(), (Observer::Lines{"folder", "fuse", "fuse/clips", "over/clips/reel"}));
+  EXPECT_EQ(observer.hidingRule("local/file"), "file");
   unmount(space().path("folder"));
   EXPECT_TRUE(observer.waitFor([&] { return observer.all().back() == "removed folder"; }));
   mountVolume(other.node(), space().folder("second"), "ext4");

@@ -47,7 +47,7 @@ class ModelBench {
  public:
   explicit ModelBench(bool probing = false)
       : model({[this](const MountEntry& entry) { return visibleBehind(entry); },
-               [](const MountEntry&) { return true; }, [this] { return ++lastTime_; }, probing}) {
+               [](const MountEntry&, bool) { return true; }, [this] { return ++lastTime_; }, probing}) {
     model.startUpFinished();
   }
 

@@ -66,8 +66,8 @@ class SharedTable : public ::testing::Test {
 
   std::optional<MountDelta> next = MountDelta();
   bool isKnown = false;
-  std::shared_ptr<MountTable> table = std::make_shared<MountTable>(std::make_unique<ScriptedWatcher>(next),
-                                                                   [](const MountEntry&) { return true; });
+  std::shared_ptr<MountTable> table = std::make_shared<MountTable>(
+      std::make_unique<ScriptedWatcher>(next), [](const MountEntry&, bool) { return true; });
 };
 
 TEST_F(SharedTable, TellsEachFollowerEveryDifferenceWhoeverCaughtUp) {

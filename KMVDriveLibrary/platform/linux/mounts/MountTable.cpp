@@ -10,8 +10,9 @@ namespace kmv {
 
 MountTable::MountTable(const LinuxOptions& options)
     : MountTable(makeMountTableWatcher(options),
-                 [view = options.view()](const MountEntry& mount) { return pointIsDirectory(view, mount); }) {
-}
+                 [view = options.view()](const MountEntry& mount, bool isLocal) {
+                   return pointIsDirectory(view, mount, isLocal);
+                 }) {}
 
 MountTable::MountTable(std::unique_ptr<MountTableWatcher> watcher, MountTree::IsDirectory isDirectory)
     : watcher_(std::move(watcher)), tree_(std::move(isDirectory)) {}

@@ -14,6 +14,10 @@ namespace {
 /// may hold a cycle.
 constexpr int kDeepestNesting = 1000;
 
+bool hasNoServer(std::string_view kind) {
+  return !isFuseKind(kind) && !isNetworkKind(kind) && kind != "autofs";
+}
+
 /// Calls `visit` with each folder above `path`, nearest first, "/" last, until it returns true.
 template <typename Visit>
 bool anyFolderAbove(std::string_view path, Visit visit) {
@@ -270,17 +274,17 @@ bool MountTree::rootIsDirectory(Instance& instance) {
     if (places_.hasMountBelow(node->entry.id, node->entry.point)) return *(instance.isDirectory = true);
   }
   const Node& node = **instance.reachable.begin();
-  if (isBlockBacked(node.entry) && standsOnLocalMounts(node)) answer = isDirectory_(node.entry);
+  if (isBlockBacked(node.entry) && standsOnlyOn(hasNoServer, node))
+    answer = isDirectory_(node.entry, standsOnlyOn(isLocalKind, node));
   instance.isDirectory = answer;
   return answer;
 }
 
-/// True when neither the mount nor any that its path leads through waits for a server.
-bool MountTree::standsOnLocalMounts(const Node& node) const {
+/// True when the mount and all that its path leads through are of the right kind.
+bool MountTree::standsOnlyOn(bool (*isRightKind)(std::string_view kind), const Node& node) const {
   const Node* step = &node;
   for (int depth = 0; depth < kDeepestNesting; ++depth) {
-    const std::string& kind = step->entry.kind;
-    if (isFuseKind(kind) || isNetworkKind(kind) || kind == "autofs") return false;
+    if (!isRightKind(step->entry.kind)) return false;
     const auto parent = mounts_.find(step->entry.parent);
     if (parent == mounts_.end()) return step->entry.point == "/";
     step = parent->second.get();

@@ -45,9 +45,10 @@ struct VolumeChange {
 /// it, the instances of the same file system - and not on how many there are. Thread: one at a time.
 class MountTree {
  public:
-  /// Tells whether a mount's root is a folder. Asked only about reachable folder mounts on a block device,
-  /// with no file system above that a server answers for, and once for each.
-  using IsDirectory = std::function<bool(const MountEntry&)>;
+  /// Tells whether a mount's root is a folder, without waiting for a server. Asked only about reachable folder
+  /// mounts on a block device, with no file system above that a server answers for, and once for each.
+  /// `isLocal`: every file system on the way is known to have no server behind it; an overlay may have one.
+  using IsDirectory = std::function<bool(const MountEntry&, bool isLocal)>;
 
   explicit MountTree(IsDirectory isDirectory);
   ~MountTree();
@@ -105,7 +106,7 @@ class MountTree {
   bool isShadowed(const Node& node) const;
   const Instance* outerOf(const Instance& instance) const;
   bool rootIsDirectory(Instance& instance);
-  bool standsOnLocalMounts(const Node& node) const;
+  bool standsOnlyOn(bool (*isRightKind)(std::string_view kind), const Node& node) const;
   std::string_view ruleOf(const Node& node) const;
 
   IsDirectory isDirectory_;

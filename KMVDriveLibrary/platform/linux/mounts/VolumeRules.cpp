@@ -23,6 +23,11 @@ constexpr std::array<std::string_view, 7> kHelperKinds{
     "fuse.portal",   "fuse.gvfsd-fuse", "fuse.gvfs-fuse-daemon", "fuse.lxcfs",
     "fuse.snapfuse", "fuse.squashfuse", "fuse.vmware-vmblock"};
 
+constexpr std::array<std::string_view, 24> kLocalKinds{
+    "ext2",  "ext3",  "ext4",     "xfs",    "btrfs",   "bcachefs", "zfs",     "f2fs",
+    "jfs",   "vfat",  "exfat",    "ntfs3",  "hfsplus", "udf",      "hfs",     "erofs",
+    "tmpfs", "ramfs", "devtmpfs", "rootfs", "proc",    "sysfs",    "iso9660", "squashfs"};
+
 /// File systems with storage behind them whose device number is anonymous.
 constexpr std::array<std::string_view, 2> kMultiDeviceKinds{"btrfs", "bcachefs"};
 
@@ -34,6 +39,10 @@ bool isFuseKind(std::string_view kind) {
 
 bool isNetworkKind(std::string_view kind) {
   return contains(kNetworkKinds, kind);
+}
+
+bool isLocalKind(std::string_view kind) {
+  return contains(kLocalKinds, kind);
 }
 
 bool isBlockBacked(const MountEntry& entry) {

@@ -24,6 +24,10 @@ inline constexpr std::string_view kFolder = "folder";      // a folder of a volu
 bool isFuseKind(std::string_view kind);
 bool isNetworkKind(std::string_view kind);
 
+/// True when neither a server nor another file system, which may have one, can stand behind this kind. What is
+/// not known counts as one that may.
+bool isLocalKind(std::string_view kind);
+
 /// True when a block device lies behind the mount: its device number says so, or, for file systems that span
 /// devices, its source.
 bool isBlockBacked(const MountEntry& entry);

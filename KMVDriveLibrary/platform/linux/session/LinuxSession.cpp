@@ -123,7 +123,9 @@ void LinuxSession::registerCallbacks(const DiskCallbacks& callbacks, void* conte
       [wake = wake_.get()] { ::eventfd_write(wake, 1); });
   model_ = std::make_unique<DiskModel>(
       DiskModel::Outside{[this](const MountEntry& mount) { return devices_.readBehind(mount); },
-                         [this](const MountEntry& mount) { return pointIsDirectory(options_.view(), mount); },
+                         [this](const MountEntry& mount, bool isLocal) {
+                           return pointIsDirectory(options_.view(), mount, isLocal);
+                         },
                          nextAppearanceTime, options_.probing});
   thread_ = startThread("kmv-events", [this] { run(); });
   const MutexLock lock(questionsMutex_);
