@@ -50,10 +50,12 @@ class MachineHarness : public FilesHarness {
   virtual void mount(const std::string& device, const std::string& point) = 0;
   /// A volume without a device.
   virtual void mountPathVolume(const std::string& point) = 0;
-  /// A mount that is no drive.
-  virtual void mountHidden(const std::string& point) = 0;
+  /// A mount that is no drive. Returns its kind.
+  virtual std::string mountHidden(const std::string& point) = 0;
   virtual void unmount(const std::string& point) = 0;
   virtual void move(const std::string& point, const std::string& newPoint) = 0;
+  /// Whether the platform has an event for a moved volume, so that it need not disappear and appear.
+  virtual bool hasMoveEvent() { return false; }
 
   /// From now until `release`, or for the next command, the volume is in use by the process that is returned.
   virtual std::int64_t hold(const std::string& point) = 0;

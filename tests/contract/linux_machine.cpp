@@ -47,7 +47,10 @@ class LinuxMachine : public MachineHarness {
         "share", made(point), "fuse.kmvshare",
         "fd=" + std::to_string(servers_.back().get()) + ",rootmode=40000,user_id=0,group_id=0");
   }
-  void mountHidden(const std::string& point) override { integration::mountVolume("t", made(point), "tmpfs"); }
+  std::string mountHidden(const std::string& point) override {
+    integration::mountVolume("t", made(point), "tmpfs");
+    return "tmpfs";
+  }
   void unmount(const std::string& point) override { integration::unmount(path(point)); }
   void move(const std::string& point, const std::string& newPoint) override {
     integration::moveMount(path(point), made(newPoint));

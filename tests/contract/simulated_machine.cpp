@@ -43,8 +43,9 @@ class SimulatedMachine : public MachineHarness {
   void mountPathVolume(const std::string& point) override {
     mounted_[point] = machine_->plugInPathVolume({.mountPoint = path(point), .name = point});
   }
-  void mountHidden(const std::string& point) override {
+  std::string mountHidden(const std::string& point) override {
     machine_->addHiddenMount({path(point), "tmpfs", "pseudo"});
+    return "tmpfs";
   }
   void unmount(const std::string& point) override { machine_->unmount(mounted_.at(point)); }
   void move(const std::string& point, const std::string& newPoint) override {

@@ -136,6 +136,10 @@ MacQueueFactory::MacQueueFactory() : mainQueue_(std::make_shared<MacMainQueue>()
 MacQueueFactory::~MacQueueFactory() = default;
 
 std::shared_ptr<SerialQueue> MacQueueFactory::makeSerialQueue(std::string label, QualityOfService quality) {
+  return makeQueue(label, quality);
+}
+
+std::shared_ptr<SerialQueue> MacQueueFactory::makeQueue(const std::string& label, QualityOfService quality) {
   return std::make_shared<MacSerialQueue>(createQueue(label, DISPATCH_QUEUE_SERIAL, quality));
 }
 

@@ -56,6 +56,8 @@ class MacQueueFactory final : public QueueFactory {
       std::string label, QualityOfService quality = QualityOfService::unspecified) override;
   MainQueue& mainQueue() override;
 
+  static std::shared_ptr<SerialQueue> makeQueue(const std::string& label, QualityOfService quality);
+
  private:
   std::shared_ptr<MacMainQueue> mainQueue_;
 };

@@ -72,7 +72,9 @@ void WalkReader::list(WalkedFolder& folder) {
   const auto add = [&](const char* name, bool isFolder) {
     return !isListedName(name) || addItem(folder, name, isFolder);
   };
+  errno = 0;
   if (readEntries(folder.descriptor.get(), add)) return;
+  folder.isStarved = errno == EMFILE || errno == ENFILE;  // a system may need one more to list
   folder.items.clear();
   folder.folders.clear();
 }

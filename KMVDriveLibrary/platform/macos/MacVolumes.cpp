@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: MIT
+#include "platform/macos/MacVolumes.h"
+
+#include <CoreFoundation/CoreFoundation.h>
+
+#include <string_view>
+
+#include "platform/macos/CF.h"
+#include "platform/macos/MountTable.h"
+#include "platform/macos/Values.h"
+
+namespace kmv::macos {
+namespace {
+
+/// The rule that hides the mount; null for a volume.
+const char* ruleThatHides(const struct statfs& mount) {
+  if (std::string_view(mount.f_fstypename) == "devfs") return "pseudo";
+  return (mount.f_flags & MNT_UNION) != 0 ? "union" : nullptr;
+}
+
+}  // namespace
+
+std::vector<URL> MacVolumes::mountedVolumeURLs() {
+  std::vector<URL> urls;
+  for (const struct statfs& mount : mountTable()) {
+    if (ruleThatHides(mount) == nullptr)
+      urls.push_back(URL::fileURLWithPath(mount.f_mntonname, /*isDirectory=*/true));
+  }
+  return urls;
+}
+
+std::vector<HiddenMount> MacVolumes::hiddenMounts() {
+  std::vector<HiddenMount> hidden;
+  for (const struct statfs& mount : mountTable()) {
+    if (const char* rule = ruleThatHides(mount))
+      hidden.push_back({mount.f_mntonname, mount.f_fstypename, rule});
+  }
+  return hidden;
+}
+
+/// On an object of this call's own: URLs cache such answers until their thread's run loop turns.
+std::optional<URL> MacVolumes::volumeURL(const URL& url) {
+  const AutoreleaseScope scope;
+  const auto item = url.isFileURL() ? createURL(url) : CF<CFURLRef>();
+  CFURLRef volume = nullptr;
+  if (!item || !CFURLCopyResourcePropertyForKey(item.get(), kCFURLVolumeURLKey, &volume, nullptr))
+    return std::nullopt;
+  const auto owned = CF<CFURLRef>::adopt(volume);
+  return owned ? urlOf(owned.get()) : std::nullopt;
+}
+
+}  // namespace kmv::macos
