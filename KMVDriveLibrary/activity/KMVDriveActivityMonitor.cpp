@@ -13,6 +13,7 @@
 
 #include "activity/DriverMatches.h"
 #include "activity/RootDrive.h"
+#include "base/Fatal.h"
 #include "base/KeptForEver.h"
 #include "platform/Platform.h"
 
@@ -97,11 +98,21 @@ KMVDriveActivityMonitor::KMVDriveActivityMonitor() {
 }
 
 KMVDriveActivityMonitor::~KMVDriveActivityMonitor() {
+  if (openWork_.isOpen())
+    kmv::fatal("KMVDriveActivityMonitor: destroyed while it measures, listens or has a report to count");
   if (const auto browser = serviceBrowser()) browser->setDelegate(nullptr);
 }
 
+/// The token goes with the run, not with the task: a queue may destroy that later.
+void KMVDriveActivityMonitor::enqueue(kmv::SerialQueue::Task task) {
+  driveAnalysisQueue()->async([task = std::move(task), open = openWork_.open()]() mutable {
+    task();
+    open = nullptr;
+  });
+}
+
 void KMVDriveActivityMonitor::runDriveAnalysis() {
-  driveAnalysisQueue()->async([this] { runCycle(); });
+  enqueue([this] { runCycle(); });
 }
 
 void KMVDriveActivityMonitor::runCycle() {
@@ -110,7 +121,8 @@ void KMVDriveActivityMonitor::runCycle() {
   ++loadCycles_;
   if (loadCycles() > kSilentCycles) postActivity();
   // The pause begins when the work is done.
-  driveAnalysisQueue()->after(secondsWithoutOverflow(refreshFrequency()), [this] { runDriveAnalysis(); });
+  driveAnalysisQueue()->after(secondsWithoutOverflow(std::max<std::uint64_t>(refreshFrequency(), 1)),
+                              [this, open = openWork_.open()] { runDriveAnalysis(); });
 }
 
 /// OBSERVERS RUN ON THE ANALYSIS QUEUE, on purpose.
@@ -143,7 +155,7 @@ void KMVDriveActivityMonitor::refreshIOServiceDriveStatistics() {
 }
 
 void KMVDriveActivityMonitor::driveMonitoredByIOServices(std::function<void(const URLs& drives)> completion) {
-  driveAnalysisQueue()->async([this, completion = std::move(completion)] {
+  enqueue([this, completion = std::move(completion)] {
     URLs drives;
     for (auto& [drive, activity] : ioServiceTracker()->activityLookup()->snapshot()) drives.push_back(drive);
     completion(drives);
@@ -156,7 +168,7 @@ bool KMVDriveActivityMonitor::ioServicesIsTrackingDrive(const kmv::URL& drive) c
 
 void KMVDriveActivityMonitor::enumerateFilePathsWhichCannotBeTrackedByIOServicesInList(
     URLs list, std::function<void(const std::optional<URLs>& untracked)> didComplete) {
-  driveAnalysisQueue()->async([this, list = std::move(list), didComplete = std::move(didComplete)] {
+  enqueue([this, list = std::move(list), didComplete = std::move(didComplete)] {
     const auto measured = ioServiceTracker()->cachedIOStatistics();
     URLs untracked;
     for (const kmv::URL& file : list) {

@@ -59,7 +59,7 @@ void report(KMVDriveActivityMonitor& monitor, const IOActivityUpdate& update) {
 
 void KMVDriveActivityMonitor::appBytesWereUpdatedOnDrive(std::uint64_t bytes, const kmv::URL& drive,
                                                          std::string_view by, bool wasReadIO) {
-  driveAnalysisQueue()->async([this, bytes, drive, sender = std::string(by), wasReadIO] {
+  enqueue([this, bytes, drive, sender = std::string(by), wasReadIO] {
     addReport(bytes, drive, sender, wasReadIO);
   });
 }
@@ -87,7 +87,7 @@ void KMVDriveActivityMonitor::addReport(std::uint64_t bytes, const kmv::URL& dri
 
 void KMVDriveActivityMonitor::appBytesWereUpdatedOnFile(std::uint64_t bytes, const kmv::URL& file,
                                                         std::string_view by, bool wasReadIO) {
-  driveAnalysisQueue()->async([this, bytes, file, sender = std::string(by), wasReadIO] {
+  enqueue([this, bytes, file, sender = std::string(by), wasReadIO] {
     const auto drive = kmv::activity::rootDriveOf(file);
     if (drive) appBytesWereUpdatedOnDrive(bytes, drive->standardized(), sender, wasReadIO);
   });
@@ -111,7 +111,7 @@ void KMVDriveActivityMonitor::appBytesWereWrittenOnFile(std::uint64_t bytes, con
 }
 
 void KMVDriveActivityMonitor::stopMonitoringAppDriveIOUpdatesFromSender(std::string_view sender) {
-  driveAnalysisQueue()->async([this, sender = std::string(sender)] {
+  enqueue([this, sender = std::string(sender)] {
     appIOLookup()->remove(sender);
     const auto tracker = appTracker();
     if (tracker->trackingId() == sender) tracker->setTrackingId(std::nullopt);
@@ -123,7 +123,10 @@ void KMVDriveActivityMonitor::refreshAppSuppliedIOStatistics() {
   tracker->activityLookup()->removeAll();
   std::map<kmv::URL, RecordsBySender> drives;
   for (const auto& [sender, totals] : appIOLookup()->snapshot()) {
-    for (auto& [drive, record] : totals->snapshot()) drives[drive].emplace(sender, std::move(record));
+    if (totals == nullptr) continue;
+    for (auto& [drive, record] : totals->snapshot()) {
+      if (record != nullptr) drives[drive].emplace(sender, std::move(record));
+    }
   }
   for (const auto& [drive, records] : drives) {
     const auto& [sender, record] = *chosenAmong(records);
@@ -134,8 +137,9 @@ void KMVDriveActivityMonitor::refreshAppSuppliedIOStatistics() {
 }
 
 void KMVDriveActivityMonitor::listenForApplicationDriveSpeedUpdates() {
+  if (listensForUpdates_.exchange(true)) return;
   ApplicationIOTrackingDelegate::shared().addUpdateHandler(
-      [this](const std::shared_ptr<const IOActivityUpdate>& update) {
+      [this, open = openWork_.open()](const std::shared_ptr<const IOActivityUpdate>& update) {
         updateQueue().async([this, update] {
           if (update != nullptr) report(*this, *update);
         });

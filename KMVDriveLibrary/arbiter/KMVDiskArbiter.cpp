@@ -47,7 +47,10 @@ KMVDiskArbiter::KMVDiskArbiter() : properties_(std::make_unique<Properties>()) {
   addAdditionalInformationListener(KMVDriveWrapperManager::shared());  // the first of the listeners
 }
 
-KMVDiskArbiter::~KMVDiskArbiter() = default;
+KMVDiskArbiter::~KMVDiskArbiter() {
+  if (properties_->commands.isOpen())
+    kmv::fatal("KMVDiskArbiter: destroyed before the platform answered its last command");
+}
 
 void KMVDiskArbiter::startArbiter() {
   // One for the process: a second registry's call does nothing at all once this has run.
@@ -97,7 +100,7 @@ std::shared_ptr<kmv::PresentDriveTable> KMVDiskArbiter::presentDiskDictionaries(
 }
 void KMVDiskArbiter::setPresentDiskDictionaries(std::shared_ptr<kmv::PresentDriveTable> value) {
   const kmv::MutexLock lock(properties_->settingForLookUps);
-  properties_->keptForLookUps.append(value);
+  properties_->keptForLookUps.add(value);
   properties_->presentForLookUps.store(value.get(), std::memory_order_release);
   properties_->presentDiskDictionaries.set(std::move(value));
 }
@@ -107,9 +110,9 @@ std::shared_ptr<kmv::SerialQueue> KMVDiskArbiter::assetMutexQueue() const {
 }
 void KMVDiskArbiter::setAssetMutexQueue(std::shared_ptr<kmv::SerialQueue> value) {
   const kmv::MutexLock lock(properties_->settingForLookUps);
-  properties_->keptForLookUps.append(value);
+  properties_->assetMutexQueue.set(value);
   properties_->assetQueueForLookUps.store(value.get(), std::memory_order_release);
-  properties_->assetMutexQueue.set(std::move(value));
+  properties_->keptForLookUps.add(std::move(value));
 }
 
 // Plain accessors; what each holds is said in the header.

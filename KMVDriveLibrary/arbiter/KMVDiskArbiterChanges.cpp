@@ -97,6 +97,7 @@ void renameDrive(const KMVDiskArbiter& arbiter, const KMVDiskArbiter::Drive& dri
 void KMVDiskArbiter::diskDidChangeWithDictionary(const kmv::DictionarySnapshot& description,
                                                  const kmv::ChangedKeys& changedKeys) {
   if (description == nullptr) return;
+  if (description == nullptr) return;
   const Changes changes(changedKeys);
   // All three: a different disk, left to the disappeared and appeared events. Without a new path nothing
   // follows: changes of name, kind or anything else leave the registry alone, on purpose.

@@ -11,6 +11,7 @@
 #include <string>
 
 #include "arbiter/Descriptions.h"
+#include "arbiter/KMVDiskArbiterProperties.h"
 #include "platform/DiskArbitrationSession.h"
 
 namespace {
@@ -27,6 +28,18 @@ kmv::Value numberIn(const kmv::Dictionary& dissenter, std::string_view key) {
   return number == nullptr ? kmv::Value(0) : *number;
 }
 
+/// What the platform hands back with its answer, exactly once.
+struct OpenCommand {
+  kmv::CommandCompletion completion;
+  KMVDiskArbiter* arbiter;
+  kmv::OpenWork::Token open;
+};
+
+void answer(kmv::Disk* disk, const kmv::Dictionary* dissenter, void* context) {
+  const std::unique_ptr<const OpenCommand> command(static_cast<OpenCommand*>(context));
+  command->completion(disk, dissenter, command->arbiter);
+}
+
 /// The registry as a notification's object, without ownership: a registry outlives its commands.
 std::shared_ptr<kmv::Object> borrowed(void* context) {
   return {std::shared_ptr<void>(), static_cast<KMVDiskArbiter*>(context)};
@@ -38,14 +51,16 @@ bool KMVDiskArbiter::unmountVolumeAtRootURL(const kmv::URL& url) {
   auto* session = diskArbitrationSession();
   const auto disk = session == nullptr ? nullptr : session->diskFromVolumePath(url);
   if (disk == nullptr) return false;
-  session->unmount(*disk, DiskUnmountCallback, this);
+  session->unmount(*disk, answer, new OpenCommand{DiskUnmountCallback, this, properties_->commands.open()});
   return true;
 }
 
 void KMVDiskArbiter::renameDriveWithRootURL(const kmv::URL& url, std::string_view withNewName) {
   auto* session = diskArbitrationSession();
   const auto disk = session == nullptr ? nullptr : session->diskFromVolumePath(url);
-  if (disk != nullptr) session->rename(*disk, std::string(withNewName), DiskRenameCallback, this);
+  if (disk == nullptr) return;
+  session->rename(*disk, std::string(withNewName), answer,
+                  new OpenCommand{DiskRenameCallback, this, properties_->commands.open()});
 }
 
 void DiskUnmountCallback(kmv::Disk* disk, const kmv::Dictionary* dissenter, void*) {

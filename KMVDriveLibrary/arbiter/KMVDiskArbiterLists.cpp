@@ -53,7 +53,7 @@ bool isSilent(const Dictionary& description) {
 void addUnmountedDisk(const KMVDiskArbiter& arbiter, const DictionarySnapshot& description) {
   const auto annotated = std::make_shared<DriveDictionary>(*description);
   for (const auto& listener : arbiter.informationProtcolClasses()->snapshot()) {
-    listener->addInformationAboutUnmountedDiskDictionary(annotated);
+    if (listener != nullptr) listener->addInformationAboutUnmountedDiskDictionary(annotated);
   }
   arbiter.unmountedDiskDictionaries()->append(description);
 }
@@ -103,7 +103,7 @@ KMVDiskArbiter::Drive KMVDiskArbiter::addDiskWithRepresentationToTheList(
   }
   // The drive is visible already and no lock is held: a listener may look anything up.
   for (const Listener& listener : informationProtcolClasses()->snapshot()) {
-    listener->addInformationAboutDiskDictionary(drive);
+    if (listener != nullptr) listener->addInformationAboutDiskDictionary(drive);
   }
   if (isSilent(*description)) return nullptr;
   announceOnMainQueue(kDiskArbiterNewDiskDetectedNotification, drive);
@@ -158,6 +158,7 @@ bool KMVDiskArbiter::rootVolumeURLStillExists(const URL& url) const {
 }
 
 void KMVDiskArbiter::discoverUUIDForArbiterDictionary(const Drive& drive) const {
+  if (drive == nullptr) return;
   const DictionarySnapshot contents = drive->snapshot();
   if (const kmv::UUID* uuid = contents->uuid(kmv::key::kVolumeUUID)) drive->set(kDiskUUIDKey, uuid->string());
 }

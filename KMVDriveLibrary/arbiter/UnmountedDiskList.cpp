@@ -7,6 +7,7 @@
 namespace kmv {
 
 void UnmountedDiskList::append(DictionarySnapshot description) {
+  if (description == nullptr) return;
   const double time = description->doubleValue(key::kAppearanceTime);
   const MutexLock lock(mutex_);
   if (!std::isnan(time)) byAppearanceTime_.emplace(time, next_);  // NaN equals no time

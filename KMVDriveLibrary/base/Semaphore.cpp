@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <KMVDriveLibrary/Semaphore.h>
 
+#include <algorithm>
+
 #include "base/Fatal.h"
 
 namespace kmv {
@@ -27,9 +29,10 @@ int Semaphore::count() const {
 }
 
 Semaphore::ExclusiveHold::ExclusiveHold(Semaphore& semaphore, int units)
-    : semaphore_(semaphore), units_(units) {
+    : semaphore_(semaphore), units_(units), holder_(std::this_thread::get_id()) {
   MutexLock lock(semaphore_.mutex_);
-  if (semaphore_.holder_ == std::this_thread::get_id()) {
+  auto& holders = semaphore_.holders_;
+  if (std::find(holders.begin(), holders.end(), holder_) != holders.end()) {
     lock.unlock();
     fatal(
         "a writer was called while the same thread holds the writers' semaphore (from an observer of a "
@@ -37,13 +40,13 @@ Semaphore::ExclusiveHold::ExclusiveHold(Semaphore& semaphore, int units)
   }
   while (semaphore_.count_ < units_) semaphore_.freed_.wait(lock);
   semaphore_.count_ -= units_;
-  semaphore_.holder_ = std::this_thread::get_id();
+  holders.push_back(holder_);
 }
 
 Semaphore::ExclusiveHold::~ExclusiveHold() {
   {
     const MutexLock lock(semaphore_.mutex_);
-    semaphore_.holder_ = {};
+    std::erase(semaphore_.holders_, holder_);
     semaphore_.count_ += units_;
   }
   semaphore_.freed_.notifyAll();

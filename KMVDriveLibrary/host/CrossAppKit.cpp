@@ -44,6 +44,7 @@ ApplicationIOTrackingDelegate& ApplicationIOTrackingDelegate::shared() {
 }
 
 void ApplicationIOTrackingDelegate::addUpdateHandler(UpdateHandler handler) {
+  if (handler == nullptr) return;
   static kmv::Mutex additions;  // serialises the copy-on-write; readers take a snapshot
   const kmv::MutexLock lock(additions);
   const auto known = handlers_.get();

@@ -40,10 +40,15 @@ TEST_F(Monitor, ThePauseBeginsWhenTheWorkIsDone) {
   monitor().requestUpdated();
   machine.advance(Seconds(3));
   EXPECT_EQ(monitor().loadCycles(), now + 2);
+  monitor().setRefreshFrequency(0);
+  machine.advance(Seconds(3));
+  const std::uint64_t without = monitor().loadCycles();
+  machine.advance(Seconds(2));
+  EXPECT_EQ(monitor().loadCycles(), without + 2) << "as if it were 1";
   monitor().setRefreshFrequency(UINT64_MAX);
   machine.advance(Seconds(3));
   machine.advance(Seconds(1'000'000));
-  EXPECT_EQ(monitor().loadCycles(), now + 3);
+  EXPECT_EQ(monitor().loadCycles(), without + 3);
 }
 
 TEST_F(Monitor, VolumesOfADiskShareItsCountersAndThePathsBeginningsDecide) {
@@ -105,6 +110,29 @@ TEST_F(Monitor, QuestionsAreAnsweredOnItsQueue) {
   monitor().enumerateFilePathsWhichCannotBeTrackedByIOServicesInList({clip}, keep);
   machine.runUntilIdle();
   EXPECT_EQ(absent, 1) << "none is not an empty list";
+}
+
+TEST_F(Monitor, OneOfAHostsOwnOutlivesWhatItWasToldAndAsked) {
+  const URL drive = folder("/Volumes/Card");
+  const std::function<void(KMVDriveActivityMonitor&)> uses[] = {
+      [&](auto& own) { own.appBytesWereReadOnDrive(1, drive, "copier"); },
+      [&](auto& own) { own.appBytesWereReadOnFile(1, drive, "copier"); },
+      [&](auto& own) { own.stopMonitoringAppDriveIOUpdatesFromSender("copier"); },
+      [&](auto& own) { own.driveMonitoredByIOServices([](const auto&) {}); },
+      [&](auto& own) {
+        own.enumerateFilePathsWhichCannotBeTrackedByIOServicesInList({}, [](const auto&) {});
+      }};
+  for (const auto& use : uses) {
+    auto own = std::make_unique<KMVDriveActivityMonitor>();
+    use(*own);
+    EXPECT_DEATH(own = nullptr, "destroyed while it measures");
+    machine.runUntilIdle();
+  }
+  auto own = std::make_unique<KMVDriveActivityMonitor>();
+  own->runDriveAnalysis();
+  machine.runUntilIdle();
+  EXPECT_DEATH(own = nullptr, "destroyed while it measures") << "the next cycle is due";
+  own.release()->listenForApplicationDriveSpeedUpdates();  // for the life of the process, like the measuring
 }
 
 TEST_F(Monitor, BrowsesForEveryKindOfServiceFromTheStart) {

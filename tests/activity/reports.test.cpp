@@ -79,7 +79,10 @@ TEST_F(Reports, OfTheTrackingServiceAreTakenAndOthersLogged) {
   Lines lines;
   OrvaneLog::defaultLog().setSink([&](OrvaneLog::Level, std::string_view line) { lines.emplace_back(line); });
   monitor().listenForApplicationDriveSpeedUpdates();
+  monitor().listenForApplicationDriveSpeedUpdates();  // counts nothing twice
   auto& service = ApplicationIOTrackingDelegate::shared();
+  service.addUpdateHandler(nullptr);
+  service.publish(nullptr);
   service.publish(std::make_shared<URLActivityUpdate>(share, 5, 6));
   nextCycle();
   service.publish(std::make_shared<URLActivityUpdate>(share, 7, -1));
@@ -104,6 +107,20 @@ TEST_F(Reports, AMeterReportsWhatACopyLoopMoves) {
   { IOMeter(*URL::fromString("http://nowhere"), "copier").read(1); }
   nextCycle();
   EXPECT_EQ(news(), Lines{"Share read 6 wrote 5; "});
+}
+
+TEST_F(Reports, ThatAreNullCountAsNone) {
+  const auto totals = std::make_shared<KMVDriveActivityMonitor::Totals>();
+  totals->set(card, nullptr);
+  monitor().appIOLookup()->set("a", nullptr);
+  monitor().appIOLookup()->set("b", totals);
+  for (const char* sender : {"a", "b"}) {
+    nextCycle();
+    monitor().appBytesWereReadOnDrive(1, share, sender);
+    monitor().appBytesWereReadOnDrive(1, card, sender);
+  }
+  nextCycle();
+  EXPECT_EQ(totals->find(card).value()->bytesRead(), 1u);
 }
 
 TEST_F(RegistryTest, AMeterThatCountedNothingStartsNothing) {

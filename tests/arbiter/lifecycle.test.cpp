@@ -63,6 +63,54 @@ TEST_F(Lifecycle, ASecondRegistryThatStartsFirstStopsTheProcess) {
   EXPECT_DEATH(second.startArbiter(), "KMVDiskArbiter.*NO");
 }
 
+TEST_F(Lifecycle, NullInARequiredPropertyStopsTheProcessWithItsName) {
+  KMVDriveIOActivityTracker tracker;
+  KMVRootDiskWrapper disk(1);
+  KMVAPFSContainerWrapper container(nullptr, nullptr);
+  const std::pair<const char*, std::function<void()>> setters[] = {
+      {"unmountedDiskDictionaries", [&] { arbiter.setUnmountedDiskDictionaries(nullptr); }},
+      {"arbiterQueue", [&] { arbiter.setArbiterQueue(nullptr); }},
+      {"disksAlreadyMountedAtInit", [&] { arbiter.setDisksAlreadyMountedAtInit(nullptr); }},
+      {"volumeURLsCurrentlyMounted", [&] { arbiter.setVolumeURLsCurrentlyMounted(nullptr); }},
+      {"readerWriterSemaphore", [&] { arbiter.setReaderWriterSemaphore(nullptr); }},
+      {"assetMutexQueue", [&] { arbiter.setAssetMutexQueue(nullptr); }},
+      {"informationProtcolClasses", [&] { arbiter.setInformationProtcolClasses(nullptr); }},
+      {"ioServiceTracker", [&] { KMVDriveActivityMonitor().setIoServiceTracker(nullptr); }},
+      {"appTracker", [&] { KMVDriveActivityMonitor().setAppTracker(nullptr); }},
+      {"driveAnalysisQueue", [&] { KMVDriveActivityMonitor().setDriveAnalysisQueue(nullptr); }},
+      {"appIOLookup", [&] { KMVDriveActivityMonitor().setAppIOLookup(nullptr); }},
+      {"cachedIOStatistics", [&] { tracker.setCachedIOStatistics(nullptr); }},
+      {"activityLookup", [&] { tracker.setActivityLookup(nullptr); }},
+      {"tableOfPartitions", [&] { disk.setTableOfPartitions(nullptr); }},
+      {"tableOfChildAPFSVolumes", [&] { container.setTableOfChildAPFSVolumes(nullptr); }}};
+  for (const auto& [name, set] : setters) EXPECT_DEATH(set(), std::string(": ") + name + " was set to null");
+}
+
+TEST_F(Lifecycle, NullInsideAListIsSkipped) {
+  registry.start();
+  arbiter.informationProtcolClasses()->add(nullptr);
+  arbiter.unmountedDiskDictionaries()->append(nullptr);
+  arbiter.diskDidChangeWithDictionary(nullptr, {"DAVolumePath"});
+  arbiter.discoverUUIDForArbiterDictionary(nullptr);
+  plugIn("A", "/Volumes/A");
+  plugIn("B");
+  EXPECT_EQ(news(), (Lines{"new /Volumes/A"}));
+  EXPECT_EQ(arbiter.unmountedDictionaries().size(), 1u);
+}
+
+TEST_F(Lifecycle, ARegistryOutlivesItsCommands) {
+  registry.start();
+  plugIn("A", "/Volumes/A");
+  auto own = std::make_unique<KMVDiskArbiter>();
+  own->renameDriveWithRootURL(folder("/Volumes/A"), "B");
+  EXPECT_DEATH(own = nullptr, "destroyed before the platform answered");
+  machine.runUntilIdle();
+  own->unmountVolumeAtRootURL(folder("/Volumes/B"));
+  EXPECT_DEATH(own = nullptr, "destroyed before the platform answered");
+  machine.runUntilIdle();
+  own = nullptr;
+}
+
 TEST_F(Lifecycle, CallbacksWithoutContextOrDescriptionDoNothing) {
   struct Nameless : Disk {
     std::optional<Dictionary> copyDescription() const override { return std::nullopt; }

@@ -89,5 +89,14 @@ TEST(SemaphoreDeathTest, AWriterWithinAWriterStopsInsteadOfHanging) {
   EXPECT_DEATH(Semaphore::ExclusiveHold(semaphore, 8), "writers' semaphore");
 }
 
+TEST(SemaphoreDeathTest, PartialHoldsOfSeveralThreadsAreEachKnown) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  Semaphore semaphore(8);
+  const Semaphore::ExclusiveHold ours(semaphore, 2);
+  std::thread([&] { const Semaphore::ExclusiveHold theirs(semaphore, 2); }).join();
+  EXPECT_EQ(semaphore.count(), 6);
+  EXPECT_DEATH(Semaphore::ExclusiveHold(semaphore, 2), "writers' semaphore");
+}
+
 }  // namespace
 }  // namespace kmv

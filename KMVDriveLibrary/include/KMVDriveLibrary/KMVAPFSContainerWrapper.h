@@ -4,6 +4,7 @@
 #include <KMVDriveLibrary/Export.h>
 #include <KMVDriveLibrary/KMVAPFSVolumeWrapper.h>
 #include <KMVDriveLibrary/KMVVolumePartitionWrapper.h>
+#include <KMVDriveLibrary/RequiredProperty.h>
 #include <KMVDriveLibrary/WeakTable.h>
 
 #include <memory>
@@ -45,11 +46,13 @@ class KMV_EXPORT KMVAPFSContainerWrapper : public KMVVolumePartitionWrapper {
   std::vector<Volume> allChildAPFSVolumes(const Volume& excludingChildVolume) const;
 
   /// The volumes, held weakly.
+  /// Setting null stops the process with a message.
   std::shared_ptr<Volumes> tableOfChildAPFSVolumes() const { return tableOfChildAPFSVolumes_.get(); }
   void setTableOfChildAPFSVolumes(std::shared_ptr<Volumes> table) {
     tableOfChildAPFSVolumes_.set(std::move(table));
   }
 
  private:
-  kmv::AtomicProperty<std::shared_ptr<Volumes>> tableOfChildAPFSVolumes_{std::make_shared<Volumes>()};
+  kmv::RequiredProperty<std::shared_ptr<Volumes>> tableOfChildAPFSVolumes_{
+      "KMVAPFSContainerWrapper: tableOfChildAPFSVolumes", std::make_shared<Volumes>()};
 };

@@ -51,6 +51,7 @@ class KMV_EXPORT KMVDiskArbiter : public kmv::Object {
 
   /// A registry with empty lists, two queues and a session of its own, not listening to anything.
   /// Hosts use `sharedInstance`.
+  /// Failure: destroying it before the platform has answered its last command stops the process.
   /// Selector: init
   KMVDiskArbiter();
   ~KMVDiskArbiter() override;
@@ -225,7 +226,8 @@ class KMV_EXPORT KMVDiskArbiter : public kmv::Object {
   /// Selector: removeAdditionalInformationListener:
   void removeAdditionalInformationListener(const Listener& listener);
 
-  // --- Properties: plain accessors. The lists are the live ones, not copies. ---
+  // --- Properties: plain accessors. The lists are the live ones, not copies. Setting null stops the process with
+  // --- a message, but for the session and the present drives; a null listener in the set is skipped. ---
 
   /// The platform's session; lives as long as the process unless a host sets another, which it then owns.
   kmv::DiskArbitrationSession* diskArbitrationSession() const;

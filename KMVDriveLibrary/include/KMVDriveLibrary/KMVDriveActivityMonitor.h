@@ -6,7 +6,9 @@
 #include <KMVDriveLibrary/KMVDriveIOActivityTracker.h>
 #include <KMVDriveLibrary/NetServiceBrowser.h>
 #include <KMVDriveLibrary/NotificationCenter.h>
+#include <KMVDriveLibrary/OpenWork.h>
 #include <KMVDriveLibrary/Queue.h>
+#include <KMVDriveLibrary/RequiredProperty.h>
 
 #include <atomic>
 #include <cstdint>
@@ -28,7 +30,8 @@ class DiskArbitrationSession;
 /// (network, FUSE), what the host reports.
 ///
 /// Life:    `defaultMonitor()` makes it and begins to measure; nothing stops it.
-///          Any other monitor must live as long as the process once it measures.
+///          Any other monitor must live as long as the process once it measures or listens for updates, and
+///          until its queue has run what it was asked or told; destroyed earlier, it stops the process.
 /// Threads: every member may be called from any thread.
 ///          All measuring runs on `driveAnalysisQueue`, and so do completions and the notification's
 ///          observers.
@@ -129,7 +132,7 @@ class KMV_EXPORT KMVDriveActivityMonitor : public kmv::Object, public kmv::NetSe
 
   /// Takes the updates of the maker's tracking service (host/CrossAppKit.h) as reports of the sender
   /// "KMVDAM_notification".
-  /// For hosts to call once.
+  /// Idempotent: a second call counts nothing twice.
   /// Selector: listenForApplicationDriveSpeedUpdates()
   void listenForApplicationDriveSpeedUpdates();
 
@@ -140,7 +143,7 @@ class KMV_EXPORT KMVDriveActivityMonitor : public kmv::Object, public kmv::NetSe
   void netServiceBrowserDidFindService(kmv::NetServiceBrowser* browser, const std::string& service,
                                        bool moreComing) override;
 
-  // --- Properties ---
+  // --- Properties. A tracker, the totals and the queue are required: setting null stops the process with a message. ---
 
   /// The platform's port for looking services up; 0 stands for its default.
   std::uint32_t libtop_master_port() const { return libtop_master_port_; }
@@ -162,7 +165,8 @@ class KMV_EXPORT KMVDriveActivityMonitor : public kmv::Object, public kmv::NetSe
     appTracker_.set(std::move(tracker));
   }
 
-  /// The bytes that each sender reported in total, by the drive's standardised URL.
+  /// The bytes that each sender reported in total, by the drive's standardised URL; a null entry counts as
+  /// none.
   std::shared_ptr<TotalsBySender> appIOLookup() const { return appIOLookup_.get(); }
   void setAppIOLookup(std::shared_ptr<TotalsBySender> totals) { appIOLookup_.set(std::move(totals)); }
 
@@ -179,6 +183,7 @@ class KMV_EXPORT KMVDriveActivityMonitor : public kmv::Object, public kmv::NetSe
   }
 
   /// Whole seconds between the end of one cycle and the beginning of the next; 1 at first.
+  /// 0 counts as 1: without a pause the cycles would take a whole processor and leave no room for time to pass.
   std::uint64_t refreshFrequency() const { return refreshFrequency_; }
   void setRefreshFrequency(std::uint64_t seconds) { refreshFrequency_ = seconds; }
 
@@ -188,6 +193,7 @@ class KMV_EXPORT KMVDriveActivityMonitor : public kmv::Object, public kmv::NetSe
 
  private:
   class Measurement;
+  void enqueue(kmv::SerialQueue::Task task);
   void runCycle();
   void postActivity();
   void addReport(std::uint64_t bytes, const kmv::URL& drive, const std::string& sender, bool wasReadIO);
@@ -195,12 +201,17 @@ class KMV_EXPORT KMVDriveActivityMonitor : public kmv::Object, public kmv::NetSe
   std::atomic<std::uint32_t> libtop_master_port_{0};
   kmv::AtomicProperty<std::shared_ptr<kmv::NetServiceBrowser>> serviceBrowser_;
   std::atomic<kmv::DiskArbitrationSession*> diskSession_{nullptr};
-  kmv::AtomicProperty<std::shared_ptr<KMVDriveIOActivityTracker>> ioServiceTracker_;
-  kmv::AtomicProperty<std::shared_ptr<KMVDriveIOActivityTracker>> appTracker_;
-  kmv::AtomicProperty<std::shared_ptr<kmv::SerialQueue>> driveAnalysisQueue_;
+  kmv::RequiredProperty<std::shared_ptr<KMVDriveIOActivityTracker>> ioServiceTracker_{
+      "KMVDriveActivityMonitor: ioServiceTracker"};
+  kmv::RequiredProperty<std::shared_ptr<KMVDriveIOActivityTracker>> appTracker_{
+      "KMVDriveActivityMonitor: appTracker"};
+  kmv::RequiredProperty<std::shared_ptr<kmv::SerialQueue>> driveAnalysisQueue_{
+      "KMVDriveActivityMonitor: driveAnalysisQueue"};
   std::atomic<std::uint64_t> refreshFrequency_{1};
   std::atomic<std::uint64_t> loadCycles_{0};
-  kmv::AtomicProperty<std::shared_ptr<TotalsBySender>> appIOLookup_;
+  kmv::RequiredProperty<std::shared_ptr<TotalsBySender>> appIOLookup_{"KMVDriveActivityMonitor: appIOLookup"};
+  std::atomic<bool> listensForUpdates_{false};
+  kmv::OpenWork openWork_;
   std::unique_ptr<Measurement> measurement_;  // confined to driveAnalysisQueue
 };
 

@@ -6,6 +6,7 @@
 #include <KMVDriveLibrary/Export.h>
 #include <KMVDriveLibrary/KMVDriveIOActivity.h>
 #include <KMVDriveLibrary/LiveCollections.h>
+#include <KMVDriveLibrary/RequiredProperty.h>
 #include <KMVDriveLibrary/URL.h>
 
 #include <memory>
@@ -17,6 +18,7 @@
 ///
 /// Threads: updates are confined to one queue, the monitor's; the dictionaries may be read on any thread
 /// meanwhile.
+/// Failure: setting one of the two dictionaries to null stops the process with a message.
 class KMV_EXPORT KMVDriveIOActivityTracker : public kmv::Object {
  public:
   using Sample = std::shared_ptr<DeviceIOStatistics>;
@@ -60,7 +62,9 @@ class KMV_EXPORT KMVDriveIOActivityTracker : public kmv::Object {
   void setTrackingId(std::optional<std::string> id);
 
  private:
-  kmv::AtomicProperty<std::shared_ptr<Samples>> cachedIOStatistics_{std::make_shared<Samples>()};
-  kmv::AtomicProperty<std::shared_ptr<Activities>> activityLookup_{std::make_shared<Activities>()};
+  kmv::RequiredProperty<std::shared_ptr<Samples>> cachedIOStatistics_{
+      "KMVDriveIOActivityTracker: cachedIOStatistics", std::make_shared<Samples>()};
+  kmv::RequiredProperty<std::shared_ptr<Activities>> activityLookup_{
+      "KMVDriveIOActivityTracker: activityLookup", std::make_shared<Activities>()};
   kmv::AtomicProperty<std::optional<std::string>> trackingId_;
 };

@@ -4,6 +4,7 @@
 #include <KMVDriveLibrary/AtomicProperty.h>
 #include <KMVDriveLibrary/Export.h>
 #include <KMVDriveLibrary/KMVVolumePartitionWrapper.h>
+#include <KMVDriveLibrary/RequiredProperty.h>
 #include <KMVDriveLibrary/Value.h>
 #include <KMVDriveLibrary/WeakTable.h>
 
@@ -63,6 +64,7 @@ class KMV_EXPORT KMVRootDiskWrapper : public kmv::Object,
   void setBsdUnit(std::optional<kmv::Value> unit) { bsdUnit_.set(std::move(unit)); }
 
   /// The partitions and containers, held weakly; APFS volumes are only in their containers.
+  /// Setting null stops the process with a message.
   std::shared_ptr<Partitions> tableOfPartitions() const { return tableOfPartitions_.get(); }
   void setTableOfPartitions(std::shared_ptr<Partitions> table) { tableOfPartitions_.set(std::move(table)); }
 
@@ -70,5 +72,6 @@ class KMV_EXPORT KMVRootDiskWrapper : public kmv::Object,
 
  private:
   kmv::AtomicProperty<std::optional<kmv::Value>> bsdUnit_;
-  kmv::AtomicProperty<std::shared_ptr<Partitions>> tableOfPartitions_{std::make_shared<Partitions>()};
+  kmv::RequiredProperty<std::shared_ptr<Partitions>> tableOfPartitions_{
+      "KMVRootDiskWrapper: tableOfPartitions", std::make_shared<Partitions>()};
 };

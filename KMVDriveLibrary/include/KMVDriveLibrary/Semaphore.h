@@ -5,6 +5,7 @@
 #include <KMVDriveLibrary/Mutex.h>
 
 #include <thread>
+#include <vector>
 
 namespace kmv {
 
@@ -25,7 +26,9 @@ class KMV_EXPORT Semaphore {
 
   /// Takes `units` units atomically and gives them back in its destructor.
   /// Not one by one: two writers could each hold half and deadlock.
-  /// Failure: a second exclusive hold on the same thread would deadlock; it stops the process with a message.
+  /// Failure: a second hold on the same thread, whole or partial, would deadlock sooner or later; it stops the
+  /// process with a message.
+  /// A unit that the thread took by `wait` is not known as its own: a hold of all units then waits for ever.
   class KMV_EXPORT ExclusiveHold {
    public:
     ExclusiveHold(Semaphore& semaphore, int units);
@@ -36,13 +39,14 @@ class KMV_EXPORT Semaphore {
    private:
     Semaphore& semaphore_;
     int units_;
+    std::thread::id holder_;
   };
 
  private:
   mutable Mutex mutex_;
   ConditionVariable freed_;
   int count_ KMV_GUARDED_BY(mutex_);
-  std::thread::id holder_ KMV_GUARDED_BY(mutex_);  // of the exclusive hold
+  std::vector<std::thread::id> holders_ KMV_GUARDED_BY(mutex_);  // of holds; several when they are partial
 };
 
 }  // namespace kmv

@@ -19,6 +19,7 @@ namespace kmv {
 /// Threads: every member may be called from any thread.
 class KMV_EXPORT UnmountedDiskList {
  public:
+  /// Null is ignored.
   void append(DictionarySnapshot description);
 
   /// Removes and returns the first description whose "DAAppearanceTime" equals `time` as a double (absent

@@ -42,7 +42,7 @@ class KMV_EXPORT ApplicationIOTrackingDelegate {
   /// Selector: shared
   static ApplicationIOTrackingDelegate& shared();
 
-  /// Calls `handler` with each later update until the process ends.
+  /// Calls `handler` with each later update until the process ends; an empty one is ignored.
   void addUpdateHandler(UpdateHandler handler);
   /// Calls the handlers on the calling thread.
   void publish(const Update& update);
