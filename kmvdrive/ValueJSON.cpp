@@ -67,7 +67,7 @@ JSON jsonOf(const Value& value) {
     case Value::Kind::boolean:
       return value.boolValue();
     case Value::Kind::integer:
-      return value.integerValue();
+      return value.integerValue() < 0 ? JSON(value.integerValue()) : JSON(value.unsignedValue());
     case Value::Kind::real:
       return value.doubleValue();
     case Value::Kind::date:

@@ -7,10 +7,10 @@
 
 namespace {
 
-/// A signed number kept in an unsigned one; 0 without one.
+/// A negative number modulo 2^64; 0 without one.
 std::uint64_t counterUnder(const kmv::Dictionary& statistics, std::string_view key) {
   const kmv::Value* value = statistics.find(key);
-  return value == nullptr ? 0 : static_cast<std::uint64_t>(value->integerValue());
+  return value == nullptr ? 0 : value->unsignedValue();
 }
 
 }  // namespace

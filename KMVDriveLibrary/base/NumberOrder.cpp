@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <utility>
 
 namespace kmv {
 namespace {
@@ -17,10 +18,16 @@ bool isInteger(const Value& value) {
 }
 
 /// An integer against a real, exactly: -1, 0 or 1. REQUIRES: `real` is a number.
-int compare(std::int64_t integer, double real) {
-  constexpr double kBeyond = 9223372036854775808.0;  // 2^63
+int compare(const Value& value, double real) {
+  constexpr double kBeyondSigned = 9223372036854775808.0, kBeyond = 2 * kBeyondSigned;  // 2^63, 2^64
   if (real >= kBeyond) return -1;
-  if (real < -kBeyond) return 1;
+  if (real < -kBeyondSigned) return 1;
+  const std::int64_t integer = value.integerValue();
+  if (real >= kBeyondSigned) {
+    const auto large = static_cast<std::uint64_t>(real);
+    if (integer < 0 || value.unsignedValue() < large) return -1;
+    return value.unsignedValue() > large ? 1 : 0;
+  }
   const double whole = std::trunc(real);
   const auto other = static_cast<std::int64_t>(whole);
   if (integer != other) return integer < other ? -1 : 1;
@@ -30,11 +37,13 @@ int compare(std::int64_t integer, double real) {
 }  // namespace
 
 bool NumberOrder::operator()(const Value& a, const Value& b) const {
-  if (isInteger(a) && isInteger(b)) return a.integerValue() < b.integerValue();
+  // Those above the signed range have its end in common, and their unsigned values apart.
+  if (isInteger(a) && isInteger(b))
+    return std::pair(a.integerValue(), a.unsignedValue()) < std::pair(b.integerValue(), b.unsignedValue());
   const double left = realOf(a), right = realOf(b);
   if (std::isnan(left) || std::isnan(right)) return !std::isnan(left);
-  if (isInteger(a)) return compare(a.integerValue(), right) < 0;
-  if (isInteger(b)) return compare(b.integerValue(), left) > 0;
+  if (isInteger(a)) return compare(a, right) < 0;
+  if (isInteger(b)) return compare(b, left) > 0;
   return left < right;
 }
 

@@ -8,13 +8,17 @@
 namespace kmv {
 namespace {
 
-/// -2^63 and 2^63, both exact as doubles.
+/// -2^63, 2^63 and 2^64, exact as doubles.
 constexpr double kIntegerRangeBegin = -9223372036854775808.0;
 constexpr double kIntegerRangeEnd = 9223372036854775808.0;
+constexpr double kUnsignedRangeEnd = 18446744073709551616.0;
 
-bool equalNumbers(double real, std::int64_t integer) {
-  if (!(real >= kIntegerRangeBegin && real < kIntegerRangeEnd)) return false;  // also for NaN
-  return std::trunc(real) == real && static_cast<std::int64_t>(real) == integer;
+/// REQUIRES: an integer or a boolean.
+bool equalNumbers(double real, const Value& integer) {
+  if (!(real >= kIntegerRangeBegin && real < kUnsignedRangeEnd)) return false;  // also for NaN
+  if (real >= kIntegerRangeEnd)
+    return integer.integerValue() > 0 && static_cast<std::uint64_t>(real) == integer.unsignedValue();
+  return std::trunc(real) == real && static_cast<std::int64_t>(real) == integer.integerValue();
 }
 
 }  // namespace
@@ -32,7 +36,7 @@ bool Value::boolValue() const {
     case Kind::boolean:
       return std::get<bool>(storage_);
     case Kind::integer:
-      return std::get<std::int64_t>(storage_) != 0;
+      return unsignedValue() != 0;
     case Kind::real:
       return std::get<double>(storage_) != 0;
     default:
@@ -45,7 +49,7 @@ double Value::doubleValue() const {
     case Kind::boolean:
       return std::get<bool>(storage_) ? 1 : 0;
     case Kind::integer:
-      return static_cast<double>(std::get<std::int64_t>(storage_));
+      return integerValue() < 0 ? static_cast<double>(integerValue()) : static_cast<double>(unsignedValue());
     case Kind::real:
       return std::get<double>(storage_);
     default:
@@ -54,13 +58,22 @@ double Value::doubleValue() const {
 }
 
 std::int64_t Value::integerValue() const {
-  if (kind() != Kind::real)
-    return kind() == Kind::integer ? std::get<std::int64_t>(storage_) : boolValue() ? 1 : 0;
+  if (const auto* integer = std::get_if<std::int64_t>(&storage_)) return *integer;
+  if (std::holds_alternative<std::uint64_t>(storage_)) return std::numeric_limits<std::int64_t>::max();
+  if (kind() != Kind::real) return boolValue() ? 1 : 0;
   const double real = std::get<double>(storage_);
   if (std::isnan(real)) return 0;
   if (real < kIntegerRangeBegin) return std::numeric_limits<std::int64_t>::min();
   if (real >= kIntegerRangeEnd) return std::numeric_limits<std::int64_t>::max();
   return static_cast<std::int64_t>(real);
+}
+
+std::uint64_t Value::unsignedValue() const {
+  if (const auto* large = std::get_if<std::uint64_t>(&storage_)) return *large;
+  const auto* real = std::get_if<double>(&storage_);
+  if (real == nullptr || !(*real >= kIntegerRangeEnd)) return static_cast<std::uint64_t>(integerValue());
+  return *real < kUnsignedRangeEnd ? static_cast<std::uint64_t>(*real)
+                                   : std::numeric_limits<std::uint64_t>::max();
 }
 
 const Data* Value::asData() const {
@@ -88,9 +101,9 @@ bool operator==(const Value& a, const Value& b) {
     const bool aIsReal = a.kind() == Value::Kind::real;
     const bool bIsReal = b.kind() == Value::Kind::real;
     if (aIsReal && bIsReal) return a.doubleValue() == b.doubleValue();
-    if (aIsReal) return equalNumbers(a.doubleValue(), b.integerValue());
-    if (bIsReal) return equalNumbers(b.doubleValue(), a.integerValue());
-    return a.integerValue() == b.integerValue();
+    if (aIsReal) return equalNumbers(a.doubleValue(), b);
+    if (bIsReal) return equalNumbers(b.doubleValue(), a);
+    return a.integerValue() == b.integerValue() && a.unsignedValue() == b.unsignedValue();
   }
   if (a.kind() != b.kind()) return false;
   switch (a.kind()) {

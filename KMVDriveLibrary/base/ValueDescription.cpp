@@ -168,7 +168,7 @@ std::string Value::description() const {
     case Kind::boolean:
       return boolValue() ? "1" : "0";
     case Kind::integer:
-      return std::to_string(integerValue());
+      return integerValue() < 0 ? std::to_string(integerValue()) : std::to_string(unsignedValue());
     case Kind::real:
       return realText(doubleValue());
     case Kind::text:

@@ -19,12 +19,7 @@ bool isHiddenBelow(std::string_view folder, std::string_view path) {
 std::optional<std::uint64_t> sizeOfItem(const std::string& path) {
   const auto attributes = kmv::Platform::current().files().attributesOfItem(path);
   const kmv::Value* size = attributes ? attributes->find("NSFileSize") : nullptr;
-  if (size == nullptr) return std::nullopt;
-  if (size->kind() == kmv::Value::Kind::integer) return static_cast<std::uint64_t>(size->integerValue());
-  // A size above the signed range is stored as a real.
-  constexpr double kAboveAll = 18446744073709551616.0;
-  return size->doubleValue() >= kAboveAll ? std::numeric_limits<std::uint64_t>::max()
-                                          : static_cast<std::uint64_t>(size->doubleValue());
+  return size == nullptr ? std::nullopt : std::optional(size->unsignedValue());
 }
 
 }  // namespace

@@ -41,16 +41,34 @@ TEST(Text, OfByteCountsRoundsHalfToEven) {
 }
 
 TEST(NumberOrder, IsExactAcrossKindsWithNaNLast) {
-  constexpr std::int64_t kLargest = std::numeric_limits<std::int64_t>::max();
-  const Value ascending[] = {
-      -1e300,      -2, -1.5, -1, false, 0.5, true, 1.5, kLargest - 1, kLargest, 9223372036854775808.0,
-      std::nan("")};
-  for (const Value& a : ascending) {
-    for (const Value& b : ascending)
-      EXPECT_EQ(NumberOrder()(a, b), &a < &b) << a.description() << " " << b.description();
+  constexpr std::uint64_t kBeyond = std::uint64_t{1} << 63;
+  const std::pair<int, Value> ranked[] = {{0, -1e300},
+                                          {1, -2},
+                                          {1, -2.0},
+                                          {2, -1.5},
+                                          {3, -1},
+                                          {4, 0},
+                                          {4, false},
+                                          {5, 0.5},
+                                          {6, 1},
+                                          {6, true},
+                                          {6, 1.0},
+                                          {7, 1.5},
+                                          {8, INT64_MAX - 1},
+                                          {9, INT64_MAX},
+                                          {10, kBeyond},
+                                          {10, 9223372036854775808.0},
+                                          {11, kBeyond + 1},
+                                          {12, 9223372036854777856.0},
+                                          {13, UINT64_MAX},
+                                          {14, 18446744073709551616.0},
+                                          {15, std::nan("")},
+                                          {15, "no number"}};
+  for (const auto& [rank, value] : ranked) {
+    for (const auto& [otherRank, other] : ranked)
+      EXPECT_EQ(NumberOrder()(value, other), rank < otherRank)
+          << value.description() << " " << other.description();
   }
-  EXPECT_FALSE(NumberOrder()("text", std::nan("")) || NumberOrder()(std::nan(""), "text") ||
-               NumberOrder()(1, 1.0));
 }
 
 }  // namespace

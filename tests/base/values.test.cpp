@@ -9,6 +9,7 @@ namespace kmv {
 namespace {
 
 constexpr std::int64_t kLargest = std::numeric_limits<std::int64_t>::max();
+constexpr std::uint64_t kBeyond = std::uint64_t{1} << 63, kMost = std::numeric_limits<std::uint64_t>::max();
 
 TEST(Value, ComparesNumbersAcrossKindsAndObjectsByIdentity) {
   const auto object = std::make_shared<Object>();
@@ -16,6 +17,8 @@ TEST(Value, ComparesNumbersAcrossKindsAndObjectsByIdentity) {
       {true, 1},
       {1, 1.0},
       {false, -0.0},
+      {kBeyond, 9223372036854775808.0},
+      {kMost, kMost},
       {object, object},
       {Array{1, Dictionary{{"k", true}}}, Array{1.0, Dictionary{{"k", 1}}}}};
   for (const auto& [a, b] : equal) EXPECT_TRUE(a == b && b == a) << a.description();
@@ -23,6 +26,11 @@ TEST(Value, ComparesNumbersAcrossKindsAndObjectsByIdentity) {
   const std::pair<Value, Value> different[] = {{true, 2},
                                                {1, "1"},
                                                {kLargest, 9223372036854775808.0},
+                                               {kLargest, kBeyond},
+                                               {-1, kMost},
+                                               {kBeyond, kBeyond + 1},
+                                               {kBeyond + 1, 9223372036854775808.0},
+                                               {kMost, 18446744073709551616.0},
                                                {std::nan(""), std::nan("")},
                                                {1, 1.5},
                                                {Array{1}, Array{1, 2}},
@@ -34,7 +42,7 @@ TEST(Value, BooleansAndNumbersStayDifferentKindsAndReadAsThePlatformDoes) {
   EXPECT_EQ(Value(true).kind(), Value::Kind::boolean);
   EXPECT_EQ(Value(1).kind(), Value::Kind::integer);
   EXPECT_EQ(Value("text").kind(), Value::Kind::text);  // a pointer is text, never a boolean
-  EXPECT_EQ(Value(std::uint64_t{1} << 63).kind(), Value::Kind::real);
+  EXPECT_EQ(Value(kMost).kind(), Value::Kind::integer);
   EXPECT_TRUE(Value(0.5).boolValue() && Value(-1).boolValue());
   EXPECT_FALSE(Value("yes").boolValue() || Value(0.0).boolValue());
   EXPECT_EQ(Value(-1.9).integerValue(), -1);
@@ -42,6 +50,21 @@ TEST(Value, BooleansAndNumbersStayDifferentKindsAndReadAsThePlatformDoes) {
   EXPECT_EQ(Value(1e300).integerValue(), kLargest);
   EXPECT_EQ(Value(-1e300).integerValue(), -kLargest - 1);
   EXPECT_EQ(Value(std::nan("")).integerValue(), 0);
+  EXPECT_EQ(Value(kMost).integerValue(), kLargest);
+  EXPECT_EQ(Value(kMost).doubleValue(), 18446744073709551616.0);
+  EXPECT_TRUE(Value(kMost).boolValue());
+  const std::pair<Value, std::uint64_t> naturals[] = {{kMost, kMost},
+                                                      {kBeyond, kBeyond},
+                                                      {-1, kMost},
+                                                      {-1.5, kMost},
+                                                      {true, 1},
+                                                      {1e300, kMost},
+                                                      {9223372036854775808.0, kBeyond},
+                                                      {1.9, 1},
+                                                      {std::nan(""), 0},
+                                                      {"1", 0}};
+  for (const auto& [value, natural] : naturals)
+    EXPECT_EQ(value.unsignedValue(), natural) << value.description();
   EXPECT_EQ(Dictionary{}.doubleValue("absent"), 0);
 }
 
@@ -50,6 +73,7 @@ TEST(Value, PrintsLikeTheLogsExpect) {
   constexpr double kSinceLeapDay = 30169.0 * 86400;  // of 1500, which only the Julian calendar has
   const std::pair<Value, const char*> texts[] = {
       {true, "1"},
+      {kMost, "18446744073709551615"},
       {1.5, "1.5"},
       {1.0, "1"},
       {0.1, "0.1"},

@@ -44,6 +44,7 @@ TEST(ValueJSON, ValuesOfEveryKindBecomeWhatJSONHasForThem) {
   };
   const Array values{true,
                      -7,
+                     UINT64_MAX,
                      0.5,
                      std::numeric_limits<double>::quiet_NaN(),
                      kVolume,
@@ -55,11 +56,12 @@ TEST(ValueJSON, ValuesOfEveryKindBecomeWhatJSONHasForThem) {
                      Data{std::byte{1}, std::byte{2}},
                      Value(Dictionary{{"deep", Array{"text"}}}),
                      std::make_shared<Wrapper>()};
-  EXPECT_EQ(jsonLine(jsonOf(Value(values))),
-            R"([true,-7,0.5,null,"01234567-89AB-CDEF-0123-456789ABCDEF","file:///a%20b/",)"
-            R"("2001-01-01T00:00:00Z","2001-01-02T00:00:00.250Z","1969-12-31T23:59:59.500Z",)"
-            R"("/wAQgw==","AQI=",{"deep":["text"]},"a wrapper"])"
-            "\n");
+  EXPECT_EQ(
+      jsonLine(jsonOf(Value(values))),
+      R"([true,-7,18446744073709551615,0.5,null,"01234567-89AB-CDEF-0123-456789ABCDEF","file:///a%20b/",)"
+      R"("2001-01-01T00:00:00Z","2001-01-02T00:00:00.250Z","1969-12-31T23:59:59.500Z",)"
+      R"("/wAQgw==","AQI=",{"deep":["text"]},"a wrapper"])"
+      "\n");
   EXPECT_TRUE(jsonOf(Value(Date{std::numeric_limits<double>::infinity()})).is_string());
 }
 

@@ -1,5 +1,4 @@
 // SPDX-License-Identifier: MIT
-#include <cmath>
 #include <cstdint>
 
 #include "support/Registry.h"
@@ -76,18 +75,6 @@ TEST_F(Manager, ADriveWithoutANameOrANumberIsLoggedAndLeftAsItIs) {
   EXPECT_TRUE(manager.volumeWrappers().empty());
   EXPECT_DEATH(manager.addInformationAboutDiskDictionary(nullptr), "without a drive");
   OrvaneLog::defaultLog().setSink(nullptr);
-}
-
-TEST(NumberOrder, IsOfWhatNumbersAreWorthWhateverTheirKinds) {
-  const double beyond = 9223372036854775808.0, nan = std::nan("");
-  const std::pair<int, Value> ranked[] = {
-      {0, -beyond * 2}, {1, -2},  {1, -2.0},      {2, 0},      {2, false}, {3, 0.5},        {4, 1},
-      {4, true},        {4, 1.0}, {5, INT64_MAX}, {6, beyond}, {7, nan},   {7, "no number"}};
-  for (const auto& [rank, value] : ranked) {
-    for (const auto& [otherRank, other] : ranked)
-      EXPECT_EQ(NumberOrder()(value, other), rank < otherRank)
-          << value.description() << " " << other.description();
-  }
 }
 
 }  // namespace

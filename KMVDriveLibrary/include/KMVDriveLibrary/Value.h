@@ -60,7 +60,7 @@ class KMV_EXPORT Value {
   // NOLINTBEGIN(google-explicit-constructor): keeps dictionary literals readable.
   template <std::same_as<bool> T>
   Value(T value) : storage_(value) {}
-  /// Integers are kept as signed 64-bit numbers; an unsigned one above that range becomes a real.
+  /// Every signed and unsigned 64-bit integer is kept exactly.
   template <std::integral T>
   requires(!std::same_as<T, bool>) Value(T value) : storage_(fromIntegral(value)) {}
   Value(double value) : storage_(value) {}
@@ -77,7 +77,10 @@ class KMV_EXPORT Value {
   Value(std::shared_ptr<T> value) : storage_(std::shared_ptr<Object>(std::move(value))) {}
   // NOLINTEND(google-explicit-constructor)
 
-  Kind kind() const { return static_cast<Kind>(storage_.index()); }
+  Kind kind() const {
+    return std::holds_alternative<std::uint64_t>(storage_) ? Kind::integer
+                                                           : static_cast<Kind>(storage_.index());
+  }
   /// True for integers, reals and booleans, since a boolean is a number object.
   bool isNumber() const { return kind() <= Kind::real; }
 
@@ -85,9 +88,11 @@ class KMV_EXPORT Value {
   bool boolValue() const;
   /// The number as a double; 0 for anything that is not a number.
   double doubleValue() const;
-  /// The number as an integer, reals truncated towards zero and clamped to the range; 0 for anything that is
-  /// not a number.
+  /// The number as an integer, reals truncated towards zero, clamped to the range; 0 for anything that is not a
+  /// number.
   std::int64_t integerValue() const;
+  /// The same as an unsigned integer, but a negative one modulo 2^64, as the platform's numbers do.
+  std::uint64_t unsignedValue() const;
 
   /// Pointers into this value; null when it is of another kind.
   const bool* asBoolean() const { return std::get_if<bool>(&storage_); }
@@ -110,12 +115,13 @@ class KMV_EXPORT Value {
  private:
   using Storage =
       std::variant<bool, std::int64_t, double, std::string, URL, UUID, Date, std::shared_ptr<const Data>,
-                   std::shared_ptr<const Array>, std::shared_ptr<const Dictionary>, std::shared_ptr<Object>>;
+                   std::shared_ptr<const Array>, std::shared_ptr<const Dictionary>, std::shared_ptr<Object>,
+                   std::uint64_t>;  // the last: only integers above the signed range (canonical)
 
   template <std::integral T>
   static Storage fromIntegral(T value) {
     if (std::in_range<std::int64_t>(value)) return Storage(static_cast<std::int64_t>(value));
-    return Storage(static_cast<double>(value));
+    return Storage(static_cast<std::uint64_t>(value));
   }
 
   Storage storage_;

@@ -131,6 +131,8 @@ CFTypeRef create(const Value& value) {
     case Kind::boolean:
       return CFRetain(value.boolValue() ? kCFBooleanTrue : kCFBooleanFalse);
     case Kind::integer:
+      if (Value(value.integerValue()) != value)
+        return createReal(value.doubleValue());  // above the signed range
       return createInteger(value.integerValue());
     case Kind::real:
       return createReal(value.doubleValue());
