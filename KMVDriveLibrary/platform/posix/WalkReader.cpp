@@ -75,6 +75,7 @@ void WalkReader::list(WalkedFolder& folder) {
   errno = 0;
   if (readEntries(folder.descriptor.get(), add)) return;
   folder.isStarved = errno == EMFILE || errno == ENFILE;  // a system may need one more to list
+  if (folder.isStarved) folder.descriptor.reset();
   folder.items.clear();
   folder.folders.clear();
 }
