@@ -6,6 +6,7 @@
 // <KMVDriveLibrary/testing/SimulatedPlatform.h>.
 #include <KMVDriveLibrary/CodexExtendedAttributes.h>
 #include <KMVDriveLibrary/CodexVirtualFileSystemWrapper.h>
+#include <KMVDriveLibrary/Degradation.h>
 #include <KMVDriveLibrary/DescriptionKeys.h>
 #include <KMVDriveLibrary/Disk.h>
 #include <KMVDriveLibrary/DiskCallbacks.h>

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Whole machines as plain folders: what is a disk, how it is described, and which mounts are drives.
+#include <KMVDriveLibrary/Degradation.h>
 #include <KMVDriveLibrary/DescriptionKeys.h>
+#include <KMVDriveLibrary/host/OrvaneLogging.h>
 
 #include <gtest/gtest.h>
 
@@ -232,6 +234,25 @@ const struct {
      "37 29 8:6 / /g rw - ext4 /dev/sda6 rw\n",
      {"- /", "- /a", "- /a/b/e", "- /f", "- /g", "shadowed /a/b/c", "shadowed /a/b/c/d", "pseudo /a/b",
       "covered /f"}}};
+
+TEST(Volumes, AreNotNoneBecauseTheTableCannotBeReadAndThatIsSaid) {
+  std::vector<std::string> log;
+  OrvaneLog::defaultLog().setSink([&](OrvaneLog::Level level, std::string_view line) {
+    log.push_back((level == OrvaneLog::Level::error ? "error " : "") + std::string(line));
+  });
+  FakeMachine machine;
+  LinuxOptions nowhere = machine.options();
+  nowhere.procRoot += "/nowhere";
+  LinuxVolumes blind(nowhere, std::make_shared<MountTable>(nowhere));
+  LinuxVolumes seeing(machine.options(), machine.mountTable());
+  for (int times = 0; times < 2; ++times) EXPECT_TRUE(blind.mountedVolumeURLs().empty());
+  EXPECT_EQ(degradations(), std::vector<std::string>{"mount table unreadable"});
+  seeing.hiddenMounts();
+  EXPECT_EQ(degradations(), std::vector<std::string>());
+  EXPECT_EQ(log, (std::vector<std::string>{"error degraded: mount table unreadable",
+                                           "no longer degraded: mount table unreadable"}));
+  OrvaneLog::defaultLog().setSink(nullptr);
+}
 
 TEST(Volumes, AreWhatTheTableAndTheRulesSay) {
   for (const auto& [volumes, file, table, verdicts] : kTables) {

@@ -4,27 +4,30 @@
 #include <string>
 #include <utility>
 
+#include "base/Degradation.h"
+
 namespace kmv {
 
 LinuxVolumes::LinuxVolumes(const LinuxOptions& options, std::shared_ptr<MountTable> mounts)
     : mounts_(std::move(mounts)), lookup_(options, mounts_) {}
 
+void LinuxVolumes::forEach(const MountTree::Visit& visit) {
+  const bool isReadable = mounts_->readAnew([&](const MountTree& tree) { tree.forEach(visit); });
+  setDegraded(kMountTableUnreadable, !isReadable);
+}
+
 std::vector<URL> LinuxVolumes::mountedVolumeURLs() {
   std::vector<URL> urls;
-  mounts_->readAnew([&](const MountTree& tree) {
-    tree.forEach([&](const MountEntry& entry, std::string_view rule) {
-      if (rule.empty()) urls.push_back(URL::fileURLWithPath(entry.point, /*isDirectory=*/true));
-    });
+  forEach([&](const MountEntry& entry, std::string_view rule) {
+    if (rule.empty()) urls.push_back(URL::fileURLWithPath(entry.point, /*isDirectory=*/true));
   });
   return urls;
 }
 
 std::vector<HiddenMount> LinuxVolumes::hiddenMounts() {
   std::vector<HiddenMount> hidden;
-  mounts_->readAnew([&](const MountTree& tree) {
-    tree.forEach([&](const MountEntry& entry, std::string_view rule) {
-      if (!rule.empty()) hidden.push_back({entry.point, entry.kind, std::string(rule)});
-    });
+  forEach([&](const MountEntry& entry, std::string_view rule) {
+    if (!rule.empty()) hidden.push_back({entry.point, entry.kind, std::string(rule)});
   });
   return hidden;
 }

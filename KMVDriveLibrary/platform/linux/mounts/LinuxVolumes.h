@@ -21,6 +21,8 @@ class LinuxVolumes final : public Volumes {
   std::optional<URL> volumeURL(const URL& url) override;
 
  private:
+  void forEach(const MountTree::Visit& visit);
+
   const std::shared_ptr<MountTable> mounts_;
   VolumeLookup lookup_;
 };

@@ -27,6 +27,11 @@ bool MountTable::readAnew(const Reader& reader) {
   return readTree(/*anew=*/true, reader);
 }
 
+bool MountTable::isReadable() const {
+  const MutexLock lock(mutex_);
+  return isReadable_;
+}
+
 bool MountTable::readTree(bool anew, const Reader& reader) {
   const MutexLock lock(mutex_);
   const bool isKnown = follow(anew);
@@ -37,7 +42,8 @@ bool MountTable::readTree(bool anew, const Reader& reader) {
 
 bool MountTable::follow(bool anew) {
   std::optional<MountDelta> delta = watcher_->refresh(anew);
-  if (!delta || delta->empty()) return delta.has_value();
+  isReadable_ = delta.has_value();
+  if (!delta || delta->empty()) return isReadable_;
   const auto shared = std::make_shared<const MountDelta>(std::move(*delta));
   unapplied_.add(shared);
   for (auto& [follower, backlog] : followers_) backlog.add(shared);

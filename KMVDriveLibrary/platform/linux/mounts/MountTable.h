@@ -34,6 +34,9 @@ class MountTable {
   /// nobody.
   bool readAnew(const Reader& reader) KMV_EXCLUDES(mutex_);
 
+  /// False when the table could not be read when somebody last asked.
+  bool isReadable() const KMV_EXCLUDES(mutex_);
+
  private:
   friend class MountFollower;
 
@@ -41,8 +44,9 @@ class MountTable {
   bool follow(bool anew) KMV_REQUIRES(mutex_);
   void updateTree() KMV_REQUIRES(mutex_);
 
-  Mutex mutex_;
+  mutable Mutex mutex_;
   const std::unique_ptr<MountTableWatcher> watcher_ KMV_PT_GUARDED_BY(mutex_);
+  bool isReadable_ KMV_GUARDED_BY(mutex_) = true;
   MountTree tree_ KMV_GUARDED_BY(mutex_);
   MountBacklog unapplied_ KMV_GUARDED_BY(mutex_);  // of the tree
   std::map<const MountFollower*, MountBacklog> followers_ KMV_GUARDED_BY(mutex_);

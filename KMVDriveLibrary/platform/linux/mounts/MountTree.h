@@ -81,7 +81,8 @@ class MountTree {
   const MountEntry* mountAbove(std::string_view path) const;
 
   /// Every mount in table order with the rule that hides it; an empty rule marks a volume.
-  void forEach(const std::function<void(const MountEntry&, std::string_view rule)>& visit) const;
+  using Visit = std::function<void(const MountEntry&, std::string_view rule)>;
+  void forEach(const Visit& visit) const;
 
  private:
   struct Instance;

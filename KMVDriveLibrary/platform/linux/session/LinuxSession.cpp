@@ -12,6 +12,7 @@
 #include <map>
 #include <utility>
 
+#include "base/Degradation.h"
 #include "base/Fatal.h"
 #include "platform/linux/devices/Description.h"
 #include "platform/linux/mounts/PointType.h"
@@ -300,6 +301,7 @@ void LinuxSession::takeDeviceEvents(const std::vector<DeviceEvent>& events) {
 /// another one.
 void LinuxSession::takeMountNews() {
   for (const auto& delta : mountNews_->take()) model_->mountsChanged(*delta);
+  setDegraded(kMountTableUnreadable, !mounts_->isReadable());
 }
 
 void LinuxSession::takeAnswers() {

@@ -1,0 +1,18 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <KMVDriveLibrary/Export.h>
+
+#include <string>
+#include <vector>
+
+namespace kmv {
+
+/// What the library cannot read of this machine at present, in ascending order: "mount table unreadable".
+/// Empty while its lists are the whole truth.
+/// Each is logged as an error when it begins, as "degraded: mount table unreadable", and when it is over, as
+/// info, "no longer degraded: mount table unreadable".
+/// Thread: any.
+KMV_EXPORT std::vector<std::string> degradations();
+
+}  // namespace kmv
