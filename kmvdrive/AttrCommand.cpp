@@ -1,11 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include <KMVDriveLibrary/KMVExtendedAttributeGatherer.h>
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <memory>
 #include <optional>
+#include <sstream>
 #include <string>
+#include <thread>
 
 #include "kmvdrive/CommandLine.h"
 
@@ -29,10 +33,59 @@ std::string fullName(const std::string& name) {
   return name;
 }
 
+/// Escaped on a terminal, line by line; as it is where a program reads it.
+std::string shownOn(int descriptor, const std::string& text) {
+  if (isatty(descriptor) != 1) return text;
+  std::istringstream lines(text);
+  std::string shown;
+  for (std::string line; std::getline(lines, line);) shown += visibleText(line) + "\n";
+  return shown;
+}
+
+/// While it lives, what is written to stderr is kept, and then shown: the attribute tool repeats names in its
+/// complaints. Does nothing where no terminal would show it, or no descriptors are left.
+class EscapedErrors {
+ public:
+  EscapedErrors() {
+    int ends[2];
+    if (isatty(STDERR_FILENO) != 1 || pipe(ends) != 0) return;
+    for (const int end : ends) fcntl(end, F_SETFD, FD_CLOEXEC);
+    stderr_ = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0);
+    dup2(ends[1], STDERR_FILENO);
+    close(ends[1]);
+    reader_ = std::thread([this, end = ends[0]] { keep(end); });
+  }
+  ~EscapedErrors() {
+    if (!reader_.joinable()) return;
+    dup2(stderr_, STDERR_FILENO);
+    close(stderr_);
+    reader_.join();
+    std::fputs(shownOn(STDERR_FILENO, text_).c_str(), stderr);
+  }
+  EscapedErrors(const EscapedErrors&) = delete;
+  EscapedErrors& operator=(const EscapedErrors&) = delete;
+
+ private:
+  void keep(int end) {
+    char bytes[1024];
+    for (ssize_t count = 0; (count = read(end, bytes, sizeof bytes)) > 0;)
+      text_.append(bytes, static_cast<std::size_t>(count));
+    close(end);
+  }
+
+  int stderr_ = -1;
+  std::string text_;
+  std::thread reader_;
+};
+
+std::optional<std::string> printedByTool(std::optional<std::string_view> name, const std::string& path) {
+  const EscapedErrors errors;
+  return Gatherer::findValueOfExtendedAttributeWithTitle(name, path);
+}
+
 ExitCode show(CommandContext& context, const AttrOptions& options, std::optional<std::string_view> name) {
   const auto location = locationOf(options.path);
-  const auto value =
-      location ? Gatherer::findValueOfExtendedAttributeWithTitle(name, location->path()) : std::string();
+  const auto value = location ? printedByTool(name, location->path()) : std::string();
   if (!value) {
     std::fputs("kmvdrive: cannot read attributes: /usr/bin/xattr is missing, or its answer is no text\n",
                stderr);
@@ -43,7 +96,7 @@ ExitCode show(CommandContext& context, const AttrOptions& options, std::optional
                  visibleText(*name).c_str());
     return ExitCode::notFound;
   }
-  if (!value->empty()) context.output.write(*value + "\n");
+  if (!value->empty()) context.output.write(shownOn(STDOUT_FILENO, *value + "\n"));
   return ExitCode::ok;
 }
 

@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <KMVDriveLibrary/CodexVirtualFileSystemWrapper.h>
 #include <KMVDriveLibrary/NotificationCenter.h>
 #include <KMVDriveLibrary/Value.h>
 
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <set>
@@ -34,19 +36,33 @@ class CodexFeed {
 
   explicit CodexFeed(Hear hear);
 
-  /// Asks about a drive; what cannot be a Codex volume is left alone.
+  /// Asks about a drive that has come; what cannot be a Codex volume is left alone. A volume at the place of an
+  /// earlier one is asked anew, though the manager has one wrapper for a root path, for ever.
   void ask(const Dictionary& drive);
 
   /// True while an answer, or the size of a volume that is built, is still to come.
   bool isWaiting() const { return state_->questions > 0 || !state_->sizesToCome.empty(); }
 
  private:
+  using Wrapper = std::shared_ptr<CodexVirtualFileSystemWrapper>;
+  static CodexStatus statusOf(const CodexVirtualFileSystemWrapper& wrapper, bool isBuilt);
+  static Wrapper wrapperOfNewVolume(const Wrapper& supplied, const Wrapper& earlier);
+  static CodexStatus askVolume(CodexVirtualFileSystemWrapper& wrapper);
+  struct Answer {
+    Wrapper wrapper;
+    CodexStatus status;
+  };
+
   /// Touched on the main thread only.
   struct State {
     Hear hear;
     std::size_t questions = 0;
     std::set<std::string> sizesToCome;  // the roots of volumes that are built
     std::set<std::string> sized;
+    std::map<std::string, Wrapper> wrappers;  // by root: of the volume that is or was there last
+
+    void take(const Answer& answer);
+    void takeSize(const Wrapper& wrapper, const CodexStatus& status);
   };
 
   std::shared_ptr<State> state_;

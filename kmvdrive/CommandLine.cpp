@@ -14,6 +14,8 @@
 #include <exception>
 #include <utility>
 
+#include "kmvdrive/InitialReport.h"
+
 namespace kmv::tool {
 namespace {
 
@@ -32,13 +34,26 @@ ExitCode usageError(const CLI::App& app, const CLI::ParseError& error) {
   return ExitCode::usage;
 }
 
+constexpr char kExitCodes[] =
+    "Exit codes: 0 done; 1 an error; 2 wrong usage; 3 no such drive or attribute; 4 refused; 5 incomplete, "
+    "since\n"
+    "parts of the machine could not be read. What is asked to end by SIGINT or SIGTERM and cannot within a "
+    "second\n"
+    "ends by that signal.";
+
+/// What is not all there is may not look like it; nor is what was not found known to be absent.
+ExitCode judged(ExitCode code) {
+  const bool claimsAll = code == ExitCode::ok || code == ExitCode::notFound;
+  return warnOfDegradations() && claimsAll ? ExitCode::incomplete : code;
+}
+
 ExitCode runAction(const Action& action) {
   std::signal(SIGPIPE, SIG_IGN);  // a closed pipe is noticed by the write (EPIPE)
   StopSignals stopSignals;
   Output output(STDOUT_FILENO, stopSignals.fileDescriptor());
   EventLoop loop(STDOUT_FILENO, stopSignals.fileDescriptor());
   CommandContext context{output, loop, Style::forTerminal(STDOUT_FILENO)};
-  const ExitCode code = action(context);
+  const ExitCode code = judged(action(context));
   if (!output.failed()) return code;
   std::fprintf(stderr, "kmvdrive: cannot write: %s\n", output.failure().c_str());
   return ExitCode::error;
@@ -50,6 +65,7 @@ ExitCode runCommandLine(int argc, const char* const* argv) {
   CLI::App app("Shows which drives are attached to this machine and what each of them is.", "kmvdrive");
   app.set_version_flag("--version", versionText());
   app.require_subcommand(1);
+  app.footer(kExitCodes);
   Action chosen;
   for (const auto add : {addAttrCommand, addListCommand, addWatchCommand, addTopCommand, addTreeCommand,
                          addWhereCommand, addUnmountCommand, addRenameCommand})

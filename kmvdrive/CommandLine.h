@@ -19,13 +19,14 @@ class App;
 
 namespace kmv::tool {
 
-/// What the program tells the shell. Scripts rely on the numbers.
+/// What the program tells the shell. Scripts rely on the numbers, which the help lists.
 enum class ExitCode : int {
   ok = 0,
-  error = 1,     ///< something failed; a line on stderr says what
-  usage = 2,     ///< the command line makes no sense
-  notFound = 3,  ///< no such drive or attribute
-  refused = 4,   ///< the platform or another program said no
+  error = 1,       ///< something failed; a line on stderr says what
+  usage = 2,       ///< the command line makes no sense
+  notFound = 3,    ///< no such drive or attribute
+  refused = 4,     ///< the platform or another program said no
+  incomplete = 5,  ///< parts of the machine could not be read; lines on stderr say which
 };
 
 /// Parses the arguments, runs the command they name and returns the exit code. Errors go to stderr.

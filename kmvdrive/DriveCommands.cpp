@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Which drives there are, and which of them holds a file.
+#include <KMVDriveLibrary/Degradation.h>
 #include <KMVDriveLibrary/DescriptionKeys.h>
 #include <KMVDriveLibrary/Exception.h>
 #include <KMVDriveLibrary/HiddenMounts.h>
@@ -82,11 +83,12 @@ std::string listingAsJSON(const Listing& listing, const ListOptions& options) {
   for (const auto& description : listing.unmounted)
     document["unmounted"].push_back(jsonOfDrive(*description));
   if (options.all) document["hidden"] = jsonOfHiddenMounts(listing.hidden);
+  addDegradations(document);
   return jsonLine(document);
 }
 
 std::string drivesAsTable(const Listing& listing, const Style& style) {
-  if (listing.drives.empty()) return "No drives are mounted.\n";
+  if (listing.drives.empty()) return degradations().empty() ? "No drives are mounted.\n" : "";
   const Columns which = listing.codex ? Columns::mountedVerbose : Columns::mounted;
   auto columns = driveColumns(which);
   if (listing.codex) columns.push_back({"CODEX"});

@@ -16,14 +16,26 @@
 namespace kmv::tool {
 namespace {
 
+/// With what Screen takes to give the terminal back, no more than a second.
+constexpr std::chrono::milliseconds kPatienceWithCleanEnd{700};
+
 std::atomic<int> signalledPipe{-1};
+std::atomic<int> stopSignal{0};
 static_assert(std::atomic<int>::is_always_lock_free, "a signal handler reads it");
 
-void wakeLoop(int) {
+void wakeLoop(int signal) {
   const int savedErrno = errno;
+  stopSignal.store(signal);
   const int pipe = signalledPipe.load();
   if (pipe >= 0) (void)!write(pipe, "", 1);
   errno = savedErrno;
+}
+
+sigset_t stopRequests() {
+  sigset_t requests;
+  sigemptyset(&requests);
+  for (const int signal : {SIGINT, SIGTERM}) sigaddset(&requests, signal);
+  return requests;
 }
 
 using Deadline = std::optional<EventLoop::Clock::time_point>;
@@ -59,17 +71,36 @@ StopSignals::StopSignals() {
     fcntl(end, F_SETFL, O_NONBLOCK);
   }
   signalledPipe.store(writeEnd_);
-  // Without SA_RESTART, so that a write that waits for a slow reader is interrupted.
   handleSignal(SIGINT, wakeLoop, static_cast<int>(SA_RESETHAND));
   handleSignal(SIGTERM, wakeLoop, static_cast<int>(SA_RESETHAND));
+  const sigset_t requests = stopRequests();
+  pthread_sigmask(SIG_BLOCK, &requests, &signalsBefore_);
+  watchdog_ = std::thread([this] { watch(); });
+}
+
+void StopSignals::watch() {
+  sigset_t all;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, nullptr);
+  const sigset_t requests = stopRequests();
+  pthread_sigmask(SIG_UNBLOCK, &requests, nullptr);
+  pollfd end{readEnd_, POLLIN, 0};
+  while (poll(&end, 1, -1) < 0) {  // the handler interrupts it
+  }
+  const auto cleanEnd = cleanEnd_.get_future();
+  if (cleanEnd.wait_for(kPatienceWithCleanEnd) == std::future_status::timeout) raise(stopSignal.load());
 }
 
 StopSignals::~StopSignals() {
+  cleanEnd_.set_value();
+  wakeLoop(0);
+  watchdog_.join();
   handleSignal(SIGINT, SIG_DFL, 0);
   handleSignal(SIGTERM, SIG_DFL, 0);
   signalledPipe.store(-1);
   close(readEnd_);
   close(writeEnd_);
+  pthread_sigmask(SIG_SETMASK, &signalsBefore_, nullptr);
 }
 
 Wake EventLoop::wait(std::optional<Clock::time_point> deadline) {

@@ -1,8 +1,12 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <signal.h>
+
 #include <chrono>
+#include <future>
 #include <optional>
+#include <thread>
 
 namespace kmv::tool {
 
@@ -10,11 +14,12 @@ namespace kmv::tool {
 void handleSignal(int signal, void (*handler)(int), int flags);
 
 /// Turns SIGINT and SIGTERM into a descriptor that polls readable, for one poll loop over everything. The
-/// first signal asks for a clean end; the second one of its kind has its usual effect, should the clean end
-/// take too long. REQUIRES: one at a time in a process.
+/// first signal asks for a clean end, and has its usual effect when that does not come within a second; so
+/// has the second one of its kind at once. A watchdog thread takes the signals: a handler on the main thread
+/// would not run while a system call there waits for a dead server. REQUIRES: one at a time in a process.
 class StopSignals {
  public:
-  /// Failure: throws std::system_error when the process is out of descriptors.
+  /// Failure: throws std::system_error when the process is out of descriptors or threads.
   StopSignals();
   ~StopSignals();
   StopSignals(const StopSignals&) = delete;
@@ -24,8 +29,13 @@ class StopSignals {
   int fileDescriptor() const { return readEnd_; }
 
  private:
+  void watch();
+
   int readEnd_ = -1;
   int writeEnd_ = -1;
+  sigset_t signalsBefore_{};
+  std::promise<void> cleanEnd_;
+  std::thread watchdog_;
 };
 
 /// Why a wait came to its end.

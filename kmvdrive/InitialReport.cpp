@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "kmvdrive/InitialReport.h"
 
+#include <KMVDriveLibrary/Degradation.h>
 #include <KMVDriveLibrary/KMVDiskAdditionalInformationProtocol.h>
 #include <KMVDriveLibrary/KMVDiskArbiter.h>
 #include <KMVDriveLibrary/Queue.h>
@@ -10,6 +11,8 @@
 #include <cstdint>
 #include <cstdio>
 #include <memory>
+#include <set>
+#include <string>
 #include <utility>
 
 namespace kmv::tool {
@@ -70,7 +73,7 @@ class InitialReport {
   /// False when the program is to end.
   bool await() {
     while (Clock::now() < limit_) {
-      if (!isOutstanding() && !fenceInFlight_ && Clock::now() >= quietUntil_) sendFence();
+      if (!fenceInFlight_ && Clock::now() >= quietUntil_) endQuietPeriod();
       const Wake wake = loop_.wait(nextLook());
       if (wake == Wake::stopRequested || wake == Wake::outputClosed) return false;
       if (progress_->registrations != registrations_) {
@@ -82,20 +85,31 @@ class InitialReport {
     return true;
   }
 
-  /// True while some volume that is mounted was not registered.
-  bool isOutstanding() const { return arbiter_.disksAlreadyMountedAtInit()->count() > 0; }
+  /// True while some volume was not registered that was mounted at the start and still is: one that left
+  /// before its registration stays on the list for ever.
+  bool isAwaiting() const {
+    const auto unregistered = arbiter_.disksAlreadyMountedAtInit()->snapshot();
+    return std::any_of(unregistered.begin(), unregistered.end(), [this](const URL& url) {
+      return arbiter_.forceReadDetailsOfDriveMountedAtPath(url.path()) != nullptr;
+    });
+  }
 
  private:
-  /// While a volume is outstanding or a fence is in flight, only news can help; else the end of the quiet
-  /// period.
-  Clock::time_point nextLook() const {
-    return isOutstanding() || fenceInFlight_ ? limit_ : std::min(limit_, quietUntil_);
-  }
+  /// While a fence is in flight only news can help.
+  Clock::time_point nextLook() const { return fenceInFlight_ ? limit_ : std::min(limit_, quietUntil_); }
 
   void beginQuietPeriod() {
     registrations_ = progress_->registrations;
     quietUntil_ = Clock::now() + kQuietPeriod;
     fenceInFlight_ = false;
+  }
+
+  void endQuietPeriod() {
+    if (isAwaiting()) {
+      beginQuietPeriod();
+    } else {
+      sendFence();
+    }
   }
 
   /// A fence: comes back behind everything that the two queues hold now, without blocking on either.
@@ -122,9 +136,24 @@ class InitialReport {
 bool awaitInitialReport(EventLoop& loop) {
   InitialReport report(loop);
   if (!report.await()) return false;
-  if (report.isOutstanding())
+  if (report.isAwaiting())
     std::fputs("kmvdrive: some mounted volumes could not be identified in time\n", stderr);
+  warnOfDegradations();
   return true;
+}
+
+bool warnOfDegradations() {
+  static std::set<std::string> told;
+  const auto present = degradations();
+  for (const std::string& what : present) {
+    if (told.insert(what).second)
+      std::fprintf(stderr, "kmvdrive: degraded: %s; what is told may be incomplete or wrong\n", what.c_str());
+  }
+  return !present.empty();
+}
+
+void addDegradations(JSON& document) {
+  if (const auto present = degradations(); !present.empty()) document["degraded"] = present;
 }
 
 }  // namespace kmv::tool

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "kmvdrive/EventLoop.h"
+#include "kmvdrive/ValueJSON.h"
 
 namespace kmv::tool {
 
@@ -9,11 +10,17 @@ namespace kmv::tool {
 /// first. Observers that are to hear of the report must be added before.
 ///
 /// The platform never says "that was all", so the end is inferred from three signs. Every volume that was
-/// mounted at the start has been registered (each registration takes its entry off
+/// mounted at the start and still is has been registered (each registration takes its entry off
 /// `disksAlreadyMountedAtInit`); nothing was registered, mounted or not, for a short quiet period (the
 /// unmounted disks are on no such list); and the arbiter queue and then the main queue have been drained, so
 /// nothing is in flight. A volume that is slow to be identified is waited for up to a limit; then a warning
 /// goes to stderr.
 bool awaitInitialReport(EventLoop& loop);
+
+/// Says on stderr, once each, what the library cannot read of this machine. True when there is something.
+bool warnOfDegradations();
+
+/// Adds the same to `document` as "degraded"; nothing when all can be read.
+void addDegradations(JSON& document);
 
 }  // namespace kmv::tool

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "kmvdrive/Screen.h"
 
+#include <poll.h>
 #include <signal.h>
 #include <sys/ioctl.h>
 #include <termios.h>
@@ -31,8 +32,11 @@ bool canBeStopped = false;
 struct sigaction beforeInterrupt {};
 struct sigaction beforeTermination {};
 
+/// A terminal that takes nothing any more does not keep the program.
 void put(std::string_view text) {
-  (void)!write(STDOUT_FILENO, text.data(), text.size());
+  constexpr int kPatienceInMilliseconds = 200;
+  pollfd room{STDOUT_FILENO, POLLOUT, 0};
+  if (poll(&room, 1, kPatienceInMilliseconds) > 0) (void)!write(STDOUT_FILENO, text.data(), text.size());
 }
 
 // Async-signal-safe calls only.

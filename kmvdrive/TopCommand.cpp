@@ -68,7 +68,9 @@ class Top {
   std::string text() {
     if (options_.json) {
       const std::chrono::duration<double> now = std::chrono::system_clock::now().time_since_epoch();
-      return jsonLine(board_.asJSON(now.count()));
+      JSON document = board_.asJSON(now.count());
+      addDegradations(document);
+      return jsonLine(document);
     }
     if (screen_) return frame();
     std::string text;

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <KMVDriveLibrary/Degradation.h>
 #include <KMVDriveLibrary/DescriptionKeys.h>
 #include <KMVDriveLibrary/KMVAPFSContainerWrapper.h>
 #include <KMVDriveLibrary/KMVDiskArbiter.h>
@@ -170,6 +171,7 @@ JSON jsonOfStorage(const std::vector<StorageDisk>& disks) {
       object["containers"].push_back({{"name", container.name}, {"volumes", jsonOfParts(container.volumes)}});
     document["disks"].push_back(std::move(object));
   }
+  addDegradations(document);
   return document;
 }
 
@@ -226,7 +228,7 @@ void print(const std::vector<Line>& lines, const std::string& margin, const Styl
 }
 
 std::string textOfStorage(const std::vector<StorageDisk>& disks, const Style& style) {
-  if (disks.empty()) return "No disks are there.\n";
+  if (disks.empty()) return degradations().empty() ? "No disks are there.\n" : "";
   std::string out;
   for (const StorageDisk& disk : disks) {
     const Line line = lineOf(disk);

@@ -1,19 +1,23 @@
 // SPDX-License-Identifier: MIT
 // The real program on the machine that runs the tests.
+#include <KMVDriveLibrary/KMVDriveLibrary.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <future>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <sstream>
 #include <string>
 
+#include "kmvdrive/InitialReport.h"
 #include "support/Process.h"
+#include "support/Terminal.h"
 
+namespace kmv::test {
 namespace {
 
-using kmv::test::Process;
 using nlohmann::json;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
@@ -36,6 +40,11 @@ class Kmvdrive : public Process {
   }
 };
 
+/// kmvdrive with these arguments and redirections, as a shell starts it.
+Ran runInShell(const std::string& arguments) {
+  return run({"sh", "-c", "exec \"$0\" " + arguments, KMVDRIVE_PROGRAM}, {}, Process::Errors::kept);
+}
+
 std::set<std::string> urlsOf(const json& drives) {
   std::set<std::string> urls;
   for (const json& drive : drives)
@@ -43,77 +52,56 @@ std::set<std::string> urlsOf(const json& drives) {
   return urls;
 }
 
-std::set<std::string> listedURLs() {
-  return urlsOf(Kmvdrive({"list", "--json"}).readDocument().at("drives"));
-}
-
 TEST(KmvdriveProgram, ReadsItsCommandLine) {
-  const Process::Words wrong[] = {{},
-                                  {"lits"},
-                                  {"list", "extra"},
-                                  {"list", "--for", "1"},
-                                  {"watch", "--for"},
-                                  {"watch", "--for", "-1"},
-                                  {"watch", "--for", "soon"},
-                                  {"watch", "--for", "nan"}};
-  for (const auto& arguments : wrong) {
-    Kmvdrive program(arguments);
-    EXPECT_EQ(program.exitCode(), 2) << ::testing::PrintToString(arguments);
-    EXPECT_THAT(program.readErrors(), StartsWith("kmvdrive: "));
-    EXPECT_THAT(program.readAll(), IsEmpty());
+  for (const char* wrong : {"", "lits", "list extra", "list --for 1", "watch --for", "watch --for -1",
+                            "watch --for soon", "watch --for nan"}) {
+    const Ran ran = runInShell(wrong);
+    EXPECT_EQ(ran.exitCode, 2) << wrong;
+    EXPECT_THAT(ran.errors, StartsWith("kmvdrive: "));
+    EXPECT_THAT(ran.output, IsEmpty());
   }
-  Kmvdrive version({"--version"}), help({"watch", "--help"});
-  EXPECT_THAT(version.readAll(), StartsWith("kmvdrive "));
-  version.expectSuccess();
-  EXPECT_THAT(help.readAll(), HasSubstr("--for"));
-  help.expectSuccess();
+  EXPECT_THAT(runInShell("--version").output, StartsWith("kmvdrive "));
+  const Ran help = runInShell("watch --help");
+  EXPECT_THAT(help.output, HasSubstr("--for"));
+  EXPECT_EQ(help.exitCode, 0);
 }
 
-TEST(KmvdriveProgram, ListTellsTheDrivesOfThisMachine) {
-  Kmvdrive list({"list", "--json", "--all"});
+TEST(KmvdriveProgram, EveryCommandTellsTheDrivesOfThisMachine) {
+  Kmvdrive list({"list", "--json", "--all"}), top({"top", "--json", "--once"});
+  Kmvdrive watch({"watch", "--json", "--for", "0.3"});
   const json listing = list.readDocument();
-  EXPECT_EQ(list.exitCode(), 0);
+  list.expectSuccess();
   EXPECT_EQ(listing.at("schema"), 1);
-  urlsOf(listing.at("drives"));
+  const auto urls = urlsOf(listing.at("drives"));
   for (const json& drive : listing.at("drives")) {
     EXPECT_EQ(drive.at("mountedBeforeStart"), true) << drive;
     EXPECT_EQ(drive.at("url"), drive.at("description").at("DAVolumePath"));
     EXPECT_EQ(drive.at("path") == "/", drive.at("url") == "file:///");
+    Kmvdrive where({"where", "--json", drive.at("path")});
+    EXPECT_EQ(where.readDocument().at("url"), drive.at("url"));
   }
   for (const json& disk : listing.at("unmounted")) EXPECT_FALSE(disk.contains("url")) << disk;
-  bool hidesProc = false;
+  std::set<std::string> hidden;
   for (const json& mount : listing.at("hidden")) {
     EXPECT_NE(mount.at("rule"), "") << mount;
-    hidesProc = hidesProc || (mount.at("path") == "/proc" && mount.at("kind") == "proc");
+    hidden.insert(mount.at("path").get<std::string>() + " " + mount.at("kind").get<std::string>());
   }
-  EXPECT_TRUE(hidesProc);
-}
+  EXPECT_TRUE(hidden.contains("/proc proc"));
 
-TEST(KmvdriveProgram, WatchBeginsWithWhatListTells) {
-  Kmvdrive watch({"watch", "--json", "--for", "0.3"});
   std::istringstream lines(watch.readAll());
-  EXPECT_EQ(watch.exitCode(), 0);
   json present = json::array();
   for (std::string line; std::getline(lines, line);) {
     const json event = json::parse(line);
     EXPECT_GT(event.at("time"), 1e9);
     if (event.at("event") == "present") present.push_back(event.at("drive"));
   }
-  EXPECT_EQ(urlsOf(present), listedURLs());
-}
+  EXPECT_EQ(urlsOf(present), urls);
 
-TEST(KmvdriveProgram, TopAndWhereKnowTheDrivesThatListTells) {
-  Kmvdrive top({"top", "--json", "--once"});
   const json board = top.readDocument();
-  top.expectSuccess();
-  EXPECT_EQ(urlsOf(board.at("drives")), listedURLs());
+  EXPECT_EQ(urlsOf(board.at("drives")), urls);
   EXPECT_GE(board.at("total").at("writtenBytesPerSecond"), 0);
-  for (const json& drive : board.at("drives")) {
+  for (const json& drive : board.at("drives"))
     EXPECT_TRUE(drive.at("measured") != "no" || !drive.contains("read")) << drive;
-    Kmvdrive where({"where", "--json", drive.at("path")});
-    EXPECT_EQ(where.readDocument().at("url"), drive.at("url"));
-    where.expectSuccess();
-  }
 }
 
 TEST(KmvdriveProgram, EndsCleanlyWhenAskedOrWhenNobodyReads) {
@@ -123,15 +111,88 @@ TEST(KmvdriveProgram, EndsCleanlyWhenAskedOrWhenNobodyReads) {
     watch.signal(number);
     watch.expectSuccess();
   }
-  Kmvdrive list({"list"});
-  list.closeOutput();
-  list.expectSuccess();
-
-  const std::size_t drives = listedURLs().size();
+  for (const Process::Words& arguments : {Process::Words{"list"}, {"where", "/"}}) {
+    Kmvdrive program(arguments);
+    program.closeOutput();
+    program.expectSuccess();
+  }
   Kmvdrive watch({"watch"});
-  for (std::size_t i = 0; i < drives; ++i) ASSERT_TRUE(watch.readLine()) << "drive " << i;
-  watch.closeOutput();  // all is written, so only waiting can tell
+  while (const auto line = watch.readLine()) {
+    if (line->find("  /  ") != std::string::npos) break;
+  }
+  watch.closeOutput();  // what was there is written, so only waiting can tell
   watch.expectSuccess();
 }
 
+TEST(KmvdriveProgram, ClosedStandardStreamsAreNotTakenForItsOwnFiles) {
+  const Ran mute = runInShell("list >&-");
+  EXPECT_EQ(mute.exitCode, 1);
+  EXPECT_THAT(mute.errors, StartsWith("kmvdrive: cannot write: "));
+  const Ran blind = runInShell("list <&- 2>&-");
+  EXPECT_EQ(blind.exitCode, 0);
+  EXPECT_THAT(blind.output, StartsWith("NAME "));
+}
+
+TEST(KmvdriveProgram, TopGivesTheTerminalBackWhileItIsStoppedAndInTheEnd) {
+  constexpr char kEnter[] = "\x1b[?1049h", kFrame[] = "\x1b[H", kLeave[] = "\x1b[?1049l";
+  Terminal terminal;
+  Process top({"sh", "-c", "exec \"$0\" top <\"$1\" >\"$1\"", KMVDRIVE_PROGRAM, terminal.name()},
+              {"TERM=xterm"});
+  ASSERT_TRUE(terminal.shows(kEnter));
+  ASSERT_TRUE(terminal.shows(kFrame));
+  top.signal(SIGTSTP);
+  ASSERT_TRUE(terminal.shows(kLeave));
+  EXPECT_TRUE(eventually([&] {
+    top.signal(SIGCONT);  // in case it had not stopped yet
+    return terminal.isShown(kEnter);
+  }));
+  EXPECT_TRUE(terminal.shows(kFrame));
+  top.signal(SIGSTOP);  // which nobody notices
+  top.signal(SIGCONT);
+  EXPECT_TRUE(terminal.shows(kEnter));
+  top.signal(SIGTERM);
+  EXPECT_TRUE(terminal.shows(kLeave));
+  EXPECT_EQ(top.exitCode(), 0);
+}
+
+/// What a report says on stderr.
+std::string awaitReport() {
+  ::testing::internal::CaptureStderr();
+  tool::StopSignals stop;
+  tool::EventLoop loop(STDOUT_FILENO, stop.fileDescriptor());
+  EXPECT_TRUE(tool::awaitInitialReport(loop));
+  return ::testing::internal::GetCapturedStderr();
+}
+
+TEST(InitialReport, AwaitsNoVolumeThatLeftBeforeItWasRegistered) {
+  const auto awaited = KMVDiskArbiter::sharedInstance().disksAlreadyMountedAtInit();
+  awaited->append(URL::fileURLWithPath("/nothing/is/mounted here", /*isDirectory=*/true));
+  EXPECT_EQ(awaitReport(), "");
+  EXPECT_EQ(awaited->count(), 1u) << "the library's contract keeps the entry";
+}
+
+TEST(InitialReport, IsOverWhenNothingIsInFlight) {
+  /// Keeps the queue busy behind the first registration, for longer than nothing is heard of it.
+  struct Slow : KMVDiskAdditionalInformationProtocol {
+    bool addInformationAboutDiskDictionary(const std::shared_ptr<DriveDictionary>&) override {
+      std::call_once(once, [this] {
+        KMVDiskArbiter::sharedInstance().arbiterQueue()->async([this] {
+          released.get_future().wait();
+          mainQueue().async([this] { isOver = true; });
+        });
+      });
+      return false;
+    }
+    std::once_flag once;
+    std::promise<void> released;
+    bool isOver = false;
+  };
+  const auto slow = std::make_shared<Slow>();
+  KMVDiskArbiter::sharedInstance().addAdditionalInformationListener(slow);
+  mainQueue().after(std::chrono::milliseconds(700), [slow] { slow->released.set_value(); });
+  EXPECT_EQ(awaitReport(), "");
+  EXPECT_TRUE(slow->isOver);
+}
+
 }  // namespace
+}  // namespace kmv::test

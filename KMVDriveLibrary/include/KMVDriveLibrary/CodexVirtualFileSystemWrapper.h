@@ -11,14 +11,15 @@
 #include <optional>
 #include <string>
 
-/// One mounted Codex volume.
+/// One mounted Codex volume, or rather its root path: another volume mounted there later does not reset the wrapper.
 /// Polls its state document every 3 seconds until that says that the volume is built, then adds up the sizes
 /// of its files.
 /// Tells the host the size by `sizeUpdated` and by the notification `virtualFileSystemWrapperHasUpdated`,
 /// whose object is the wrapper.
 ///
 /// Owner:   held by `std::shared_ptr`.
-///          KMVDriveWrapperManager makes one for each volume and keeps it; get it there.
+///          KMVDriveWrapperManager makes one for each root path and keeps it for ever, whatever is mounted there
+///          later (see its `codexVFSWrapper`); get it there.
 ///          A scheduled check keeps its wrapper alive, so the wrapper of a volume that is never built is
 ///          never released.
 /// Threads: every member may be called from any thread unless it says otherwise.

@@ -247,7 +247,12 @@ class KMV_EXPORT KMVDiskArbiter : public kmv::Object {
   std::shared_ptr<kmv::SerialQueue> arbiterQueue() const;
   void setArbiterQueue(std::shared_ptr<kmv::SerialQueue> queue);
 
-  /// Volumes mounted before the registry started whose first registration is still to come.
+  /// Volumes mounted before the registry started that were not registered since.
+  /// By the library's contract only a registration takes an entry off: that of a volume which went before it was
+  /// registered stays, so the list need not become empty, and whatever is mounted there next is told as mounted
+  /// before the start.
+  /// A host that waits for the present volumes asks `forceReadDetailsOfDriveMountedAtPath` which entries are still
+  /// mounted.
   std::shared_ptr<kmv::LiveArray<kmv::URL>> disksAlreadyMountedAtInit() const;
   void setDisksAlreadyMountedAtInit(std::shared_ptr<kmv::LiveArray<kmv::URL>> urls);
 

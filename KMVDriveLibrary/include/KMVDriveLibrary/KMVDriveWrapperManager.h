@@ -60,7 +60,7 @@ class KMV_EXPORT KMVDriveWrapperManager
   VolumeWrappers allVolumeWrappers() const;
 
   /// The Codex wrappers by the path of their volume's root.
-  /// A wrapper is never removed.
+  /// By the library's contract a wrapper is never removed, nor renewed when another volume is mounted at its path.
   /// Selector: codexVFSWrappers
   CodexVFSWrappers codexVFSWrappers() const override;
 
@@ -77,7 +77,10 @@ class KMV_EXPORT KMVDriveWrapperManager
   /// Hands the Codex wrapper of the volume that holds `location` to `wrapperSupply`, exactly once and
   /// asynchronously, on the manager's queue; null when that volume is not a Codex volume or unknown.
   /// `arbiterDict` is the dictionary of its drive.
-  /// One wrapper for each volume, made at the first request.
+  /// One wrapper for each root path, made at the first request and kept for ever, by the library's contract: a later
+  /// volume at the same mount point gets it too, and once it has seen a volume built and sized it tells that volume's
+  /// state and size.
+  /// A host that needs those of the later one makes a wrapper of its own, with `initWithRoot`.
   /// `requireIsReady` has no effect, on purpose: ask the wrapper.
   /// Returns at once.
   /// The volume is asked, and a new wrapper made, on another thread, so a volume that does not answer delays

@@ -1,0 +1,171 @@
+// SPDX-License-Identifier: MIT
+// kmvdrive on a machine in trouble, and what it costs: what it asks of the kernel, and that it sleeps with nothing to tell.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <sstream>
+#include <string>
+#include <thread>
+
+#include "integration/support/ToolStory.h"
+#include "support/Sanitizers.h"
+
+namespace kmv::integration {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::Not;
+using ::testing::StartsWith;
+
+TEST_F(ToolStory, TheFirstSignalEndsWhatWaitsForADeadServer) {
+  const std::string file = space().folder("fuse") + "/file";
+  FuseServer server(space().path("fuse"));
+  server.stop();
+  const Process::Words waiting[] = {
+      {"where", file}, {"unmount", file}, {"rename", file, "Reel"}, {"attr", "set", file, "startblock", "1"}};
+  for (const auto& arguments : waiting) {
+    for (const int number : {SIGINT, SIGTERM}) {
+      Process program(kmvdrive(arguments));
+      ASSERT_TRUE(program.waitUntilItHandles(number));
+      program.signal(number);
+      EXPECT_EQ(program.exitCode(), -number) << arguments.front();
+    }
+  }
+}
+
+TEST_F(ToolStory, WhatCannotBeReadIsSaidInsteadOfNothing) {
+  mountCard();
+  bindMount(space().folder("empty"), "/proc");
+  for (const Process::Words& arguments :
+       {Process::Words{"list"}, {"tree"}, {"watch", "--for", "0"}, {"where", "/"}}) {
+    const std::string told = said(arguments);
+    EXPECT_THAT(told, StartsWith("5 "));
+    EXPECT_THAT(told, HasSubstr("kmvdrive: degraded: mount table unreadable; "));
+    EXPECT_THAT(told, Not(HasSubstr("No d")));
+  }
+  const Ran listing = run(kmvdrive({"list", "--json"}), {}, Process::Errors::kept);
+  EXPECT_EQ(json::parse(listing.output)["degraded"], json::array({"mount table unreadable"}));
+  unmount("/proc");
+  const Ran whole = run(kmvdrive({"list", "--json"}));
+  EXPECT_EQ(whole.exitCode, 0);
+  EXPECT_FALSE(json::parse(whole.output).contains("degraded"));
+}
+
+/// A traced command: every system call that takes a path, or a descriptor that may stand for one, with
+/// descriptors written as paths. Calls that move data are left out: the mount table itself holds the names of
+/// all mount points.
+Process::Words traced(const std::string& trace, Process::Words command) {
+  Process::Words words{"strace", "-D", "-f",  "-y",
+                       "-qq",    "-o", trace, "-e"};  // -D: the command is the child, not its tracer
+  words.push_back("trace=%file,fstat,fstatfs,fchdir,getdents64,ioctl,fgetxattr,flistxattr");
+  words.insert(words.end(), command.begin(), command.end());
+  return words;
+}
+
+/// The traced calls that name `folder` or something below it.
+std::vector<std::string> callsThatTouch(const std::string& folder, const std::string& trace) {
+  std::vector<std::string> calls;
+  std::ifstream file(trace);
+  for (std::string line; std::getline(file, line);) {
+    if (line.find(folder) != std::string::npos) calls.push_back(line);
+  }
+  return calls;
+}
+
+TEST_F(ToolStory, WatchAsksNothingOfTheVolumesItWatches) {
+  if (!isInstalled("strace")) GTEST_SKIP() << "needs strace";
+  if (run(traced("/dev/null", {"true"})).exitCode != 0) GTEST_SKIP() << "needs the right to trace processes";
+  const LoopDevice early = newVolume("ext4", "Early");
+  const std::string volumes = space().folder("volumes");
+  const std::string first = space().folder("volumes/first"), second = space().folder("volumes/second");
+  mountVolume(early.node(), first, "ext4");
+  bindMount(first, space().folder("volumes/bound"));
+
+  const std::string trace = space().path("trace");
+  // The leak sanitizer cannot do its work in a traced process.
+  Watch watch(volumes, traced(trace, kmvdrive({"watch", "--json"})), {"ASAN_OPTIONS=detect_leaks=0"});
+  watch.expect({"present first"});
+  mountVolume(card().node(), second, "ext4");
+  watch.expect({"added second"});
+  unmount(first);
+  watch.expect({"removed first", "added bound"});
+  unmount(second);
+  watch.expect({"removed second"});
+  // A few cycles of the activity monitor are in it: it reads the counters of what is mounted.
+  ASSERT_TRUE(eventually([&] {
+    return callsThatTouch("/stat\"", trace).size() + callsThatTouch("/proc/diskstats", trace).size() > 0;
+  }));
+  watch.stop();  // then the trace is complete as well
+  EXPECT_EQ(callsThatTouch(volumes, trace), std::vector<std::string>());
+  EXPECT_FALSE(callsThatTouch("/proc/self/mountinfo", trace).empty()) << "the trace shows nothing";
+
+  // The same look finds a call on a mount point, and one below it through a descriptor.
+  const std::string other = space().path("other-trace");
+  EXPECT_EQ(run(traced(other, {"stat", volumes + "/bound"})).exitCode, 0);
+  EXPECT_FALSE(callsThatTouch(volumes, other).empty());
+}
+
+#ifndef KMV_THREAD_SANITIZER
+
+/// What the kernel counted for a process: its threads by name, the times that they were scheduled, and their
+/// time on a CPU.
+struct Effort {
+  std::multiset<std::string> threads;
+  unsigned long long switches = 0;
+  unsigned long long ticks = 0;
+  friend bool operator==(const Effort&, const Effort&) = default;
+};
+
+Effort effortOf(pid_t process) {
+  Effort effort;
+  const std::string folder = "/proc/" + std::to_string(process);
+  for (const auto& task : std::filesystem::directory_iterator(folder + "/task")) {
+    std::ifstream status(task.path() / "status");
+    for (std::string word, value; status >> word;) {
+      if (word == "Name:" && status >> value) effort.threads.insert(value);
+      if (word.ends_with("voluntary_ctxt_switches:") && status >> value)
+        effort.switches += std::stoull(value);
+    }
+  }
+  std::string line;
+  std::getline(std::ifstream(folder + "/stat"), line);
+  std::istringstream fields(line.substr(line.rfind(')') + 2));
+  std::string field;
+  for (int number = 3; number <= 15 && fields >> field; ++number) {
+    if (number >= 14) effort.ticks += std::stoull(field);
+  }
+  return effort;
+}
+
+TEST_F(ToolStory, AWatchWithNothingToTellSleeps) {
+  constexpr std::chrono::seconds kInterval{3};  // the length of what is measured, no wait for anything
+  // The kernel sends device events to the network namespaces of the first user namespace only: in others nobody who
+  // attaches a device wakes the program, and nobody else mounts in this story's mount namespace.
+  const Process::Words apart{"unshare", "--user", "--map-root-user", "--net"};
+  Process::Words words = apart;
+  words.push_back("true");
+  if (run(words).exitCode != 0) GTEST_SKIP() << "needs user namespaces";
+  words = apart;
+  for (const char* word : {KMVDRIVE_PROGRAM, "watch"}) words.emplace_back(word);
+  Process watch(words);  // without activity, for which it would look every second
+  mountCard();
+  for (auto line = watch.readLine(); line && line->find("/card") == std::string::npos;)
+    line = watch.readLine();
+  const pid_t id = watch.id();
+  const std::multiset<std::string> steady{"kmvdrive", "kmvdrive",
+                                          "kmv-events"};  // the second one awaits signals
+  ASSERT_TRUE(eventually([&] { return effortOf(id).threads == steady; }))
+      << ::testing::PrintToString(effortOf(id).threads);
+  const Effort before = effortOf(id);
+  std::this_thread::sleep_for(kInterval);
+  EXPECT_EQ(effortOf(id), before);
+}
+
+#endif
+
+}  // namespace
+}  // namespace kmv::integration
