@@ -32,6 +32,7 @@ class TemporaryFolder {
   }
   void link(const std::string& name, const std::string& target) const {
     std::filesystem::create_directories((path_ / name).parent_path());
+    std::filesystem::remove(path_ / name);
     std::filesystem::create_symlink(target, path_ / name);
   }
 

@@ -35,6 +35,9 @@ class DiskArbitrationSession;
 ///          notifications on the default notification centre (docs/threads.md says which arrives where).
 /// Threads: every member may be called from any thread.
 ///          Members that wait for the arbiter queue say so and must not be called on it.
+/// Late:    a drive is announced when its disk has been identified, on Linux after five seconds at the latest. One
+///          whose disk takes longer has no "driveUUIDKey" and is named after its mount point; when the disk answers
+///          after all, the drive is removed and announced once more, with its identity and as not mounted before.
 /// Locks:   writers take all 8 units of the semaphore, then the asset queue, never the other way round;
 ///          readers take the asset queue alone.
 class KMV_EXPORT KMVDiskArbiter : public kmv::Object {

@@ -40,6 +40,7 @@ extern KMV_EXPORT const std::string_view kDiskVolumeName;
 /// "DAVolumePath": URL of the mount point.
 extern KMV_EXPORT const std::string_view kDiskURLKey;
 /// "driveUUIDKey": text, the drive's identity.
+/// Absent for a volume without a UUID, and for one whose disk did not answer in time (`KMVDiskArbiter`, Late).
 extern KMV_EXPORT const std::string_view kDiskUUIDKey;
 /// "DAMediaRemovableActual": boolean, the registry's verdict.
 /// The misspelling of the name is intended.

@@ -53,7 +53,8 @@ class FakeMachine {
     root_.link("sys/devices/virtual/block/" + upper + "/slaves/" + lower, "../../" + lower);
   }
   /// A device of a btrfs file system.
-  void member(const std::string& system, const std::string& device) {
+  void member(const std::string& system, const std::string& device, const std::string& label = "") {
+    root_.write("sys/fs/btrfs/" + system + "/label", label + "\n");
     root_.link("sys/fs/btrfs/" + system + "/devices/" + device, "../../../../class/block/" + device);
   }
   void udev(const std::string& number, const std::string& text) { root_.write("udev/data/b" + number, text); }

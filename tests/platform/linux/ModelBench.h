@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "platform/linux/session/DiskModel.h"
+#include "platform/posix/SystemFiles.h"
 
 namespace kmv::test {
 
@@ -84,6 +85,7 @@ class ModelBench {
   }
 
   std::map<DeviceNumber, BlockDevice> present;
+  bool isUnreadable = false;
   DiskModel::Clock::time_point now{};
 
  private:
@@ -132,6 +134,7 @@ class ModelBench {
     model.mountsChanged(delta);
   }
   std::optional<BlockDevice> visibleBehind(const MountEntry& entry) const {
+    if (isUnreadable) throw NotReadable("no descriptor is left");
     const DeviceNumber number = entry.device.major != 0 ? entry.device : DeviceNumber{8, 0};
     const auto found = present.find(number);
     return found == present.end() ? std::nullopt : std::optional(found->second);

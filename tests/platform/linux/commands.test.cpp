@@ -7,9 +7,15 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+
 #include <cerrno>
 #include <cstdlib>
+#include <memory>
+#include <sstream>
 #include <string>
+#include <utility>
 
 #include "platform/linux/session/Holders.h"
 #include "support/TemporaryFolder.h"
@@ -95,6 +101,29 @@ TEST_F(CommandsTest, AVolumeThatLostItsPlaceIsLeftAlone) {
   }
 }
 
+/// A table whose mounts go one report later.
+class VanishingMounts final : public MountTableWatcher {
+ public:
+  explicit VanishingMounts(MountEntry entry) : entry_(std::move(entry)) {}
+  std::optional<MountDelta> refresh(bool) override {
+    MountDelta delta;
+    if (reads_++ == 0) delta.attached = {entry_};
+    if (reads_ == 2) delta.detached = {entry_};
+    return delta;
+  }
+
+ private:
+  const MountEntry entry_;
+  int reads_ = 0;
+};
+
+TEST_F(CommandsTest, WhatSomebodyElseUnmountsMeanwhileIsUnmounted) {
+  const auto entry = parseMountLine("40 1 7:26 / /media/card rw - ext4 /dev/loop9 rw");
+  const auto table = std::make_shared<MountTable>(std::make_unique<VanishingMounts>(entry.value()),
+                                                  [](const MountEntry&, bool) { return true; });
+  EXPECT_EQ(statusOf(Commands(options_, table).unmount(card_)), dissent::kDone);
+}
+
 TEST_F(CommandsTest, ANameThatDoesNotFitOrCannotBeWrittenIsRefused) {
   write("self/mountinfo", "40 1 7:26 / /media/card rw - ext4 /dev/loop9 rw\n");
   for (const auto& [kind, most] : {std::pair<const char*, std::size_t>{"ext4", 16},
@@ -131,6 +160,20 @@ TEST_F(CommandsTest, AHolderIsFoundByTextAndMountButNotInAnotherNamespaceOrPlace
   link("3/exe", seen("/media/card/tool (deleted)"));
   link("3/ns/mnt", "mnt:[1]");
   EXPECT_EQ(findHolder(options_, card_), 3);
+  link("3/ns/mnt", "mnt:[3]");
+  EXPECT_EQ(findHolder(options_, card_), 20) << "another name space's folder of that name";
+}
+
+TEST_F(CommandsTest, AMappingOnBtrfsMayHaveTheNumberThatItsFilesHave) {
+  card_.kind = "btrfs";
+  root_.write("view/media/card/lib.so", "");
+  struct stat status {};
+  ASSERT_EQ(stat(seen("/media/card").c_str(), &status), 0);
+  std::ostringstream number;
+  number << std::hex << major(status.st_dev) << ":" << minor(status.st_dev);
+  write("100/maps",
+        "7f00-7f10 r--p 00000000 " + number.str() + " 12    " + seen("/media/card/lib.so") + "\n");
+  EXPECT_EQ(findHolder(options_, card_), 100);
 }
 
 }  // namespace

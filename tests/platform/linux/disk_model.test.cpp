@@ -137,6 +137,35 @@ TEST_F(Model, ADeviceKeptBackIsADiskWhileMounted) {
   EXPECT_THAT(bench.told(), ElementsAre("- sda /a #1"));
 }
 
+TEST_F(Model, AVolumeWhoseDeviceCannotBeReadIsToldOnceItCan) {
+  bench.does("plug sda; plug sdb; mount 10 sdb /a");
+  bench.told();
+  bench.isUnreadable = true;
+  bench.does("mount 11 btrfs:/ /b; mount 12 sdc /c; umount 12; umount 10; mount 13 sdb /d");
+  EXPECT_THAT(bench.told(), ElementsAre("~ sdb none #2 DAVolumePath")) << "a loss needs no look";
+  bench.model.readAgain();
+  EXPECT_THAT(bench.told(), IsEmpty());
+  EXPECT_TRUE(bench.model.hasUnread());
+  bench.isUnreadable = false;
+  bench.model.readAgain();
+  EXPECT_THAT(bench.told(),
+              ElementsAre("~ sda /b #1 DAVolumeKind DAVolumePath DAVolumeType", "~ sdb /d #2 DAVolumePath"));
+  EXPECT_FALSE(bench.model.hasUnread());
+}
+
+TEST_F(Model, ADiskThatIsFormattedWhileAttachedIsListedBeforeItIsMounted) {
+  BlockDevice blank = disk(0, "sda");
+  blank.facts = {};
+  bench.plug(blank);
+  bench.told();
+  bench.does("plug sda");
+  EXPECT_THAT(bench.told(), ElementsAre("- sda none #1", "+ sda none #1"));
+  bench.plug(blank);
+  bench.told();
+  bench.does("plug sda; mount 10 sda /a");
+  EXPECT_THAT(bench.told(), ElementsAre("- sda none #1", "+ sda /a #1")) << "both heard of at once";
+}
+
 TEST_F(Model, AnUnmountListsWhatBecameKnownMeanwhile) {
   bench.does("plug sda; mount 10 sda /a");
   bench.told();
@@ -184,12 +213,56 @@ TEST_F(Probes, ThatHangAreWaitedForASecond) {
   bench.does("plug sda");
   EXPECT_THAT(bench.told(), IsEmpty());
   const std::uint64_t ticket = ticketOfOnlyRequest();
-  ASSERT_EQ(bench.model.nextDeadline(), bench.now + std::chrono::seconds(1));
-  bench.now += DiskModel::kProbePatience;
+  ASSERT_EQ(bench.model.nextDeadline(), bench.now + ProbeSchedule::kPatience);
+  bench.now += ProbeSchedule::kPatience;
   EXPECT_THAT(bench.told(), ElementsAre("+ sda none #1"));
   EXPECT_FALSE(bench.model.nextDeadline());
   bench.model.probeFinished(kDisk, ticket, label("late"));
-  EXPECT_THAT(bench.told(), ElementsAre("~ sda none #1 DAVolumeName"));
+  EXPECT_THAT(bench.told(), ElementsAre("- sda none #1", "+ sda none #1"));
+}
+
+TEST_F(Probes, ThatAnswerLateBringAMountedDriveOnceMore) {
+  bench.does("plug sda; mount 10 sda /a");
+  bench.told();
+  const std::uint64_t ticket = ticketOfOnlyRequest();
+  bench.now += ProbeSchedule::kPatience;
+  EXPECT_THAT(bench.told(), ElementsAre("+ sda /a #1"));
+  bench.model.probeFinished(kDisk, ticket, label("late"));
+  EXPECT_THAT(bench.told(), ElementsAre("- sda /a #1", "+ sda /a #1"));
+  bench.does("plug sda");
+  bench.told();
+  bench.model.probeFinished(kDisk, ticketOfOnlyRequest(), label("renamed"));
+  EXPECT_THAT(bench.told(), ElementsAre("~ sda /a #1 DAVolumeName")) << "it had its identity";
+}
+
+TEST_F(Probes, ThatAreDeferredAreAskedForAgainLessAndLessOften) {
+  bench.does("plug sda");
+  bench.told();
+  for (const int milliseconds : {100, 200, 400, 800, 1600, 3200, 5000, 5000}) {
+    const std::chrono::milliseconds wait(milliseconds);
+    bench.model.probeDeferred(kDisk, ticketOfOnlyRequest(), bench.now);
+    bench.now += wait - std::chrono::milliseconds(1);
+    bench.told();
+    EXPECT_THAT(bench.model.takeProbeRequests(), IsEmpty());
+    bench.now += std::chrono::milliseconds(1);
+    bench.told();
+  }
+  bench.model.probeFinished(kDisk, ticketOfOnlyRequest(), label("unlocked"));
+  EXPECT_THAT(bench.told(), ElementsAre("- sda none #1", "+ sda none #1"));
+  EXPECT_FALSE(bench.model.nextDeadline());
+}
+
+TEST_F(Probes, AreNotMadeOfWhatUdevdHasJustDescribed) {
+  bench.model.deviceSeen(disk(0, "sda"), /*isRecordCurrent=*/true);
+  EXPECT_THAT(bench.told(), ElementsAre("+ sda none #1"));
+  EXPECT_THAT(bench.model.takeProbeRequests(), IsEmpty());
+  BlockDevice unknown = disk(1, "sdb");
+  unknown.inDatabase = false;
+  bench.model.devicesListed({disk(0, "sda"), unknown}, /*isRecordCurrent=*/true);
+  bench.told();
+  const auto requests = bench.model.takeProbeRequests();
+  ASSERT_THAT(requests, SizeIs(1));
+  EXPECT_EQ(requests.front().device.name, "sdb");
 }
 
 TEST_F(Probes, AnswerForTheMediumThatTheyWereAskedAbout) {

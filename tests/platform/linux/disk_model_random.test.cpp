@@ -167,7 +167,8 @@ class Listener {
   std::map<std::string, std::string> disks_;
 };
 
-/// One life of a machine; `probing` also lets probes answer late, or not before their time is up.
+/// One life of a machine whose devices cannot be read now and then; `probing` also lets probes answer late, not before
+/// their time is up, or be deferred.
 void live(unsigned seed, bool probing) {
   Machine machine(seed);
   ModelBench bench(probing);
@@ -184,12 +185,23 @@ void live(unsigned seed, bool probing) {
         bench.model.probeFinished(request.device.number, request.ticket, request.device.facts);
       }
     }
-    if (machine.pick(8) == 0) bench.now += DiskModel::kProbePatience;
+    for (const ProbeRequest& request : asked) {
+      if (machine.pick(4) == 0) bench.model.probeDeferred(request.device.number, request.ticket, bench.now);
+    }
+    if (machine.pick(8) == 0) bench.now += ProbeSchedule::kPatience;
+    bench.isUnreadable = machine.pick(4) == 0;
+    if (machine.pick(2) == 0) bench.model.readAgain();
   }
+  bench.isUnreadable = false;
   machine.readDevices(bench);
   machine.readMounts(bench);
-  for (const DiskEvent& event : bench.model.settle(bench.now)) listener.hear(event);
-  bench.now += DiskModel::kProbePatience;
+  bench.model.readAgain();
+  for (int i = 0; i < 2; ++i, bench.now += ProbeSchedule::kPatience) {
+    for (const DiskEvent& event : bench.model.settle(bench.now)) listener.hear(event);
+    for (const ProbeRequest& request : bench.model.takeProbeRequests()) asked.push_back(request);
+  }
+  for (const ProbeRequest& request : asked)
+    bench.model.probeFinished(request.device.number, request.ticket, request.device.facts);
   for (const DiskEvent& event : bench.model.settle(bench.now)) listener.hear(event);
   EXPECT_EQ(listener.disks(), machine.disks(bench));
   EXPECT_FALSE(bench.model.nextDeadline()) << "an idle model asks for no wake-up";

@@ -12,6 +12,7 @@
 #include "platform/linux/FakeMachine.h"
 #include "platform/linux/devices/BlockDevices.h"
 #include "platform/linux/devices/Description.h"
+#include "platform/linux/devices/Probe.h"
 #include "platform/linux/mounts/LinuxVolumes.h"
 
 namespace kmv {
@@ -122,6 +123,18 @@ TEST(Machines, LoopAndMappedDevices) {
   EXPECT_EQ(devices.readBehind(mount)->name, "dm-0");
   mount.source = "/dev/loop3:/dev/dm-0";
   EXPECT_EQ(devices.readBehind(mount)->name, "loop3");
+}
+
+TEST(Machines, ANumberThatPassedToAnotherDeviceLeadsNowhereAndAMountedPoolNeedsNoNode) {
+  FakeMachine machine;
+  machine.device("pci0/block/sda", "8:0", {{"size", "100"}});
+  machine.device("pci0/block/sda", "8:16", {{"size", "100"}});
+  const BlockDevices devices(machine.options());
+  EXPECT_FALSE(devices.read({8, 0})) << "the link is stale";
+  machine.member("aa-bb", "sda", "Pool");
+  const auto facts = probeDevice(machine.options(), {devices.read({8, 16}).value(), "btrfs"}).facts;
+  ASSERT_TRUE(facts);
+  EXPECT_EQ(facts->label + " " + facts->id, "Pool aa-bb");
 }
 
 TEST(Machines, SomeDevicesAreDisksOnlyWhileMounted) {

@@ -7,6 +7,9 @@
 
 #include "platform/linux/FakeMachine.h"
 #include "platform/linux/LinuxPlatform.h"
+#include "platform/linux/ModelBench.h"
+#include "platform/linux/session/DeviceFollower.h"
+#include "support/DescriptorLimit.h"
 #include "support/Process.h"
 #include "support/SessionRecorder.h"
 
@@ -32,6 +35,30 @@ TEST(LinuxSession, ReportsEverythingThatIsThere) {
   // The partition has no udev record, and its node cannot be read: it is described by what is known.
   EXPECT_THAT(recorder.lines(),
               ::testing::UnorderedElementsAre("appeared sda1 /", "appeared sda none", "appeared ? /f"));
+}
+
+TEST(DeviceFollower, WithoutDescriptorsEveryDeviceStaysAsItWasAndIsReadAgainLater) {
+  FakeMachine machine;
+  machine.device("pci0/block/sda", "8:0", {{"size", "4096"}, {"diskseq", "1"}});
+  ModelBench bench;
+  DeviceFollower devices(machine.options(), bench.model);
+  {
+    const DescriptorLimit none(0);
+    devices.list();
+    EXPECT_TRUE(devices.hasUnread());
+  }
+  devices.readAgain();
+  EXPECT_THAT(bench.told(), ::testing::ElementsAre("+ sda none #1"));
+  {
+    const DescriptorLimit none(0);
+    devices.list();
+    EXPECT_THROW(BlockDevices(machine.options()).read({8, 0}), NotReadable);
+  }
+  EXPECT_THAT(bench.told(), ::testing::IsEmpty());
+  machine.device("pci0/block/sda", "8:0", {{"size", "0"}});
+  devices.readAgain();
+  EXPECT_FALSE(devices.hasUnread());
+  EXPECT_THAT(bench.told(), ::testing::ElementsAre("- sda none #1"));
 }
 
 }  // namespace

@@ -21,6 +21,17 @@ bool isMemoryDisk(std::string_view name) {
   return false;
 }
 
+/// Where sysfs writes "!" in a name, the node is in a folder.
+std::string nodeOf(std::string_view name) {
+  std::string node(name);
+  std::replace(node.begin(), node.end(), '!', '/');
+  return node;
+}
+
+bool isWholeDisk(const std::string& folder) {
+  return readAttribute(folder + "/partition").empty();
+}
+
 }  // namespace
 
 SignatureFacts factsOf(const UdevProperties& properties) {
@@ -84,17 +95,18 @@ std::optional<BlockDevice> BlockDevices::readNamed(const std::string& name) cons
 std::optional<BlockDevice> BlockDevices::readFolder(const std::string& folder) const {
   BlockDevice device;
   device.readAt = readNumber(sysRoot_ + "/kernel/uevent_seqnum");
-  const auto number = parseDeviceNumber(readAttribute(folder + "/dev"));
-  device.bytes = readNumber(folder + "/size") * kSectorBytes;
+  device.whole = isWholeDisk(folder);
+  const auto number = parseDeviceNumber(requireAttribute(folder + "/dev"));
+  device.bytes = parseNumber(requireAttribute(folder + "/size")).value_or(0) * kSectorBytes;
   if (!number || device.bytes == 0) return std::nullopt;
   device.number = *number;
   device.name = lastComponent(folder);
-  device.node = device.name;
-  std::replace(device.node.begin(), device.node.end(), '!', '/');
-  device.whole = readAttribute(folder + "/partition").empty();
+  device.node = nodeOf(device.name);
+  device.offset = readNumber(folder + "/start") * kSectorBytes;
   const std::string wholeFolder(device.whole ? std::string_view(folder) : parentFolder(folder));
   // A loop device that is detached leaves its partitions behind.
   if (!device.whole && readNumber(wholeFolder + "/size") == 0) return std::nullopt;
+  device.wholeNode = nodeOf(lastComponent(wholeFolder));
 
   const UdevProperties properties = readUdev(device.number, device.inDatabase);
   device.facts = factsOf(properties);
@@ -106,7 +118,8 @@ std::optional<BlockDevice> BlockDevices::readFolder(const std::string& folder) c
   device.reportUnmounted = !keptBack && !noDisc && !hidden && !isMemoryDisk(device.name);
   device.sysfsFacts = readSysfsFacts(sysfsFacts(), folder, wholeFolder);
   readWholeDisk(wholeFolder, device);
-  return device;
+  // A partition that goes and comes in between looks like a whole disk meanwhile (a race); its coming is announced.
+  return device.whole == isWholeDisk(folder) ? std::optional(std::move(device)) : std::nullopt;
 }
 
 void BlockDevices::readWholeDisk(const std::string& folder, BlockDevice& device) const {

@@ -36,7 +36,9 @@ struct BlockDevice {
   std::string name;          ///< the kernel's: "sda1"
   std::string node;          ///< below /dev: the name, with "/" where sysfs writes "!"
   DeviceNumber wholeNumber;  ///< its own when it is a whole disk
+  std::string wholeNode;     ///< the same for the node
   bool whole = true;
+  std::uint64_t offset = 0;  ///< of a partition: the bytes of its disk before it
   std::uint64_t bytes = 0;
   std::uint64_t mediumSequence = 0;  ///< of the whole disk; new with each medium; 0 before kernel 5.15
   std::int64_t unit = 0;
@@ -51,7 +53,8 @@ struct BlockDevice {
   std::uint64_t readAt = 0;      ///< the kernel's event count just before this was read; 0 when unknown
 };
 
-/// Reads block devices from sysfs and udev's database. Touches no device node. Immutable: any thread.
+/// Reads block devices from sysfs and udev's database. Touches no device node. Immutable: any thread. Failure: throws
+/// `NotReadable` when it cannot be known whether a device is there or what it is, since no descriptor is left, say.
 class BlockDevices {
  public:
   explicit BlockDevices(const LinuxOptions& options);

@@ -31,6 +31,7 @@ class KernelMonitor final : public DeviceMonitor {
       socket_.reset();
   }
 
+  bool followsRecords() const override { return false; }
   int descriptor() const override { return socket_.get(); }
 
   News drain() override {

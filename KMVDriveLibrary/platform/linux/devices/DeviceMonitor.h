@@ -19,6 +19,9 @@ class DeviceMonitor {
 
   virtual ~DeviceMonitor() = default;
 
+  /// True when udev's record of a device is written before its event arrives here: no look at the device itself is needed.
+  virtual bool followsRecords() const = 0;
+
   /// Polls readable while events are pending; -1 where none can be received.
   virtual int descriptor() const = 0;
 

@@ -14,15 +14,31 @@ LinuxIORegistry::LinuxIORegistry(const LinuxOptions& options, std::shared_ptr<Mo
       blockFolder_(options.sysRoot + "/class/block/"),
       below_(options, mounts_) {}
 
+namespace {
+
+/// Best effort, as the seam has no answer for "cannot be known now": nothing.
+template <typename Read>
+auto orNothing(const Read& read) -> decltype(read()) try {
+  return read();
+} catch (const NotReadable&) {
+  return {};
+}
+
+}  // namespace
+
 std::optional<StorageDevice> LinuxIORegistry::wholeDisk(const std::string& name) {
-  return below_.wholeDiskOf(name);
+  return orNothing([&] { return below_.wholeDiskOf(name); });
 }
 
 std::vector<StorageDevice> LinuxIORegistry::physicalDisks(const std::string& name) {
-  return below_.below(name);
+  return orNothing([&] { return below_.below(name); });
 }
 
 std::vector<IOService> LinuxIORegistry::servicesMatchingBSDName(const std::string& name) {
+  return orNothing([&] { return servicesNamed(name); });
+}
+
+std::vector<IOService> LinuxIORegistry::servicesNamed(const std::string& name) const {
   if (name.empty() || name.find('/') != std::string::npos) return {};
   const std::string folder = blockFolder_ + name;
   if (readAttribute(folder + "/dev").empty()) return {};

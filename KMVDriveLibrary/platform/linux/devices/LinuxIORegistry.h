@@ -20,6 +20,8 @@ class LinuxIORegistry final : public IORegistry {
   std::unique_ptr<DriveStatisticsReader> makeStatisticsReader() override;
 
  private:
+  std::vector<IOService> servicesNamed(const std::string& name) const;
+
   LinuxOptions options_;
   std::shared_ptr<MountTable> mounts_;
   std::string blockFolder_;

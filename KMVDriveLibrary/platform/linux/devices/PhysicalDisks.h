@@ -21,7 +21,7 @@ struct SpanningSystem {
 };
 
 /// Follows sysfs down from a block device to the disks that stand on nothing else. Opens no device and
-/// touches no volume. Any thread.
+/// touches no volume. Failure: throws `NotReadable`, as `BlockDevices` does. Any thread.
 class PhysicalDisks {
  public:
   PhysicalDisks(const LinuxOptions& options, std::shared_ptr<MountTable> mounts);

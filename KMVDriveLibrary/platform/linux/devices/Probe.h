@@ -17,9 +17,16 @@ struct ProbeRequest {
   std::uint64_t ticket = 0;
 };
 
-/// Reads what a device's first blocks say; none when the node cannot be read, so that nothing is known. Opens
-/// the device for reading only, since the end of a writer makes udevd announce a change. Any thread; a sick
-/// device can keep it for ever.
-std::optional<SignatureFacts> probeDevice(const LinuxOptions& options, const ProbeRequest& request);
+/// What a probe came to.
+struct ProbeResult {
+  std::optional<SignatureFacts> facts;  ///< none when the node cannot be read, so that nothing is known
+  bool isDeferred = false;  ///< another program has locked the disk, or no descriptor is left: to be retried
+};
+
+/// Reads what a device's first blocks say. Keeps the documented rule for probing block devices: a shared BSD lock on the
+/// whole disk, or nothing is read. A partition that is not mounted is read through its disk, since an open partition
+/// makes its deletion and the rereading of the partition table fail with EBUSY. Opens for reading only, since the end
+/// of a writer makes udevd announce a change. Any thread; a sick device can keep it for ever.
+ProbeResult probeDevice(const LinuxOptions& options, const ProbeRequest& request);
 
 }  // namespace kmv

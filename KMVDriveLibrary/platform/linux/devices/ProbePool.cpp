@@ -25,15 +25,15 @@ struct ProbePool::State {
   std::vector<ProbeAnswer> answers KMV_GUARDED_BY(mutex);
   int threads KMV_GUARDED_BY(mutex) = 0;
 
-  void answer(const ProbeRequest& request, std::optional<SignatureFacts> facts) KMV_REQUIRES(mutex) {
-    answers.push_back({request.device.number, request.ticket, std::move(facts)});
+  void answer(const ProbeRequest& request, ProbeResult result) KMV_REQUIRES(mutex) {
+    answers.push_back({request.device.number, request.ticket, std::move(result)});
     if (finished) finished();
   }
 
-  /// The first request whose device is not being probed.
+  /// The first request whose disk is not being probed: partitions of one sick disk keep one thread only.
   std::optional<ProbeRequest> takeNext() KMV_REQUIRES(mutex) {
     for (auto request = waiting.begin(); request != waiting.end(); ++request) {
-      if (!running.insert(request->device.number).second) continue;
+      if (!running.insert(request->device.wholeNumber).second) continue;
       ProbeRequest next = std::move(*request);
       waiting.erase(request);
       return next;
@@ -66,8 +66,9 @@ void ProbePool::start(std::vector<ProbeRequest> requests) {
     ++state.threads;
   }
   if (state.threads > 0) return;
-  // No thread can be started: nothing is known of the devices then.
-  for (const ProbeRequest& request : std::exchange(state.waiting, {})) state.answer(request, std::nullopt);
+  // No thread can be started.
+  for (const ProbeRequest& request : std::exchange(state.waiting, {}))
+    state.answer(request, {std::nullopt, /*isDeferred=*/true});
 }
 
 /// False when the system has no thread left.
@@ -84,10 +85,10 @@ void ProbePool::work(State& state) {
   MutexLock lock(state.mutex);
   while (auto request = state.takeNext()) {
     lock.unlock();
-    auto facts = state.probe(*request);
+    ProbeResult result = state.probe(*request);
     lock.lock();
-    state.running.erase(request->device.number);
-    state.answer(*request, std::move(facts));
+    state.running.erase(request->device.wholeNumber);
+    state.answer(*request, std::move(result));
   }
   --state.threads;
 }

@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <vector>
 
 #include "platform/linux/devices/Probe.h"
@@ -14,16 +13,16 @@ namespace kmv {
 struct ProbeAnswer {
   DeviceNumber number;
   std::uint64_t ticket = 0;
-  std::optional<SignatureFacts> facts;
+  ProbeResult result;
 };
 
-/// Runs probes beside the caller, at most `kMostAtOnce` at a time and one for each device. Threads exist only
+/// Runs probes beside the caller, at most `kMostAtOnce` at a time and one for each whole disk. Threads exist only
 /// while there are probes; one that hangs in the kernel outlives the pool. Threads: one at a time, except
 /// `finished`, which is called on the probes' threads.
 class ProbePool {
  public:
   static constexpr int kMostAtOnce = 8;
-  using Probe = std::function<std::optional<SignatureFacts>(const ProbeRequest&)>;
+  using Probe = std::function<ProbeResult(const ProbeRequest&)>;
 
   /// `finished` tells that answers wait. It is never called again once the destructor returned.
   ProbePool(Probe probe, std::function<void()> finished);

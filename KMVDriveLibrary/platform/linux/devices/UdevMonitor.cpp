@@ -31,6 +31,7 @@ class UdevMonitor final : public DeviceMonitor {
  public:
   UdevMonitor(Udev udev, Monitor monitor) : udev_(std::move(udev)), monitor_(std::move(monitor)) {}
 
+  bool followsRecords() const override { return true; }
   int descriptor() const override { return udev_monitor_get_fd(monitor_.get()); }
 
   News drain() override {

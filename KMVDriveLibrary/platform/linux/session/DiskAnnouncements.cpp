@@ -20,6 +20,10 @@ void DiskAnnouncements::changed(AnnouncedDisk& disk, Dictionary now, const Mount
   ChangedKeys sinceTold = differingKeys(disk.told, now);
   if (sinceTold.empty()) return noteMounted(disk.told, mount);  // it may be another mount of the same
   const bool pathChanged = std::find(sinceTold.begin(), sinceTold.end(), key::kVolumePath) != sinceTold.end();
+  if (isToReappear(disk, pathChanged)) {
+    disappeared(disk);
+    return appeared(disk, std::move(now), mount);
+  }
   // Whoever heard only of paths is told everything that differs since then; a value that came back counts as
   // changed too where nothing else is left to tell.
   ChangedKeys keys = differingKeys(disk.baseline, now);
@@ -29,6 +33,12 @@ void DiskAnnouncements::changed(AnnouncedDisk& disk, Dictionary now, const Mount
   disk.told = now;
   if (pathChanged) disk.baseline = now;
   events_.push_back({DiskEvent::Kind::changed, std::move(now), std::move(keys)});
+}
+
+bool DiskAnnouncements::isToReappear(const AnnouncedDisk& disk, bool pathChanged) {
+  const bool wasMounted = disk.told.contains(key::kVolumePath);
+  const bool wasListed = wasMounted || disk.told.contains(key::kVolumeMountable);
+  return !wasListed || (!pathChanged && (!wasMounted || disk.isProvisional));
 }
 
 void DiskAnnouncements::disappeared(const AnnouncedDisk& disk) {

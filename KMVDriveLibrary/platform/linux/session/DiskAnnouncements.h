@@ -25,8 +25,9 @@ struct AnnouncedDisk {
   double appearanceTime = 0;
   std::optional<InstanceKey> instance;  ///< what is mounted; none for the unmounted disk of a device
   std::string point;
-  Dictionary told;      ///< as last announced
-  Dictionary baseline;  ///< as at its last event that brought or took a path
+  bool isProvisional = false;  ///< its probe had not answered when it was announced
+  Dictionary told;             ///< as last announced
+  Dictionary baseline;         ///< as at its last event that brought or took a path
 };
 
 /// A drive as it was last told, and the mount by which it is known.
@@ -40,7 +41,10 @@ struct MountedDisk {
 class DiskAnnouncements {
  public:
   void appeared(AnnouncedDisk& disk, Dictionary description, const MountEntry* mount);
-  /// Nothing is told when the description is as it was.
+  /// Nothing is told when the description is as it was. By the library's contract the registry ignores a change that
+  /// neither brings nor takes a path, and one of a disk that it did not list since it was not mountable. Where that
+  /// would keep an identity from hosts for ever, the disk disappears and appears instead, with its appearance time:
+  /// one without a path, of which hosts hear nothing, and one that was announced provisionally.
   void changed(AnnouncedDisk& disk, Dictionary description, const MountEntry* mount);
   void disappeared(const AnnouncedDisk& disk);
 
@@ -50,6 +54,7 @@ class DiskAnnouncements {
   const MountedDisk* diskAt(const std::string& point) const;
 
  private:
+  static bool isToReappear(const AnnouncedDisk& disk, bool pathChanged);
   void noteMounted(const Dictionary& description, const MountEntry* mount);
   void noteUnmounted(const Dictionary& description);
 

@@ -6,6 +6,7 @@
 
 #include "platform/linux/devices/Description.h"
 #include "platform/linux/mounts/VolumeRules.h"
+#include "platform/posix/SystemFiles.h"
 
 namespace kmv {
 
@@ -18,9 +19,6 @@ struct DiskModel::Storage {
   std::set<SuperblockKey> superblocks;
   std::vector<AnnouncedDisk> disks;
   std::map<InstanceKey, double> moving;  // appearance times of disks between their old path and their new one
-  std::uint64_t ticket = 0;              // of the probe whose answer counts; 0 for none
-  bool awaitsProbe = false;
-  std::optional<Clock::time_point> deadline;
 
   bool reportsUnmounted() const { return device && device->reportUnmounted; }
 };
@@ -35,17 +33,22 @@ DiskModel::Storage& DiskModel::storageFor(const StorageKey& key) {
   return storage;
 }
 
-void DiskModel::deviceSeen(BlockDevice device) {
+void DiskModel::deviceSeen(BlockDevice device, bool isRecordCurrent) {
   forgetMedium(device, nullptr);
   Storage& storage = storageFor(keyOf(device.number));
-  setDevice(storage, std::move(device), /*probe=*/true);
+  const bool probe = !(isRecordCurrent && device.inDatabase);
+  if (!probe) {
+    storage.probed.reset();
+    probes_.forget(device.number);
+  }
+  setDevice(storage, std::move(device), probe);
 }
 
 void DiskModel::setDevice(Storage& storage, BlockDevice device, bool probe) {
   if (!device.whole) partitions_[device.wholeNumber].insert(device.number);
   if (startingUp_ && device.inDatabase) probe = false;
+  if (probe && outside_.probing) probes_.want(device.number);
   storage.device = std::move(device);
-  if (probe) wantProbe(storage);
 }
 
 /// A device that came back with another medium was away in between, and with it the partitions of the old
@@ -83,14 +86,14 @@ void DiskModel::deviceRemovedAt(DeviceNumber number, std::uint64_t sequence) {
   if (sequence == 0 || readAt < sequence) deviceRemoved(number);
 }
 
-void DiskModel::devicesListed(std::vector<BlockDevice> devices) {
+void DiskModel::devicesListed(std::vector<BlockDevice> devices, bool isRecordCurrent) {
   std::set<DeviceNumber> gone;
   for (const auto& [key, storage] : storages_) {
     if (storage.device) gone.insert(key.device);
   }
   for (const BlockDevice& device : devices) gone.erase(device.number);
   for (const DeviceNumber number : gone) deviceRemoved(number);
-  for (BlockDevice& device : devices) deviceSeen(std::move(device));
+  for (BlockDevice& device : devices) deviceSeen(std::move(device), isRecordCurrent);
 }
 
 /// Announces the end of everything on a storage, with paths as they were. Its mounts outlive it, and their
@@ -106,15 +109,15 @@ void DiskModel::forget(const StorageKey& key, const SuperblockKey* stays) {
     if (stays != nullptr && superblock == *stays) continue;
     tree_.retire(superblock);
     bindings_.erase(superblock);
+    unread_.erase(superblock);
   }
   if (storage.device && !storage.device->whole) {
     const auto siblings = partitions_.find(storage.device->wholeNumber);
     if (siblings != partitions_.end()) siblings->second.erase(storage.device->number);
     if (siblings != partitions_.end() && siblings->second.empty()) partitions_.erase(siblings);
   }
-  if (storage.deadline) deadlines_.erase({*storage.deadline, key});
+  if (storage.device) probes_.forget(storage.device->number);
   dirty_.erase(key);
-  unasked_.erase(key);
   storages_.erase(found);
 }
 
@@ -156,7 +159,7 @@ void DiskModel::updateBinding(const SuperblockKey& superblock,
 /// Looks at the device again: anything could have happened to it, even if its events are still under way.
 void DiskModel::bind(const SuperblockKey& superblock, Binding& binding, bool wasBound, bool probe) {
   if (wasBound) release(superblock, binding);
-  auto device = deviceBehind(binding.mounts.begin()->second);
+  auto device = deviceBehind(superblock, binding.mounts.begin()->second);
   if (device) forgetMedium(*device, &superblock);
   binding.storage = device ? keyOf(device->number) : superblock;
   Storage& storage = storageFor(binding.storage);
@@ -174,12 +177,40 @@ void DiskModel::release(const SuperblockKey& superblock, const Binding& binding)
   std::erase_if(storage.mounts, [&](const auto& entry) { return entry.first.superblock == superblock; });
 }
 
-std::optional<BlockDevice> DiskModel::deviceBehind(const MountEntry& mount) const {
+std::optional<BlockDevice> DiskModel::deviceBehind(const SuperblockKey& superblock, const MountEntry& mount) {
+  unread_.erase(superblock);
   if (!isBlockBacked(mount)) return std::nullopt;
-  const auto known = storages_.find(keyOf(mount.device));
+  const auto found = storages_.find(keyOf(mount.device));
+  const auto known = found == storages_.end() ? std::nullopt : found->second.device;
   // At the start all devices were read a moment ago.
-  if (startingUp_ && known != storages_.end() && known->second.device) return known->second.device;
-  return outside_.deviceBehind(mount);
+  if (startingUp_ && known) return known;
+  try {
+    return outside_.deviceBehind(mount);
+  } catch (const NotReadable&) {
+    unread_.insert(superblock);
+    return known;
+  }
+}
+
+void DiskModel::readAgain() {
+  for (const SuperblockKey& superblock : std::set(unread_)) {
+    Binding& binding = bindings_.at(superblock);
+    bind(superblock, binding, /*wasBound=*/true, /*probe=*/true);
+    Storage& storage = storageFor(binding.storage);
+    for (const auto& [root, mount] : binding.mounts)
+      storage.mounts.insert_or_assign(InstanceKey{superblock, root}, mount);
+  }
+}
+
+bool DiskModel::isUnanswered(const Storage& storage) const {
+  return storage.device && probes_.isUnanswered(storage.device->number);
+}
+
+/// Nothing new is told of a storage while its identity is being found out.
+bool DiskModel::isWithheld(const Storage& storage) const {
+  const bool awaitsProbe = storage.device && probes_.isAwaited(storage.device->number);
+  return awaitsProbe || std::any_of(storage.superblocks.begin(), storage.superblocks.end(),
+                                    [&](const auto& key) { return unread_.contains(key); });
 }
 
 void DiskModel::unbind(const SuperblockKey& superblock) {
@@ -187,63 +218,42 @@ void DiskModel::unbind(const SuperblockKey& superblock) {
   if (const auto storage = storages_.find(binding->second.storage); storage != storages_.end()) {
     storage->second.superblocks.erase(superblock);
   }
+  unread_.erase(superblock);
   bindings_.erase(binding);
-}
-
-void DiskModel::wantProbe(Storage& storage) {
-  if (!outside_.probing) return;
-  storage.awaitsProbe = true;
-  storage.ticket = ++lastTicket_;
-  unasked_.insert(storage.key);
 }
 
 std::vector<ProbeRequest> DiskModel::takeProbeRequests() {
   std::vector<ProbeRequest> requests;
-  for (const StorageKey& key : std::exchange(unasked_, {})) {
-    const auto found = storages_.find(key);
-    if (found == storages_.end() || !found->second.device) continue;
-    const Storage& storage = found->second;
+  for (const auto& [number, ticket] : probes_.takeWanted()) {
+    const Storage& storage = storages_.at(keyOf(number));
     const std::string kind = storage.mounts.empty() ? std::string() : storage.mounts.begin()->second.kind;
-    requests.push_back({*storage.device, kind, storage.ticket});
+    requests.push_back({*storage.device, kind, ticket});
   }
   return requests;
 }
 
 void DiskModel::probeFinished(DeviceNumber number, std::uint64_t ticket,
                               std::optional<SignatureFacts> facts) {
-  const auto found = storages_.find(keyOf(number));
-  if (found == storages_.end() || found->second.ticket != ticket)
-    return;  // another medium, or asked again since
-  Storage& storage = storageFor(found->first);
-  storage.awaitsProbe = false;
+  if (!probes_.finished(number, ticket)) return;
+  Storage& storage = storageFor(keyOf(number));
   if (facts && facts->partitionType.empty()) facts->partitionType = storage.device->facts.partitionType;
   storage.probed = std::move(facts);
 }
 
-std::optional<DiskModel::Clock::time_point> DiskModel::nextDeadline() const {
-  return deadlines_.empty() ? std::nullopt : std::optional(deadlines_.begin()->first);
+void DiskModel::probeDeferred(DeviceNumber number, std::uint64_t ticket, Clock::time_point now) {
+  probes_.deferred(number, ticket, now);
 }
 
 std::vector<DiskEvent> DiskModel::settle(Clock::time_point now) {
-  while (!deadlines_.empty() && deadlines_.begin()->first <= now) {
-    const StorageKey key = deadlines_.begin()->second;
-    deadlines_.erase(deadlines_.begin());
-    Storage& storage = storageFor(key);
-    storage.deadline.reset();
-    storage.awaitsProbe = false;  // what the probe says later is told as a change
-  }
+  for (const DeviceNumber number : probes_.passDeadlines(now)) storageFor(keyOf(number));
   std::vector<StorageKey> ready;
   for (const StorageKey& key : std::exchange(dirty_, {})) {
     Storage& storage = storages_.at(key);
-    if (storage.awaitsProbe && !storage.deadline) {
-      storage.deadline = now + kProbePatience;
-      deadlines_.insert({*storage.deadline, key});
-    }
-    if (!storage.awaitsProbe && storage.deadline) {
-      deadlines_.erase({*std::exchange(storage.deadline, std::nullopt), key});
-    }
-    tellLosses(storage, storage.awaitsProbe);
-    if (!storage.awaitsProbe) ready.push_back(key);
+    const bool withheld = isWithheld(storage);
+    if (storage.device && probes_.isAwaited(storage.device->number))
+      probes_.await(storage.device->number, now);
+    tellLosses(storage, withheld);
+    if (!withheld) ready.push_back(key);
   }
   for (const StorageKey& key : ready) {
     Storage& storage = storages_.at(key);
@@ -307,6 +317,7 @@ void DiskModel::tellGains(Storage& storage) {
 
 void DiskModel::tellChange(const Storage& storage, AnnouncedDisk& disk, const MountEntry* mount) {
   announcements_.changed(disk, describe(storage, mount, disk.appearanceTime), mount);
+  disk.isProvisional = isUnanswered(storage);
 }
 
 void DiskModel::tellAppeared(Storage& storage, const InstanceKey* instance, const MountEntry* mount) {
@@ -315,15 +326,16 @@ void DiskModel::tellAppeared(Storage& storage, const InstanceKey* instance, cons
   disk.appearanceTime = moved == storage.moving.end() ? outside_.nextAppearanceTime() : moved->second;
   if (instance != nullptr) disk.instance = *instance;
   if (mount != nullptr) disk.point = mount->point;
+  disk.isProvisional = isUnanswered(storage);
   announcements_.appeared(disk, describe(storage, mount, disk.appearanceTime), mount);
   storage.disks.push_back(std::move(disk));
 }
 
 bool DiskModel::isAwaitedAt(const std::string& point) const {
-  return std::any_of(deadlines_.begin(), deadlines_.end(), [&](const auto& deadline) {
-    const auto storage = storages_.find(deadline.second);
-    return storage != storages_.end() &&
-           std::any_of(storage->second.mounts.begin(), storage->second.mounts.end(),
+  const std::vector<DeviceNumber> awaited = probes_.awaited();
+  return std::any_of(awaited.begin(), awaited.end(), [&](DeviceNumber number) {
+    const auto& mounts = storages_.at(keyOf(number)).mounts;
+    return std::any_of(mounts.begin(), mounts.end(),
                        [&](const auto& mount) { return mount.second.point == point; });
   });
 }

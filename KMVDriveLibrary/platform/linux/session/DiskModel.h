@@ -3,7 +3,6 @@
 
 #include <KMVDriveLibrary/Disk.h>
 
-#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -16,6 +15,7 @@
 #include "platform/linux/devices/Probe.h"
 #include "platform/linux/mounts/MountTree.h"
 #include "platform/linux/session/DiskAnnouncements.h"
+#include "platform/linux/session/ProbeSchedule.h"
 
 namespace kmv {
 
@@ -30,15 +30,12 @@ namespace kmv {
 /// time. Makes no system call.
 class DiskModel {
  public:
-  using Clock = std::chrono::steady_clock;
-
-  /// How long a disk that is to be announced waits for its own probe.
-  static constexpr std::chrono::seconds kProbePatience{1};
+  using Clock = ProbeSchedule::Clock;
 
   /// What the model asks others. Each is called at most a few times for each difference that concerns it.
   struct Outside {
-    std::function<std::optional<BlockDevice>(const MountEntry&)>
-        deviceBehind;  ///< none: not visible from here
+    /// None: not visible from here. Throws `NotReadable` when that cannot be known now.
+    std::function<std::optional<BlockDevice>(const MountEntry&)> deviceBehind;
     MountTree::IsDirectory isDirectory;
     std::function<double()> nextAppearanceTime;  ///< never the same twice
     bool probing = true;
@@ -47,20 +44,27 @@ class DiskModel {
   explicit DiskModel(Outside outside);
   ~DiskModel();
 
-  /// A device that is there now: new, changed or as it was.
-  void deviceSeen(BlockDevice device);
+  /// A device that is there now: new, changed or as it was. It is probed unless udev's record of it is up to date.
+  void deviceSeen(BlockDevice device, bool isRecordCurrent = false);
   /// A device that is gone, or has no medium any more; its partitions go with it.
   void deviceRemoved(DeviceNumber number);
   /// The removal that the kernel counted as event `sequence`; nothing happens when the device was seen after
   /// it.
   void deviceRemovedAt(DeviceNumber number, std::uint64_t sequence);
   /// All devices that are there now, when events were lost.
-  void devicesListed(std::vector<BlockDevice> devices);
+  void devicesListed(std::vector<BlockDevice> devices, bool isRecordCurrent = false);
 
   void mountsChanged(const MountDelta& delta);
 
   /// The answer to a probe request; none when the node could not be read.
   void probeFinished(DeviceNumber number, std::uint64_t ticket, std::optional<SignatureFacts> facts);
+  /// The probe was not possible yet: it is asked for again after a while.
+  void probeDeferred(DeviceNumber number, std::uint64_t ticket, Clock::time_point now);
+
+  /// True while a mounted volume is withheld since the device behind it could not be read.
+  bool hasUnread() const { return !unread_.empty(); }
+  /// Reads the devices behind those volumes again.
+  void readAgain();
 
   /// From now on a device that is seen is probed even when udev knows it: its record may be older than the
   /// medium's content.
@@ -77,7 +81,7 @@ class DiskModel {
   std::vector<ProbeRequest> takeProbeRequests();
 
   /// When `settle` is to be called again though nothing happened; none mostly.
-  std::optional<Clock::time_point> nextDeadline() const;
+  std::optional<Clock::time_point> nextDeadline() const { return probes_.nextDeadline(); }
 
  private:
   struct Storage;
@@ -92,13 +96,14 @@ class DiskModel {
   Storage& storageFor(const StorageKey& key);
   void updateBinding(const SuperblockKey& superblock, const std::vector<const VolumeChange*>& changes);
   void bind(const SuperblockKey& superblock, Binding& binding, bool wasBound, bool probe);
+  bool isWithheld(const Storage& storage) const;
+  bool isUnanswered(const Storage& storage) const;
   void release(const SuperblockKey& superblock, const Binding& binding);
-  std::optional<BlockDevice> deviceBehind(const MountEntry& mount) const;
+  std::optional<BlockDevice> deviceBehind(const SuperblockKey& superblock, const MountEntry& mount);
   void unbind(const SuperblockKey& superblock);
   void forgetMedium(const BlockDevice& newer, const SuperblockKey* stays);
   void forget(const StorageKey& key, const SuperblockKey* stays);
   void setDevice(Storage& storage, BlockDevice device, bool probe);
-  void wantProbe(Storage& storage);
 
   void tellLosses(Storage& storage, bool withheld);
   void tellGains(Storage& storage);
@@ -110,13 +115,12 @@ class DiskModel {
   Outside outside_;
   MountTree tree_;
   bool startingUp_ = true;
-  std::uint64_t lastTicket_ = 0;
   std::map<StorageKey, Storage> storages_;
   std::map<SuperblockKey, Binding> bindings_;
   std::map<DeviceNumber, std::set<DeviceNumber>> partitions_;  // by whole disk
   std::set<StorageKey> dirty_;
-  std::set<StorageKey> unasked_;  // want a probe that was not handed out
-  std::set<std::pair<Clock::time_point, StorageKey>> deadlines_;
+  std::set<SuperblockKey> unread_;  // the device behind them could not be read
+  ProbeSchedule probes_;
   DiskAnnouncements announcements_;
 };
 

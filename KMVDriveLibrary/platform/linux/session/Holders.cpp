@@ -113,13 +113,15 @@ class Scan {
 
 }  // namespace
 
-std::optional<pid_t> findHolder(const LinuxOptions& options, const TargetVolume& volume) {
+std::optional<pid_t> findHolder(const LinuxOptions& options, const TargetVolume& volume) try {
   const Scan scan(options, volume);
   const std::vector<pid_t> ids = listProcesses(options.procRoot);
   const auto open = std::find_if(ids.begin(), ids.end(), [&](pid_t id) { return scan.usesOpenly(id); });
   if (open != ids.end()) return *open;
   const auto mapping = std::find_if(ids.begin(), ids.end(), [&](pid_t id) { return scan.maps(id); });
   return mapping == ids.end() ? std::nullopt : std::optional(*mapping);
+} catch (const NotReadable&) {
+  return std::nullopt;  // best effort: the refusal itself counts
 }
 
 }  // namespace kmv

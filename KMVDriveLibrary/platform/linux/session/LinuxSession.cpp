@@ -7,9 +7,9 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
-#include <map>
 #include <utility>
 
 #include "base/Degradation.h"
@@ -19,6 +19,7 @@
 #include "platform/linux/mounts/VolumeRules.h"
 #include "platform/linux/queues/Threads.h"
 #include "platform/linux/session/AppearanceClock.h"
+#include "platform/posix/SystemFiles.h"
 
 namespace kmv {
 namespace {
@@ -114,10 +115,8 @@ void LinuxSession::registerCallbacks(const DiskCallbacks& callbacks, void* conte
   if (!wake_ || !poll_) fatal("no descriptors are left for a disk arbitration session");
   // Subscribe first, enumerate second, so that no event is lost: what happens in between is seen twice, and
   // the difference is empty then.
-  monitor_ = makeDeviceMonitor(options_);
   mountNews_ = std::make_unique<MountFollower>(mounts_);
   watch(poll_, wake_.get(), EPOLLIN);
-  watch(poll_, monitor_->descriptor(), EPOLLIN);
   watch(poll_, mountReports_.descriptor(), mountReports_.epollEvents());
   probes_ = std::make_unique<ProbePool>(
       [options = options_](const ProbeRequest& request) { return probeDevice(options, request); },
@@ -128,6 +127,8 @@ void LinuxSession::registerCallbacks(const DiskCallbacks& callbacks, void* conte
                            return pointIsDirectory(options_.view(), mount, isLocal);
                          },
                          nextAppearanceTime, options_.probing});
+  deviceNews_ = std::make_unique<DeviceFollower>(options_, *model_);
+  watch(poll_, deviceNews_->descriptor(), EPOLLIN);
   thread_ = startThread("kmv-events", [this] { run(); });
   const MutexLock lock(questionsMutex_);
   listens_ = true;
@@ -198,9 +199,14 @@ LinuxSession::FoundDisk LinuxSession::describeWithoutListening(const std::string
     });
   });
   if (!mount) return std::nullopt;
-  auto device = isBlockBacked(*mount) ? devices_.readBehind(*mount) : std::nullopt;
+  std::optional<BlockDevice> device;
+  try {
+    if (isBlockBacked(*mount)) device = devices_.readBehind(*mount);
+  } catch (const NotReadable&) {
+    return std::nullopt;  // rather none than one that is described wrongly
+  }
   if (device && options_.probing) {
-    if (auto facts = probeDevice(options_, {*device, mount->kind})) device->facts = std::move(*facts);
+    if (auto facts = probeDevice(options_, {*device, mount->kind}).facts) device->facts = std::move(*facts);
   }
   Dictionary description = describeDisk(device ? &*device : nullptr, &*mount, nextAppearanceTime());
   return MountedDisk{std::move(description), std::move(*mount)};
@@ -222,11 +228,15 @@ void LinuxSession::takeQuestions() {
 void LinuxSession::readAnew(const std::string& point) {
   const MountedDisk* const disk = model_->diskAt(point);
   if (disk == nullptr || !isBlockBacked(disk->mount)) return;
-  if (auto device = devices_.readBehind(disk->mount)) model_->deviceSeen(std::move(*device));
+  try {
+    if (auto device = devices_.readBehind(disk->mount)) model_->deviceSeen(std::move(*device));
+  } catch (const NotReadable&) {
+    return;  // the model still has it as it was, and its next event reads it again
+  }
 }
 
-/// After the model told what is. A volume whose device is still being identified is waited for; the model
-/// does so for a second at most.
+/// After the model told what is. A volume whose device is still being identified is waited for as long as the model
+/// itself does.
 void LinuxSession::answerQuestions() {
   std::erase_if(open_, [this](Question& question) {
     const MountedDisk* disk = model_->diskAt(question.point);
@@ -243,7 +253,8 @@ void LinuxSession::run() {
     answerQuestions();
     waitForNews();
     takeQuestions();  // before the machine is looked at: the answer is to be no older than the question
-    takeDeviceNews();
+    readAgain();
+    deviceNews_->follow();
     takeMountNews();
     takeAnswers();
   }
@@ -253,7 +264,7 @@ void LinuxSession::run() {
 }
 
 void LinuxSession::start() {
-  for (BlockDevice& device : devices_.list()) model_->deviceSeen(std::move(device));
+  deviceNews_->list();
   takeMountNews();
   model_->startUpFinished();
 }
@@ -261,7 +272,7 @@ void LinuxSession::start() {
 void LinuxSession::waitForNews() {
   std::array<epoll_event, 3> ready{};
   const int count = ::epoll_wait(poll_.get(), ready.data(), static_cast<int>(ready.size()),
-                                 millisecondsUntil(model_->nextDeadline()));
+                                 millisecondsUntil(nextDeadline()));
   for (int i = 0; i < count; ++i) {
     const int descriptor = ready[static_cast<std::size_t>(i)].data.fd;
     eventfd_t ignored = 0;
@@ -269,32 +280,17 @@ void LinuxSession::waitForNews() {
   }
 }
 
-void LinuxSession::takeDeviceNews() {
-  const DeviceMonitor::News news = monitor_->drain();
-  if (news.lost) {
-    model_->devicesListed(devices_.list());
-  } else {
-    takeDeviceEvents(news.events);
-  }
+/// Without descriptors nothing is known of what could not be read; it is retried until it is.
+void LinuxSession::readAgain() {
+  if (!retry_.isDue(DiskModel::Clock::now())) return;
+  deviceNews_->readAgain();
+  model_->readAgain();
 }
 
-/// Each device is looked at once, however many events tell of it. An event says that something happened, not
-/// what is there now; only a removal counts as such, since the kernel announces it just before the device
-/// leaves sysfs.
-void LinuxSession::takeDeviceEvents(const std::vector<DeviceEvent>& events) {
-  std::map<std::string, const DeviceEvent*> last;
-  for (const DeviceEvent& event : events) {
-    if (event.action == "remove") model_->deviceRemovedAt(event.number, event.sequence);
-    last.insert_or_assign(event.path, &event);
-  }
-  for (const auto& [path, event] : last) {
-    if (event->action == "remove") continue;
-    if (auto device = devices_.read(event->number)) {
-      model_->deviceSeen(std::move(*device));
-    } else {
-      model_->deviceRemoved(event->number);
-    }
-  }
+std::optional<DiskModel::Clock::time_point> LinuxSession::nextDeadline() {
+  const bool isIncomplete = deviceNews_->hasUnread() || model_->hasUnread();
+  const auto retry = retry_.plan(isIncomplete, DiskModel::Clock::now()), probe = model_->nextDeadline();
+  return retry && probe ? std::min(*retry, *probe) : (retry ? retry : probe);
 }
 
 /// One by one: what was unmounted and mounted again in between is another mount of the same medium, or of
@@ -306,7 +302,11 @@ void LinuxSession::takeMountNews() {
 
 void LinuxSession::takeAnswers() {
   for (ProbeAnswer& answer : probes_->takeAnswers()) {
-    model_->probeFinished(answer.number, answer.ticket, std::move(answer.facts));
+    if (answer.result.isDeferred) {
+      model_->probeDeferred(answer.number, answer.ticket, DiskModel::Clock::now());
+    } else {
+      model_->probeFinished(answer.number, answer.ticket, std::move(answer.result.facts));
+    }
   }
 }
 

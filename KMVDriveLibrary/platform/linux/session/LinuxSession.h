@@ -15,19 +15,20 @@
 #include "platform/DiskArbitrationSession.h"
 #include "platform/linux/LinuxOptions.h"
 #include "platform/linux/devices/BlockDevices.h"
-#include "platform/linux/devices/DeviceMonitor.h"
 #include "platform/linux/devices/ProbePool.h"
 #include "platform/linux/mounts/MountInfoFile.h"
 #include "platform/linux/mounts/MountTable.h"
 #include "platform/linux/session/CommandThreads.h"
 #include "platform/linux/session/Commands.h"
+#include "platform/linux/session/DeviceFollower.h"
 #include "platform/linux/session/DiskModel.h"
+#include "platform/linux/session/RetryTimer.h"
 #include "platform/posix/FileDescriptor.h"
 
 namespace kmv {
 
 /// Follows block devices and the mount table on one thread of its own, which sleeps until one of them
-/// changes: no timer, no polling. That thread makes no system call that a mounted file system or a device has
+/// changes: no timer, no polling, but for what could not be read yet. That thread makes no system call that a mounted file system or a device has
 /// to answer. Failure: what cannot be watched here (no netlink, no /proc) is read once and then silent.
 class LinuxSession final : public DiskArbitrationSession {
  public:
@@ -70,9 +71,9 @@ class LinuxSession final : public DiskArbitrationSession {
   void run();
   void start();
   void waitForNews();
-  void takeDeviceNews();
   void takeMountNews();
-  void takeDeviceEvents(const std::vector<DeviceEvent>& events);
+  void readAgain();
+  std::optional<DiskModel::Clock::time_point> nextDeadline();
   void takeAnswers();
   void deliver();
 
@@ -88,11 +89,13 @@ class LinuxSession final : public DiskArbitrationSession {
   // From here on of the event thread.
   FileDescriptor wake_;
   FileDescriptor poll_;
-  std::unique_ptr<DeviceMonitor> monitor_;
   MountInfoFile mountReports_;
   std::unique_ptr<MountFollower> mountNews_;
   std::unique_ptr<ProbePool> probes_;
   std::unique_ptr<DiskModel> model_;
+  std::unique_ptr<DeviceFollower> deviceNews_;
+
+  RetryTimer retry_;
 
   std::vector<Question> open_;  // taken, but not answered yet
 
