@@ -8,6 +8,7 @@
 #include "platform/linux/FakeMachine.h"
 #include "platform/linux/devices/BlockStatistics.h"
 #include "platform/linux/devices/LinuxDriveStatistics.h"
+#include "support/DescriptorLimit.h"
 
 namespace kmv::test {
 namespace {
@@ -45,8 +46,12 @@ class Statistics : public ::testing::Test {
   }
   /// "/card /devices/usb/sda/sda1/", one a volume, then "/devices/usb/sda/ 5120 10240", one a driver.
   std::vector<std::string> lines() {
+    LinuxDriveStatistics reader(machine.options(), machine.mountTable());
+    return lines(reader);
+  }
+  static std::vector<std::string> lines(LinuxDriveStatistics& reader) {
     DriveStatistics statistics;
-    LinuxDriveStatistics(machine.options(), machine.mountTable()).read(0, statistics);
+    reader.read(0, statistics);
     EXPECT_TRUE(statistics.wereDriversFound);
     std::vector<std::string> all;
     for (const auto& volume : statistics.volumes) all.push_back(volume.url.path() + " " + volume.mediaPath);
@@ -90,6 +95,54 @@ TEST_F(Statistics, APartitionIsMeasuredByItsDiskAndASpanningFileSystemByAllItsDi
                    "/ten /devices/virtual/block/loop10/", "/pool /devices/virtual/kmv/btrfs/aa-bb/",
                    "/share ", "/devices/usb/sda/ 5120 10240", "/devices/virtual/block/loop1/ 512 512",
                    "/devices/virtual/block/loop10/", "/devices/virtual/kmv/btrfs/aa-bb/ 10240 20480"}));
+}
+
+TEST_F(Statistics, FilesAreKeptOpenForASmallShareOfTheDescriptorsAndBeyondThatTheOneTableIsRead) {
+  std::string table = std::string("8 0 sda ") + kCounted + "\n8 16 sdb " + kCounted + "\n";
+  for (int line = 0; line < 10; ++line) table += "9 " + std::to_string(line) + " x 0 0 0 0 0 0 0 0\n";
+  machine.diskStatistics(table);
+  disk("usb/sda", "8:0", "0 0 1 0 0 0 1 0");
+  disk("usb/sdb", "8:16", "0 0 1 0 0 0 1 0");
+  machine.mounts(
+      "1 0 8:0 / /a rw - ext4 /dev/sda rw\n"
+      "2 0 8:16 / /b rw - ext4 /dev/sdb rw\n");
+  const auto firstCounted = [&](std::size_t descriptors) {
+    const DescriptorLimit limit(descriptors);
+    return lines()[2];
+  };
+  EXPECT_EQ(firstCounted(32), "/devices/usb/sda/ 512 512") << "from its file";
+  EXPECT_EQ(firstCounted(31), "/devices/usb/sda/ 5120 10240") << "from the table";
+}
+
+TEST_F(Statistics, StayAsTheyWereWhileNoDescriptorIsLeftAndWhileNothingIsMounted) {
+  disk("usb/sda", "8:0");
+  disk("usb/sdb", "8:16");
+  machine.mounts("1 0 8:0 / /a rw - ext4 /dev/sda rw\n");
+  LinuxDriveStatistics reader(machine.options(), machine.mountTable());
+  DriveStatistics statistics;
+  {
+    const DescriptorLimit none(0);
+    reader.read(0, statistics);
+    EXPECT_FALSE(statistics.wereDriversFound);
+  }
+  EXPECT_EQ(lines(reader), (Lines{"/a /devices/usb/sda/", "/devices/usb/sda/ 5120 10240"}));
+  reader.read(0, statistics);
+  const std::uint64_t before = statistics.generation;
+  machine.mounts(
+      "1 0 8:0 / /a rw - ext4 /dev/sda rw\n"
+      "2 0 8:16 / /b rw - ext4 /dev/sdb rw\n");
+  {
+    const DescriptorLimit none(0);
+    reader.read(0, statistics);
+  }
+  EXPECT_EQ(statistics.generation, before);
+  EXPECT_EQ(statistics.volumes.size(), 1u);
+  reader.read(0, statistics);
+  EXPECT_NE(statistics.generation, before) << "retried, though nothing was mounted since";
+  EXPECT_EQ(statistics.volumes.size(), 2u);
+  const std::uint64_t planned = statistics.generation;
+  reader.read(0, statistics);
+  EXPECT_EQ(statistics.generation, planned) << "readers may cache";
 }
 
 TEST_F(Statistics, WhereMostDisksAreMountedTheOneTableIsRead) {

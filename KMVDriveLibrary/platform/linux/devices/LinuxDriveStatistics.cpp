@@ -2,6 +2,7 @@
 #include "platform/linux/devices/LinuxDriveStatistics.h"
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -20,6 +21,13 @@ constexpr std::uint64_t kNanosecondsPerMillisecond = 1'000'000;
 constexpr std::size_t kLinesPerFile = 2;
 constexpr std::size_t kFirstTableBytes = 16 * 1024;
 
+/// An upper bound of the files that are kept open: a small share of the descriptors, which are the host's.
+std::size_t mostFiles() {
+  constexpr rlim_t kShare = 16;
+  rlimit limit{};
+  return ::getrlimit(RLIMIT_NOFILE, &limit) == 0 ? static_cast<std::size_t>(limit.rlim_cur / kShare) : 0;
+}
+
 /// Places that the system keeps for itself, and what a dot hides; never the root.
 bool isHiddenPlace(std::string_view point) {
   return point == "/boot" || point == "/boot/efi" || point.find("/.") != std::string_view::npos;
@@ -36,7 +44,7 @@ LinuxDriveStatistics::~LinuxDriveStatistics() = default;
 void LinuxDriveStatistics::read(std::uint32_t, DriveStatistics& statistics) {
   followMounts();
   countDisks();
-  statistics.wereDriversFound = true;
+  statistics.wereDriversFound = planned_.has_value();
   if (statistics.generation != generation_) {
     statistics.generation = generation_;
     statistics.volumes = volumes_;
@@ -50,37 +58,42 @@ void LinuxDriveStatistics::read(std::uint32_t, DriveStatistics& statistics) {
   }
 }
 
-/// Plans anew when a volume came, went or moved, and at first. The table is only copied from under its lock.
-void LinuxDriveStatistics::followMounts() {
+/// Plans anew when a volume came, went or moved, and at first. The table is only copied from under its lock. When
+/// descriptors are exhausted the last plan stays, and the next read tries again.
+void LinuxDriveStatistics::followMounts() try {
   std::vector<MountEntry> mounted;
-  bool isOutdated = generation_ == 0;
+  std::optional<std::uint64_t> generation = planned_;
   mounts_.read([&](const MountDeltas& deltas, const MountTree& tree) {
     for (const auto& delta : deltas) {
       for (const MountEntry& entry : delta->detached) media_.erase(entry.id);
     }
-    isOutdated = isOutdated || tree.volumeGeneration() != planned_;
-    planned_ = tree.volumeGeneration();
-    if (!isOutdated) return;
+    generation = tree.volumeGeneration();
+    if (generation == planned_) return;
     tree.forEach([&](const MountEntry& mount, std::string_view rule) {
       if (rule.empty()) mounted.push_back(mount);
     });
   });
-  if (isOutdated) planDrivers(mounted);
+  if (generation == planned_) return;
+  planDrivers(mounted);
+  planned_ = generation;
+} catch (const NotReadable&) {
 }
 
 void LinuxDriveStatistics::planDrivers(const std::vector<MountEntry>& mounted) {
-  ++generation_;
-  volumes_.clear();
+  std::vector<DriveStatistics::Volume> volumes;
   std::map<std::string, std::vector<std::string>> disksOfDriver;
   for (const MountEntry& mount : mounted) {
     const Medium& medium = mediumOf(mount);
     if (medium.isHidden) continue;
-    volumes_.push_back({URL::fileURLWithPath(mount.point, /*isDirectory=*/true), medium.mediaPath});
+    volumes.push_back({URL::fileURLWithPath(mount.point, /*isDirectory=*/true), medium.mediaPath});
     if (!medium.driverPath.empty()) disksOfDriver.emplace(medium.driverPath, medium.disks);
   }
-  drivers_.clear();
-  for (auto& [path, disks] : disksOfDriver) drivers_.push_back({path, std::move(disks)});
-  openDisks();
+  std::vector<Plan> drivers;
+  for (auto& [path, disks] : disksOfDriver) drivers.push_back({path, std::move(disks)});
+  chooseDisks(drivers);
+  ++generation_;
+  volumes_ = std::move(volumes);
+  drivers_ = std::move(drivers);
 }
 
 const LinuxDriveStatistics::Medium& LinuxDriveStatistics::mediumOf(const MountEntry& mount) {
@@ -116,27 +129,22 @@ LinuxDriveStatistics::Medium LinuxDriveStatistics::mediumBehind(const MountEntry
   return medium;
 }
 
-/// Keeps what is still counted, and decides which way of counting is the cheaper one now.
-void LinuxDriveStatistics::openDisks() {
-  std::set<std::string> wanted;
-  for (const Plan& driver : drivers_) wanted.insert(driver.disks.begin(), driver.disks.end());
-  std::erase_if(disks_, [&](const auto& disk) { return !wanted.contains(disk.first); });
+/// Decides which way of counting is the cheaper one now. Names may have passed to other devices: nothing of the former
+/// disks is kept. The files are opened when they are read.
+void LinuxDriveStatistics::chooseDisks(const std::vector<Plan>& drivers) {
+  std::map<std::string, Disk> disks;
+  for (const Plan& driver : drivers) {
+    for (const std::string& name : driver.disks) {
+      const std::string number = readAttribute(options_.sysRoot + "/class/block/" + name + "/dev");
+      disks[name].number = parseDeviceNumber(number).value_or(DeviceNumber());
+    }
+  }
   const std::string all = readFile(options_.procRoot + "/diskstats").value_or(std::string());
   const auto lines = static_cast<std::size_t>(std::count(all.begin(), all.end(), '\n'));
-  countsFromTable_ = lines > 0 && wanted.size() * kLinesPerFile >= lines;
-  if (!countsFromTable_) {
-    table_ = FileDescriptor();
-  } else if (!table_) {
-    table_ = FileDescriptor(::open((options_.procRoot + "/diskstats").c_str(), O_RDONLY | O_CLOEXEC));
-  }
-  for (const std::string& name : wanted) {
-    Disk& disk = disks_[name];
-    const std::string folder = options_.sysRoot + "/class/block/" + name;
-    // The name may have passed to another device: its file is opened again with every change.
-    disk.number = parseDeviceNumber(readAttribute(folder + "/dev")).value_or(DeviceNumber());
-    disk.file = countsFromTable_ ? FileDescriptor()
-                                 : FileDescriptor(::open(statFileOf(name).c_str(), O_RDONLY | O_CLOEXEC));
-  }
+  const bool isTableCheaper = disks.size() * kLinesPerFile >= lines;
+  countsFromTable_ = lines > 0 && (isTableCheaper || disks.size() > mostFiles());
+  table_.reset();
+  disks_ = std::move(disks);
 }
 
 std::string LinuxDriveStatistics::statFileOf(const std::string& disk) const {
@@ -166,6 +174,8 @@ void LinuxDriveStatistics::countFromFiles() {
 }
 
 void LinuxDriveStatistics::countFromTable() {
+  if (!table_)
+    table_ = FileDescriptor(::open((options_.procRoot + "/diskstats").c_str(), O_RDONLY | O_CLOEXEC));
   if (!table_) return;
   if (text_.empty()) text_.resize(kFirstTableBytes);
   std::size_t filled = 0;

@@ -25,7 +25,9 @@ namespace kmv {
 /// Places in the "registry" are sysfs paths that end in "/", so that loop1 is not a prefix of loop10. A btrfs
 /// over several devices is a driver of its own, with the sum of their disks. The mount table is looked at
 /// again only after a change, and the devices behind its volumes only when volumes came or went; in between a
-/// look costs a poll and one read a disk, or one of /proc/diskstats where that is cheaper.
+/// look costs a poll and one read a disk, or one of /proc/diskstats where that is cheaper or where so many files, kept
+/// open, would take too many of the host's descriptors. Failure: without descriptors the disks and volumes stay those
+/// of the last look.
 class LinuxDriveStatistics final : public DriveStatisticsReader {
  public:
   LinuxDriveStatistics(const LinuxOptions& options, const std::shared_ptr<MountTable>& mounts);
@@ -57,7 +59,7 @@ class LinuxDriveStatistics final : public DriveStatisticsReader {
   void planDrivers(const std::vector<MountEntry>& mounted);
   const Medium& mediumOf(const MountEntry& mount);
   Medium mediumBehind(const MountEntry& mount) const;
-  void openDisks();
+  void chooseDisks(const std::vector<Plan>& drivers);
   std::string statFileOf(const std::string& disk) const;
   void countDisks();
   void countFromFiles();
@@ -68,7 +70,7 @@ class LinuxDriveStatistics final : public DriveStatisticsReader {
   BlockDevices devices_;
   PhysicalDisks stacks_;
   MountFollower mounts_;
-  std::uint64_t planned_ = 0;  // the generation of the tree's volumes that the plan is for
+  std::optional<std::uint64_t> planned_;  // the generation of the tree's volumes that the plan is for
   std::uint64_t generation_ = 0;
   std::unordered_map<std::uint64_t, Medium> media_;  // by mount id
   std::vector<DriveStatistics::Volume> volumes_;
