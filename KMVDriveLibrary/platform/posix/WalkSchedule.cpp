@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "platform/posix/WalkSchedule.h"
 
+#include <KMVDriveLibrary/host/OrvaneLogging.h>
+
 #include <algorithm>
 #include <iterator>
 
@@ -13,6 +15,10 @@ constexpr std::size_t kFilesAtATime = 32;     // of one folder, looked at by one
 constexpr std::size_t kMostHelpers = 7;       // beside the caller
 constexpr std::size_t kMostAhead = 16384;     // entries listed in folders that are not being visited yet
 constexpr std::size_t kWeightOfFolder = 512;  // a folder counts as so many: it holds a descriptor
+
+/// After a shortage of descriptors the caller lists so many folders alone before helpers may take some again
+/// (hysteresis): most likely they would still be short, and the host needs them too.
+constexpr std::size_t kAloneAfterShortage = 32;
 
 /// Batches the items that are no folders into looks at neighbours. Pointers to steps are valid from here on.
 void cutIntoLooks(WalkedFolder& folder) {
@@ -45,7 +51,7 @@ void WalkSchedule::help() {
 }
 
 bool WalkSchedule::canGoAhead() const {
-  return !looks_.empty() || (!lists_.empty() && !isFull_ && !isPoor_);
+  return !isPaused_ && (!looks_.empty() || (!lists_.empty() && !isFull_ && aloneFor_ == 0));
 }
 
 /// Does what is needed next. Looks cost little memory and come first; listings wait while much is listed.
@@ -68,12 +74,13 @@ void WalkSchedule::carryOut(WalkStep& step) {
   }
   mutex_.lock();
   if (step.lists) {
-    isPoor_ = isPoor_ || step.folder->isStarved;  // from here on only the caller opens folders
+    aloneFor_ =
+        step.folder->isStarved ? kAloneAfterShortage : aloneFor_ - std::min<std::size_t>(aloneFor_, 1);
     announce(*step.folder);
   }
   step.done = true;
   --inProgress_;
-  if (needed_ == &step || finished_) changed_.notifyAll();
+  if (needed_ == &step || finished_ || isPaused_) changed_.notifyAll();
   callHelpers();
 }
 
@@ -139,24 +146,24 @@ void WalkSchedule::beginVisit(const WalkedFolder& folder) {
 }
 
 void WalkSchedule::listStarved(WalkedFolder& folder) {
-  {
-    const MutexLock lock(mutex_);
-    closeFoldersAhead();
+  MutexLock lock(mutex_);
+  isPaused_ = true;
+  while (inProgress_ != 0) changed_.wait(lock);
+  closeFoldersBesides(folder);
+  reader_.list(folder);  // under the mutex, for which nobody has anything to do meanwhile
+  isPaused_ = false;
+  if (folder.isStarved) {
+    OrvaneLog::defaultLog().logError("KMV_FileWalk-No descriptor was left to list the folder at path: '" +
+                                     folder.path + "', its files are not counted.");
   }
-  reader_.list(folder);
-  const MutexLock lock(mutex_);
   announce(folder);
 }
 
-/// Those that nobody is at work on. Their items are asked for by path then.
-void WalkSchedule::closeFoldersAhead() {
-  const auto isUnderWay = [](const WalkStep& step) { return step.begun && !step.done; };
-  for (WalkedFolder* folder : listedAhead_) {
-    const bool isBusy = std::any_of(folder->looks.begin(), folder->looks.end(), isUnderWay) ||
-                        std::any_of(folder->folders.begin(), folder->folders.end(),
-                                    [&](const auto& sub) { return isUnderWay(sub->listing); });
-    if (!isBusy) folder->descriptor.reset();
-  }
+/// Those listed ahead and those above it. Their items are asked for by path then.
+void WalkSchedule::closeFoldersBesides(const WalkedFolder& folder) {
+  for (WalkedFolder* ahead : listedAhead_) ahead->descriptor.reset();
+  for (WalkedFolder* above = folder.parent; above != nullptr; above = above->parent)
+    above->descriptor.reset();
 }
 
 void WalkSchedule::end() {

@@ -29,7 +29,8 @@ class WalkSchedule : public std::enable_shared_from_this<WalkSchedule> {
 
   void beginVisit(const WalkedFolder& folder);
 
-  /// Lists a starved folder after all: closes folders that wait, to have a descriptor for it.
+  /// Lists a starved folder after all, with the descriptors that other folders give up for it. The log tells
+  /// when that is in vain: somebody else has taken them.
   void listStarved(WalkedFolder& folder);
 
   /// From here on no folder is looked at: those on the caller's stack may go.
@@ -45,7 +46,7 @@ class WalkSchedule : public std::enable_shared_from_this<WalkSchedule> {
   void announce(WalkedFolder& folder) KMV_REQUIRES(mutex_);
   void callHelpers() KMV_REQUIRES(mutex_);
   void takeAndCarryOut(WalkStep& step) KMV_REQUIRES(mutex_);
-  void closeFoldersAhead() KMV_REQUIRES(mutex_);
+  void closeFoldersBesides(const WalkedFolder& folder) KMV_REQUIRES(mutex_);
 
   WalkReader reader_;
   Mutex mutex_;
@@ -57,7 +58,8 @@ class WalkSchedule : public std::enable_shared_from_this<WalkSchedule> {
   std::vector<WalkedFolder*> listedAhead_ KMV_GUARDED_BY(mutex_);
   std::size_t ahead_ KMV_GUARDED_BY(mutex_) = 0;  // the sum of their weights
   bool isFull_ KMV_GUARDED_BY(mutex_) = false;
-  bool isPoor_ KMV_GUARDED_BY(mutex_) = false;  // in descriptors
+  std::size_t aloneFor_ KMV_GUARDED_BY(mutex_) = 0;  // listings; only the caller opens folders meanwhile
+  bool isPaused_ KMV_GUARDED_BY(mutex_) = false;     // nobody begins a step
   std::size_t inProgress_ KMV_GUARDED_BY(mutex_) = 0;
   std::size_t helpers_ KMV_GUARDED_BY(mutex_) = 0;
   std::size_t mostHelpers_ KMV_GUARDED_BY(mutex_);

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 // What this backend's files, walks and attributes do beyond what every backend does.
+#include <KMVDriveLibrary/host/OrvaneLogging.h>
 #include <fcntl.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
@@ -10,15 +12,39 @@
 
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <string>
+#include <vector>
 
 #include "platform/linux/LinuxPlatform.h"
+#include "support/Process.h"
 #include "support/TemporaryFolder.h"
 
 namespace kmv {
 namespace {
 
 namespace fs = std::filesystem;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+/// This process may open so many descriptors more, while this object lives.
+class FewDescriptors {
+ public:
+  explicit FewDescriptors(int left) {
+    getrlimit(RLIMIT_NOFILE, &usual_);
+    const int next = dup(0);
+    close(next);
+    const rlimit few{static_cast<rlim_t>(next + left), usual_.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &few);
+  }
+  ~FewDescriptors() { setrlimit(RLIMIT_NOFILE, &usual_); }
+  FewDescriptors(const FewDescriptors&) = delete;
+  FewDescriptors& operator=(const FewDescriptors&) = delete;
+
+ private:
+  rlimit usual_{};
+};
 
 class LinuxFilesTest : public ::testing::Test {
  protected:
@@ -116,21 +142,42 @@ TEST_F(LinuxFilesTest, TreesOfEveryShapeAreAddedUp) {
     root_.write("wide/" + std::to_string(i) + (i % 8 == 0 ? "/below/file" : "/file"), "1");
   for (int i = 0; i < 2500; ++i) root_.write("wide/flat/" + std::to_string(i), "1");
   EXPECT_EQ(sizeOf("wide"), 3100u);
-  // With hardly a descriptor left, which the folders that lie ahead would like to have.
-  rlimit descriptors{};
-  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &descriptors), 0);
-  const int next = dup(0);
-  close(next);
-  const rlimit few{static_cast<rlim_t>(next) + 5, descriptors.rlim_max};
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
-  EXPECT_EQ(sizeOf("wide"), 3100u);
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &descriptors), 0);
   // Given up in the middle of a folder behind a link.
   fs::create_directory(root_ / "given up");
   fs::create_directory_symlink(root_ / "wide", root_ / "given up/link");
   int asked = 0;
   platform_->treeWalk().visitFiles(path("given up"), "", [&](const WalkedFile&) { return ++asked < 1000; });
   EXPECT_EQ(asked, 1000);
+}
+
+TEST_F(LinuxFilesTest, AShortageOfDescriptorsLosesNoFileInSilenceAndEnds) {
+  for (std::string folder = "deep"; folder.size() < 100; folder += "/d") root_.write(folder + "/file", "1");
+  for (int i = 0; i < 600; ++i) root_.write("wide/" + std::to_string(i) + "/file", "1");
+  std::vector<std::string> log;
+  OrvaneLog::defaultLog().setSink([&](OrvaneLog::Level, std::string_view line) { log.emplace_back(line); });
+  for (int left = 1; left <= 5; ++left) {
+    const FewDescriptors few(left);
+    EXPECT_EQ(sizeOf("deep"), 48u) << left;
+    EXPECT_EQ(sizeOf("wide"), 600u) << left;
+  }
+  EXPECT_THAT(log, IsEmpty());
+  {
+    const FewDescriptors none(0);
+    EXPECT_EQ(sizeOf("deep"), 0u);
+  }
+  EXPECT_THAT(log, ElementsAre(HasSubstr(path("deep"))));
+  OrvaneLog::defaultLog().setSink({});
+  // Over in the middle of a walk: helpers read ahead again.
+  std::optional<FewDescriptors> few(3);
+  const auto open = [] { return std::distance(fs::directory_iterator("/proc/self/fd"), {}); };
+  const auto before = open();
+  int visited = 0;
+  platform_->treeWalk().visitFiles(path("wide"), "", [&](const WalkedFile&) {
+    if (++visited == 100) few.reset();
+    if (visited == 300) EXPECT_TRUE(test::eventually([&] { return open() > before + 3; }));
+    return true;
+  });
+  EXPECT_EQ(visited, 600);
 }
 
 }  // namespace
