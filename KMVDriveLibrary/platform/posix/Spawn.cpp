@@ -29,9 +29,8 @@ class Setup {
     posix_spawnattr_init(&attributes);
     sigset_t none, defaults;
     sigemptyset(&none);
-    sigemptyset(&defaults);
-    for (const int number : {SIGCHLD, SIGPIPE, SIGINT, SIGTERM, SIGHUP, SIGQUIT})
-      sigaddset(&defaults, number);
+    sigfillset(&defaults);
+    for (const int number : {SIGKILL, SIGSTOP}) sigdelset(&defaults, number);  // not every system takes them
     posix_spawnattr_setsigmask(&attributes, &none);
     posix_spawnattr_setsigdefault(&attributes, &defaults);
     posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
