@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <optional>
 #include <string>
 #include <utility>
@@ -28,14 +29,20 @@ MountEntry mountAt(std::uint64_t id, const std::string& point) {
   return entry;
 }
 
-/// Reports what the test has put there.
+/// Reports what the test has put there, and counts how often the table was to be read again.
 class ScriptedWatcher final : public MountTableWatcher {
  public:
-  explicit ScriptedWatcher(std::optional<MountDelta>& next) : next_(next) {}
-  std::optional<MountDelta> refresh(bool) override { return std::exchange(next_, MountDelta()); }
+  ScriptedWatcher(std::optional<MountDelta>& next, int& readings) : next_(next), readings_(readings) {}
+  std::optional<MountDelta> refresh(bool anew) override {
+    readings_ += anew;
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(anew);  // a long table
+    while (std::chrono::steady_clock::now() < end) continue;
+    return std::exchange(next_, MountDelta());
+  }
 
  private:
   std::optional<MountDelta>& next_;
+  int& readings_;
 };
 
 /// A difference as "-/a+/b".
@@ -66,8 +73,9 @@ class SharedTable : public ::testing::Test {
 
   std::optional<MountDelta> next = MountDelta();
   bool isKnown = false;
+  int readings = 0;
   std::shared_ptr<MountTable> table = std::make_shared<MountTable>(
-      std::make_unique<ScriptedWatcher>(next), [](const MountEntry&, bool) { return true; });
+      std::make_unique<ScriptedWatcher>(next, readings), [](const MountEntry&, bool) { return true; });
 };
 
 TEST_F(SharedTable, TellsEachFollowerEveryDifferenceWhoeverCaughtUp) {
@@ -118,6 +126,17 @@ TEST_F(SharedTable, StaysAsItIsKnownWhenItCannotBeRead) {
   EXPECT_FALSE(isKnown);
   EXPECT_THAT(points(), ElementsAre("/a"));
   EXPECT_TRUE(isKnown);
+}
+
+TEST_F(SharedTable, IsNotReadAgainForEachOfManyQuestionsInARow) {
+  constexpr int kQuestions = 50;
+  const auto ignore = [](const MountTree&) {};
+  for (int i = 0; i < kQuestions; ++i) table->readThrottled(ignore);
+  EXPECT_GE(readings, 1);
+  EXPECT_LT(readings, kQuestions);
+  readings = 0;
+  for (int i = 0; i < kQuestions; ++i) table->readAnew(ignore);
+  EXPECT_EQ(readings, kQuestions) << "where only what is true now will do";
 }
 
 TEST_F(SharedTable, KeepsLittleForAFollowerThatStaysAway) {

@@ -3,11 +3,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <string>
+#include <utility>
 
 #include "platform/linux/FakeMachine.h"
 #include "platform/linux/LinuxPlatform.h"
 #include "platform/linux/ModelBench.h"
+#include "platform/linux/mounts/DutyCycle.h"
 #include "platform/linux/session/DeviceFollower.h"
 #include "support/DescriptorLimit.h"
 #include "support/Process.h"
@@ -59,6 +62,17 @@ TEST(DeviceFollower, WithoutDescriptorsEveryDeviceStaysAsItWasAndIsReadAgainLate
   devices.readAgain();
   EXPECT_FALSE(devices.hasUnread());
   EXPECT_THAT(bench.told(), ::testing::ElementsAre("- sda none #1"));
+}
+
+TEST(LinuxSession, LooksAtALongTableThatChangesAllTheTimeForAFifthOfItsTimeOnly) {
+  using std::chrono::milliseconds;
+  const DutyCycle::Clock::time_point start{};
+  DutyCycle looks;
+  EXPECT_LE(looks.next(), start) << "the first waits for nothing";
+  for (const auto& [work, end] : {std::pair(1, 5), {0, 0}, {20, 100}, {25, 125}, {400, 500}}) {
+    looks.looked(start, start + milliseconds(work));
+    EXPECT_EQ(looks.next(), start + milliseconds(end)) << work;
+  }
 }
 
 }  // namespace

@@ -93,7 +93,7 @@ std::vector<std::string> PhysicalDisks::standsOn(const std::string& folder) cons
 /// By the text of the path: the file itself may be on a server that does not answer.
 std::vector<std::string> PhysicalDisks::devicesHoldingFile(const std::string& path) const {
   std::optional<MountEntry> mount;
-  mounts_->readAnew([&](const MountTree& tree) {
+  mounts_->readThrottled([&](const MountTree& tree) {
     if (const MountEntry* above = tree.mountAbove(path)) mount = *above;
   });
   const auto device = mount ? devices_.readBehind(*mount) : std::nullopt;

@@ -20,10 +20,12 @@ MountTable::MountTable(std::unique_ptr<MountTableWatcher> watcher, MountTree::Is
 MountTable::~MountTable() = default;
 
 bool MountTable::read(const Reader& reader) {
+  const MutexLock lock(mutex_);
   return readTree(/*anew=*/false, reader);
 }
 
 bool MountTable::readAnew(const Reader& reader) {
+  const MutexLock lock(mutex_);
   return readTree(/*anew=*/true, reader);
 }
 
@@ -32,9 +34,15 @@ bool MountTable::isReadable() const {
   return isReadable_;
 }
 
-bool MountTable::readTree(bool anew, const Reader& reader) {
+bool MountTable::readThrottled(const Reader& reader) {
   const MutexLock lock(mutex_);
+  return readTree(/*anew=*/DutyCycle::Clock::now() >= readings_.next(), reader);
+}
+
+bool MountTable::readTree(bool anew, const Reader& reader) {
+  const auto begin = DutyCycle::Clock::now();
   const bool isKnown = follow(anew);
+  if (anew) readings_.looked(begin, DutyCycle::Clock::now());
   updateTree();
   reader(tree_);
   return isKnown;

@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "platform/linux/LinuxOptions.h"
+#include "platform/linux/mounts/DutyCycle.h"
 #include "platform/linux/mounts/MountTableWatcher.h"
 #include "platform/linux/mounts/MountTree.h"
 
@@ -33,6 +34,9 @@ class MountTable {
   /// The same, but the table is always read again: the kernel reports a renamed folder above a mount point to
   /// nobody.
   bool readAnew(const Reader& reader) KMV_EXCLUDES(mutex_);
+  /// The same for who asks many times in a row (throttled): most of the time what was read a moment ago, a tenth
+  /// of a second at most, serves again.
+  bool readThrottled(const Reader& reader) KMV_EXCLUDES(mutex_);
 
   /// False when the table could not be read when somebody last asked.
   bool isReadable() const KMV_EXCLUDES(mutex_);
@@ -40,13 +44,14 @@ class MountTable {
  private:
   friend class MountFollower;
 
-  bool readTree(bool anew, const Reader& reader) KMV_EXCLUDES(mutex_);
+  bool readTree(bool anew, const Reader& reader) KMV_REQUIRES(mutex_);
   bool follow(bool anew) KMV_REQUIRES(mutex_);
   void updateTree() KMV_REQUIRES(mutex_);
 
   mutable Mutex mutex_;
   const std::unique_ptr<MountTableWatcher> watcher_ KMV_PT_GUARDED_BY(mutex_);
   bool isReadable_ KMV_GUARDED_BY(mutex_) = true;
+  DutyCycle readings_ KMV_GUARDED_BY(mutex_);  // anew
   MountTree tree_ KMV_GUARDED_BY(mutex_);
   MountBacklog unapplied_ KMV_GUARDED_BY(mutex_);  // of the tree
   std::map<const MountFollower*, MountBacklog> followers_ KMV_GUARDED_BY(mutex_);

@@ -290,14 +290,20 @@ void LinuxSession::readAgain() {
 std::optional<DiskModel::Clock::time_point> LinuxSession::nextDeadline() {
   const bool isIncomplete = deviceNews_->hasUnread() || model_->hasUnread();
   const auto retry = retry_.plan(isIncomplete, DiskModel::Clock::now()), probe = model_->nextDeadline();
-  return retry && probe ? std::min(*retry, *probe) : (retry ? retry : probe);
+  auto next = retry && probe ? std::min(*retry, *probe) : (retry ? retry : probe);
+  if (mountNewsWait_) next = std::min(next.value_or(mountLooks_.next()), mountLooks_.next());
+  return next;
 }
 
 /// One by one: what was unmounted and mounted again in between is another mount of the same medium, or of
-/// another one.
+/// another one. A long table that changes all the time is not looked at each time, unless somebody asks.
 void LinuxSession::takeMountNews() {
+  const auto begin = DutyCycle::Clock::now();
+  mountNewsWait_ = open_.empty() && begin < mountLooks_.next();
+  if (mountNewsWait_) return;
   for (const auto& delta : mountNews_->take()) model_->mountsChanged(*delta);
   setDegraded(kMountTableUnreadable, !mounts_->isReadable());
+  mountLooks_.looked(begin, DutyCycle::Clock::now());
 }
 
 void LinuxSession::takeAnswers() {

@@ -16,6 +16,7 @@
 #include "platform/linux/LinuxOptions.h"
 #include "platform/linux/devices/BlockDevices.h"
 #include "platform/linux/devices/ProbePool.h"
+#include "platform/linux/mounts/DutyCycle.h"
 #include "platform/linux/mounts/MountInfoFile.h"
 #include "platform/linux/mounts/MountTable.h"
 #include "platform/linux/session/CommandThreads.h"
@@ -91,6 +92,8 @@ class LinuxSession final : public DiskArbitrationSession {
   FileDescriptor poll_;
   MountInfoFile mountReports_;
   std::unique_ptr<MountFollower> mountNews_;
+  DutyCycle mountLooks_;
+  bool mountNewsWait_ = false;  // until their next look
   std::unique_ptr<ProbePool> probes_;
   std::unique_ptr<DiskModel> model_;
   std::unique_ptr<DeviceFollower> deviceNews_;
