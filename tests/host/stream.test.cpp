@@ -9,14 +9,16 @@
 
 namespace {
 
-/// What one use of a reader tells: open or not, the sizes of the blocks, how the cycle ended.
-std::string use(const kmv::URL& file, bool stopsAtOnce = false) {
+/// What one use of a reader tells: open or not, the sizes of the blocks, how the cycle ended. Adds what was read to
+/// `content`.
+std::string use(const kmv::URL& file, std::string& content, bool stopsAtOnce = false) {
   std::string told;
   const auto reader = StreamFileReader::reader(file);
   reader->openForReading([&](bool isOpen) { told += isOpen ? "open" : "closed"; });
   reader->beginByteSupplyCycle(
       [&](auto bytes, std::size_t count, bool& stop) {
-        told += " " + std::to_string(count) + static_cast<char>(bytes[count - 1]);
+        told += " " + std::to_string(count);
+        content.append(reinterpret_cast<const char*>(bytes.get()), count);
         stop = stopsAtOnce;
       },
       [&](const auto& error) { told += error ? " error " + std::to_string(error->code) : " end"; });
@@ -26,12 +28,15 @@ std::string use(const kmv::URL& file, bool stopsAtOnce = false) {
 
 TEST(StreamFileReaderTest, ReadsRegularFilesInBlocksOfAMegabyte) {
   const std::string path = testing::TempDir() + "kmv_stream." + std::to_string(getpid());
-  std::ofstream(path) << std::string(1 << 20, 'a') << "bcd";
+  std::string written, read;
+  for (int i = 0; i < (1 << 20) + 3; ++i) written.push_back(static_cast<char>(i % 251));
+  std::ofstream(path, std::ios::binary) << written;
   const auto file = kmv::URL::fileURLWithPath(path, false);
-  EXPECT_EQ(use(file), "open 1048576a 3d end done");
-  EXPECT_EQ(use(file, true), "open 1048576a end done");
+  EXPECT_EQ(use(file, read), "open 1048576 3 end done");
+  EXPECT_TRUE(read == written) << "every byte, NUL too";
+  EXPECT_EQ(use(file, read, true), "open 1048576 end done");
   std::filesystem::remove(path);
-  EXPECT_EQ(use(file), "closed error 1 done");
+  EXPECT_EQ(use(file, read), "closed error 1 done");
 }
 
 TEST(StreamFileReaderTest, IsMadeByTheHostsFactoryUntilThatIsTakenBack) {

@@ -44,6 +44,7 @@ struct Node {
 };
 
 constexpr char kEstimate[] = "user.codex.estimatedHDESize";
+constexpr std::string_view kPlainOnly = "/clips/A004.ari";  // has no attributes in name spaces at all
 
 std::shared_mutex mutex;            // of the tree
 std::map<std::string, Node> nodes;  // by path
@@ -75,6 +76,7 @@ void buildClips() {
   addEmpty("/clips/A001.ari", {{kEstimate, "1000"}, {"user.codex.decodedSize", "2000"}});
   addEmpty("/clips/A002.ari", {});
   addEmpty("/clips/A003.ari", {{"codex.estimatedHDESize", "3000"}});
+  addEmpty(std::string(kPlainOnly), {{"codex.estimatedHDESize", "1"}});
   addEmpty("/clips/odd \xff\n name", {{kEstimate, "  42 "}});
   addEmpty("/clips/no number", {{kEstimate, "12 GB"}});
   addEmpty("/clips/long", {{kEstimate, std::string(300, ' ') + "8"}});
@@ -156,6 +158,7 @@ int readLink(const char* path, char* buffer, std::size_t size) {
 
 int openNode(const char* path, fuse_file_info* info) {
   info->direct_io = keeps == 0;
+  info->keep_cache = keeps > 0;
   return with(path, [](const Node&) { return 0; });
 }
 
@@ -170,6 +173,7 @@ int getAttribute(const char* path, const char* name, char* buffer, std::size_t s
   const bool isCount = path == std::string_view("/") && name == std::string_view("user.requests");
   if (!isCount && delay > 0) usleep(delay);
   return with(path, [&](const Node& node) {
+    if (path == kPlainOnly && std::string_view(name).starts_with("user.")) return -EOPNOTSUPP;
     const auto found = node.attributes.find(name);
     if (!isCount && found == node.attributes.end()) return -ENODATA;
     const std::string value = isCount ? std::to_string(requests) : found->second;

@@ -112,9 +112,8 @@ std::optional<std::string> resolvedPath(const std::string& path) {
 
 std::optional<std::string> workingFolder() {
   const std::unique_ptr<char, void (*)(void*)> folder(::getcwd(nullptr, 0), std::free);
-  // A folder outside of this process's root is no absolute path: Linux writes "(unreachable)" in front of it.
-  if (!folder || folder.get()[0] != '/') return std::nullopt;
-  return folder.get();
+  // A folder outside of this process's root has no path: the C library fails where Linux says "(unreachable)".
+  return folder ? std::optional<std::string>(folder.get()) : std::nullopt;
 }
 
 }  // namespace kmv

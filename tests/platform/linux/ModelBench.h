@@ -59,6 +59,7 @@ class ModelBench {
 
   /// Carries out steps that "; " separates. Devices are "sda" to "sdz"; WHAT is one of them, or a kind of
   /// file system without a device, or "btrfs:/root" on sda.
+  /// "KIND=source" names another source.
   ///   plug NAME [MEDIUM]   insert NAME [MEDIUM] (nobody hears of it)   unplug NAME
   ///   mount ID WHAT POINT [PARENT]   umount ID   move ID POINT   replace ID ID2 WHAT POINT (in one difference)
   void does(const std::string& steps) {
@@ -97,12 +98,18 @@ class ModelBench {
     std::uint64_t id = 0, parent = 0;
     std::string what, point, root = "/";
     words >> id >> what >> point;
+    std::string source;
+    if (const std::size_t equals = what.find('='); equals != std::string::npos) {
+      source = what.substr(equals + 1);
+      what.resize(equals);
+    }
     if (const std::size_t colon = what.find(':'); colon != std::string::npos) {
       root = what.substr(colon + 1);
       what.resize(colon);
     }
     MountEntry entry = mount(id, numberOf(what), point, what.starts_with("sd") ? "ext4" : what, root);
     if (words >> parent) entry.parent = parent;
+    if (!source.empty()) entry.source = source;
     return entry;
   }
   void doOne(const std::string& step) {

@@ -69,7 +69,8 @@ const Story kStories[] = {
     {"a volume without device is there while mounted; its number and id pass to another one",
      {{"mount 10 fuse.x /f", {"+ ? /f #1"}},
       {"replace 10 10 fuse.y /f", {"- ? /f #1", "+ ? /f #2"}},
-      {"umount 10", {"- ? /f #2"}}}},
+      {"replace 10 10 fuse.y=other /f", {"- ? /f #2", "+ ? /f #3"}},
+      {"umount 10", {"- ? /f #3"}}}},
 };
 
 TEST(Stories, AreToldStepByStep) {

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -191,7 +192,7 @@ TEST(Machines, AMountWithoutDeviceIsNamedAfterItsPoint) {
 /// Which mounts of a table are drives. Each verdict: rule or "-", then the point.
 const struct {
   const char* volumes;
-  const char* file;
+  const char* files;
   const char* table;
   std::vector<std::string> verdicts;
 } kTables[] = {
@@ -210,10 +211,13 @@ const struct {
      "73 29 259:2 /home/kim /srv/kim rw - ext4 /dev/nvme0n1p2 rw\n"
      "74 29 8:17 / /srv/card rw - vfat /dev/sdb1 rw\n"
      "75 29 8:33 / /snap/stick ro - squashfs /dev/sdc1 ro\n"
-     "76 29 0:76 / /tank rw - zfs tank rw\n",
+     "76 29 0:76 / /tank rw - zfs tank rw\n"
+     "77 29 0:77 / /media/plain rw - fuse plain rw\n"
+     "78 29 8:49 / /media/ntfs rw - fuseblk /dev/sdd1 rw\n",
      {"- /", "- /boot/efi", "- /media/kim/KIM'S CARD", "- /net/set", "- /media/hde", "- /snap/stick",
-      "- /tank", "pseudo /proc", "pseudo /proc/sys/fs/binfmt_misc", "snap /snap/core22/1234",
-      "helper /run/user/1000/doc", "helper /run/user/1000/gvfs", "folder /srv/kim", "bind /srv/card"}},
+      "- /tank", "- /media/plain", "- /media/ntfs", "pseudo /proc", "pseudo /proc/sys/fs/binfmt_misc",
+      "snap /snap/core22/1234", "helper /run/user/1000/doc", "helper /run/user/1000/gvfs", "folder /srv/kim",
+      "bind /srv/card"}},
     {"of a container are folders, but not files",
      "/etc/hosts",
      "500 400 0:90 / / rw - overlay overlay rw\n"
@@ -229,11 +233,17 @@ const struct {
      "32 29 0:39 / /pool rw - btrfs /dev/sda2 rw,subvolid=5,subvol=/\n",
      {"- /", "- /home", "- /pool", "folder /export"}},
     {"behind a server are not asked whether they are folders",
-     "/f/x",
+     "/f/x /p/x /n/x /s/x",
      "29 1 8:1 / / rw - ext4 /dev/sda1 rw\n"
      "30 29 0:50 / /f rw - fuse.codexvfs codex0 rw\n"
-     "31 30 8:2 /sub /f/x rw - ext4 /dev/sda2 rw\n",
-     {"- /", "- /f", "- /f/x"}},
+     "31 30 8:2 /sub /f/x rw - ext4 /dev/sda2 rw\n"
+     "32 29 0:51 / /p rw - fuse plain rw\n"
+     "33 32 8:3 /sub /p/x rw - ext4 /dev/sda3 rw\n"
+     "34 29 8:17 / /n rw - fuseblk /dev/sdb1 rw\n"
+     "35 34 8:4 /sub /n/x rw - ext4 /dev/sda4 rw\n"
+     "36 29 8:18 / /s rw - fuseblk.other /dev/sdb2 rw\n"
+     "37 36 8:5 /sub /s/x rw - ext4 /dev/sda5 rw\n",
+     {"- /", "- /f", "- /f/x", "- /p", "- /p/x", "- /n", "- /n/x", "- /s", "- /s/x"}},
     {"are reachable",
      "",
      "29 1 8:1 / / rw - ext4 /dev/sda1 rw\n"
@@ -268,9 +278,10 @@ TEST(Volumes, AreNotNoneBecauseTheTableCannotBeReadAndThatIsSaid) {
 }
 
 TEST(Volumes, AreWhatTheTableAndTheRulesSay) {
-  for (const auto& [volumes, file, table, verdicts] : kTables) {
+  for (const auto& [volumes, files, table, verdicts] : kTables) {
     FakeMachine machine;
-    if (*file != 0) machine.fileAt(file);
+    std::istringstream all(files);
+    for (std::string file; all >> file;) machine.fileAt(file);
     machine.mounts(table);
     LinuxVolumes linuxVolumes(machine.options(), machine.mountTable());
     std::vector<std::string> lines;
