@@ -20,7 +20,9 @@
 #include "integration/support/FuseServer.h"
 #include "integration/support/Observer.h"
 #include "integration/support/Story.h"
+#include "platform/linux/LinuxPlatform.h"
 #include "platform/posix/SystemFiles.h"
+#include "support/SessionRecorder.h"
 
 namespace kmv::integration {
 namespace {
@@ -114,6 +116,27 @@ TEST_F(VolumeStory, AVolumeUnderAnotherIsHeldByNoProcess) {
   Child elsewhere([&] { return chdir((point + "/inner").c_str()) == 0; });
   ASSERT_TRUE(elsewhere.holds());
   EXPECT_EQ(unmountAt(point), (Answer{kBusy, 0})) << "the child holds the inner one";
+}
+
+TEST_F(VolumeStory, AnUnmountedVolumeIsNotTakenForTheOneThatIsSeenInItsPlace) {
+  const LoopDevice card = newVolume("ext4", "Card"), other = newVolume("ext4", "Other");
+  const std::string point = space().folder("point"), day = point + "/day";
+  mountVolume(card.node(), point, "ext4");
+  std::filesystem::create_directory(day);
+  LinuxPlatform platform;
+  SessionRecorder recorder(platform, [&](const Dictionary& disk) {
+    const URL* path = disk.url(key::kVolumePath);
+    return path == nullptr ? "none" : path->path();
+  });
+  // Another volume, and then a folder of the same one, on top of it.
+  for (const std::string& top : {other.node(), day}) {
+    top == day ? bindMount(day, point) : mountVolume(top, point, "ext4");
+    const auto disk = recorder.session().diskFromVolumePath(URL::fileURLWithPath(point, true));
+    ASSERT_NE(disk, nullptr) << top;
+    recorder.session().unmount(*disk, &SessionRecorder::answered, &recorder);
+    EXPECT_TRUE(eventually([&] { return !recorder.lines().empty(); }));
+    EXPECT_EQ(recorder.take(), SessionRecorder::Lines{"answered 0 none"}) << top;
+  }
 }
 
 TEST_F(FuseStory, AProcessOnAServerThatDoesNotAnswerDelaysNoSearchForHolders) {

@@ -5,7 +5,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -13,10 +12,12 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "platform/linux/LinuxPlatform.h"
+#include "support/DescriptorLimit.h"
 #include "support/Process.h"
 #include "support/TemporaryFolder.h"
 
@@ -24,27 +25,17 @@ namespace kmv {
 namespace {
 
 namespace fs = std::filesystem;
+using test::DescriptorLimit;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
-/// This process may open so many descriptors more, while this object lives.
-class FewDescriptors {
- public:
-  explicit FewDescriptors(int left) {
-    getrlimit(RLIMIT_NOFILE, &usual_);
-    const int next = dup(0);
-    close(next);
-    const rlimit few{static_cast<rlim_t>(next + left), usual_.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &few);
-  }
-  ~FewDescriptors() { setrlimit(RLIMIT_NOFILE, &usual_); }
-  FewDescriptors(const FewDescriptors&) = delete;
-  FewDescriptors& operator=(const FewDescriptors&) = delete;
-
- private:
-  rlimit usual_{};
-};
+/// The limit that lets this process open so many descriptors more.
+std::size_t limitWith(std::size_t left) {
+  const int next = dup(0);
+  close(next);
+  return static_cast<std::size_t>(next) + left;
+}
 
 class LinuxFilesTest : public ::testing::Test {
  protected:
@@ -169,20 +160,20 @@ TEST_F(LinuxFilesTest, AShortageOfDescriptorsLosesNoFileInSilenceAndEnds) {
   for (int i = 0; i < 250; ++i) root_.write("wide/" + std::to_string(i) + "/file", "1");
   std::vector<std::string> log;
   OrvaneLog::defaultLog().setSink([&](OrvaneLog::Level, std::string_view line) { log.emplace_back(line); });
-  for (int left = 1; left <= 5; ++left) {
-    const FewDescriptors few(left);
+  for (std::size_t left = 1; left <= 5; ++left) {
+    const DescriptorLimit few(limitWith(left));
     EXPECT_EQ(sizeOf("deep"), 48u) << left;
     EXPECT_EQ(sizeOf("wide"), 250u) << left;
   }
   EXPECT_THAT(log, IsEmpty());
   {
-    const FewDescriptors none(0);
+    const DescriptorLimit none(limitWith(0));
     EXPECT_EQ(sizeOf("deep"), 0u);
   }
   EXPECT_THAT(log, ElementsAre(HasSubstr(path("deep"))));
   OrvaneLog::defaultLog().setSink({});
   // Over in the middle of a walk: helpers read ahead again.
-  std::optional<FewDescriptors> few(3);
+  auto few = std::make_unique<DescriptorLimit>(limitWith(3));
   const auto open = [] { return std::distance(fs::directory_iterator("/proc/self/fd"), {}); };
   const auto before = open();
   int visited = 0;
