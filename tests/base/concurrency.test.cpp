@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <functional>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -37,6 +39,52 @@ TEST(DriveDictionary, SnapshotsStayAndReadersSeeUpdatesAtomically) {
   EXPECT_FALSE(torn);
   EXPECT_EQ(drive.value("a"), Value(2000));
   EXPECT_EQ(*before, (Dictionary{{"a", 0}, {"b", 0}, {"gone", 1}}));
+}
+
+/// Runs `action` on `other` and gives it time; true when it ended meanwhile, which it cannot when it waits for a
+/// lock that the caller holds.
+bool endsMeanwhile(std::thread& other, std::function<void()> action) {
+  const auto begun = std::make_shared<std::atomic<bool>>(), ended = std::make_shared<std::atomic<bool>>();
+  other = std::thread([=] {
+    *begun = true;
+    action();
+    *ended = true;
+  });
+  while (!*begun) std::this_thread::yield();
+  for (int i = 0; i < 1000 && !*ended; ++i) std::this_thread::yield();
+  return *ended;
+}
+
+TEST(DriveDictionary, ASnapshotWaitsForTheUpdateInProgress) {
+  DriveDictionary drive({{"a", 0}});
+  DictionarySnapshot seen;
+  std::thread reader;
+  drive.update([&](Dictionary& contents) {
+    contents.set("a", 1);
+    EXPECT_FALSE(endsMeanwhile(reader, [&] { seen = drive.snapshot(); }));
+  });
+  reader.join();
+  EXPECT_EQ(*seen, (Dictionary{{"a", 1}}));
+}
+
+/// Calls `whileCopied` when a dictionary copies it, which it does under its lock.
+struct Copied {
+  explicit Copied(std::function<void()> action) : whileCopied(std::move(action)) {}
+  Copied(const Copied& other) {
+    if (other.whileCopied) other.whileCopied();
+  }
+  Copied& operator=(const Copied&) = default;
+  std::function<void()> whileCopied;
+};
+
+TEST(LiveCollections, ASnapshotOfADictionaryWaitsForTheEntryThatIsBeingSet) {
+  LiveDictionary<int, Copied> dictionary;
+  std::size_t seen = 0;
+  std::thread reader;
+  dictionary.set(
+      1, Copied([&] { EXPECT_FALSE(endsMeanwhile(reader, [&] { seen = dictionary.snapshot().size(); })); }));
+  reader.join();
+  EXPECT_EQ(seen, 1u);
 }
 
 TEST(LiveCollections, KeepTheOrderOfInsertion) {

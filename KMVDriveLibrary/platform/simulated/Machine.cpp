@@ -86,6 +86,8 @@ void Machine::followPath(DiskId disk, const Dictionary& description) {
 void Machine::unplug(DiskId disk) {
   Dictionary last = std::move(find(disk));
   disks_.erase(disk);
+  pathVolumes_.erase(disk);
+  ioRegistry_.forget(disk);
   fileSystem_.unmount(disk);
   bus_.emit({Kind::disappeared, disk, std::move(last), {}});
 }

@@ -27,6 +27,12 @@ class SimulatedIORegistry final : public IORegistry {
   std::vector<StorageDevice> physicalDisks(const std::string& name) override;
   std::unique_ptr<DriveStatisticsReader> makeStatisticsReader() override;
 
+  /// The disk is gone; its id is never reused.
+  void forget(testing::DiskId disk) {
+    mediaPaths.erase(disk);
+    hidden.erase(disk);
+  }
+
   struct Disks {
     StorageDevice whole;
     std::vector<StorageDevice> physical;
