@@ -15,7 +15,7 @@ namespace kmv {
 namespace {
 
 /// A look at the cache fails while anything is mounted or renamed anywhere (a sequence lock), so it is retried.
-constexpr int kMostLooks = 16;
+constexpr int kMostTries = 16;
 
 /// The kernel's cache of names alone is asked (RESOLVE_CACHED), and no file system: neither what is mounted nor
 /// what the path leads through, which may be an overlay with a dead server in its lower layer. None when the
@@ -26,7 +26,7 @@ std::optional<bool> cachedIsDirectory(const std::string& viewRoot, const std::st
   open_how how{};
   how.flags = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
   how.resolve = RESOLVE_CACHED | RESOLVE_IN_ROOT;
-  for (int look = 0; look < kMostLooks; ++look) {
+  for (int look = 0; look < kMostTries; ++look) {
     const FileDescriptor folder(
         static_cast<int>(::syscall(SYS_openat2, root.get(), point.c_str(), &how, sizeof how)));
     if (folder) return true;
