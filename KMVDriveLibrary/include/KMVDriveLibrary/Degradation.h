@@ -8,7 +8,8 @@
 
 namespace kmv {
 
-/// What the library cannot read of this machine at present, in ascending order: "mount table unreadable".
+/// What the library cannot read of this machine at present, in ascending order: "devices unreadable" (drives
+/// and disks may be missing, or as they were), "mount table unreadable".
 /// Empty while its lists are the whole truth.
 /// Each is logged as an error when it begins, as "degraded: mount table unreadable", and when it is over, as
 /// info, "no longer degraded: mount table unreadable".

@@ -44,6 +44,13 @@ class FakeMachine {
     root_.link("sys/class/block/" + name.string(), "../../devices/" + folder);
     root_.link("sys/dev/block/" + number, "../../devices/" + folder);
   }
+  /// The list of the devices made so far cannot be read, or can be again.
+  void devicesAreReadable(bool areReadable) {
+    const std::filesystem::path list = root_ / "sys/class/block", next = root_ / "sys/class/next";
+    if (!std::filesystem::is_symlink(list)) std::filesystem::rename(list, root_ / "sys/class/real");
+    std::filesystem::create_symlink(areReadable ? "real" : "block", next);  // to itself: ELOOP
+    std::filesystem::rename(next, list);                                    // atomically
+  }
   /// The folder /sys/devices/`folder` belongs to a bus.
   void bus(const std::string& folder, const std::string& name) {
     root_.link("sys/devices/" + folder + "/subsystem", "../bus/" + name);

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The session over a machine of plain folders.
+#include <KMVDriveLibrary/Degradation.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -38,6 +39,23 @@ TEST(LinuxSession, ReportsEverythingThatIsThere) {
   // The partition has no udev record, and its node cannot be read: it is described by what is known.
   EXPECT_THAT(recorder.lines(),
               ::testing::UnorderedElementsAre("appeared sda1 /", "appeared sda none", "appeared ? /f"));
+}
+
+TEST(LinuxSession, SaysWhatItCannotReadAndTriesAgain) {
+  FakeMachine machine;
+  LinuxOptions options = machine.options();
+  options.mountTableOf = "7";
+  machine.device("pci0/block/sda", "8:0", {{"size", "4096"}});
+  machine.devicesAreReadable(false);
+  LinuxPlatform platform(options);
+  SessionRecorder recorder(platform, deviceAndPoint);
+  recorder.start();
+  const std::vector<std::string> both{"devices unreadable", "mount table unreadable"};
+  EXPECT_TRUE(eventually([&] { return degradations() == both; }));
+  EXPECT_THAT(recorder.lines(), ::testing::IsEmpty());
+  machine.mounts("30 1 0:50 / /f rw - fuse.codexvfs codex0 rw\n", "7");
+  machine.devicesAreReadable(true);
+  EXPECT_TRUE(eventually([&] { return recorder.lines().size() == 2 && degradations().empty(); }));
 }
 
 TEST(DeviceFollower, WithoutDescriptorsEveryDeviceStaysAsItWasAndIsReadAgainLater) {

@@ -289,7 +289,9 @@ void LinuxSession::readAgain() {
 
 std::optional<DiskModel::Clock::time_point> LinuxSession::nextDeadline() {
   const bool isIncomplete = deviceNews_->hasUnread() || model_->hasUnread();
-  const auto retry = retry_.plan(isIncomplete, DiskModel::Clock::now()), probe = model_->nextDeadline();
+  setDegraded(kDevicesUnreadable, isIncomplete);
+  const auto retry = retry_.plan(isIncomplete || !mounts_->isReadable(), DiskModel::Clock::now());
+  const auto probe = model_->nextDeadline();
   auto next = retry && probe ? std::min(*retry, *probe) : (retry ? retry : probe);
   if (mountNewsWait_) next = std::min(next.value_or(mountLooks_.next()), mountLooks_.next());
   return next;
