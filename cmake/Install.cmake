@@ -12,6 +12,7 @@ include(CMakePackageConfigHelpers)
 set(kmv_package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/KMVDriveLibrary)
 install(TARGETS KMVDriveLibrary KMVDriveLibraryStatic KMVDriveLibrarySimulated EXPORT KMVDriveLibraryTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  FRAMEWORK DESTINATION Library/Frameworks
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
   FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(EXPORT KMVDriveLibraryTargets NAMESPACE KMVDriveLibrary:: DESTINATION ${kmv_package_folder})

@@ -119,10 +119,17 @@ std::string hiddenAsTable(const Listing& listing, const Style& style) {
   return "\n" + table.text(style);
 }
 
+/// Some platforms report whole disks and unknown partitions too, as not mountable: those are no volumes.
+KMVDiskArbiter::UnmountedDictionaries unmountedVolumes(const KMVDiskArbiter& arbiter) {
+  auto volumes = arbiter.unmountedDictionaries();
+  std::erase_if(volumes, [](const auto& disk) { return disk->boolValue(key::kVolumeMountable) == false; });
+  return volumes;
+}
+
 ExitCode list(CommandContext& context, const ListOptions& options) {
   if (!awaitInitialReport(context.loop)) return ExitCode::ok;
   const KMVDiskArbiter& arbiter = KMVDiskArbiter::sharedInstance();
-  Listing listing{arbiter.mountedDictionaries(), arbiter.unmountedDictionaries(), {}, {}};
+  Listing listing{arbiter.mountedDictionaries(), unmountedVolumes(arbiter), {}, {}};
   if (options.verbose) {
     listing.codex = askCodexVolumes(context.loop, listing.drives);
     if (!listing.codex) return ExitCode::ok;

@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -49,6 +50,15 @@ int pollTimeout(const Deadline& deadline) {
   if (!deadline) return -1;
   const auto left = std::chrono::ceil<std::chrono::milliseconds>(*deadline - EventLoop::Clock::now()).count();
   return static_cast<int>(std::clamp<long long>(left, 0, std::numeric_limits<int>::max()));
+}
+
+/// What the output is polled for: that its reader has gone. An error shows without being asked for, but macOS
+/// watches only what is asked for. On a terminal that question would be answered by every key.
+short eventsOfOutput(int output) {
+  struct stat status {};
+  const bool hasReader =
+      fstat(output, &status) == 0 && (S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode));
+  return hasReader ? POLLHUP : 0;
 }
 
 }  // namespace
@@ -105,8 +115,8 @@ StopSignals::~StopSignals() {
 
 Wake EventLoop::wait(std::optional<Clock::time_point> deadline) {
   for (;;) {
-    // The output is polled for nothing but the errors that always show: its reader has gone.
-    pollfd watched[] = {{stop_, POLLIN, 0}, {output_, 0, 0}, {mainQueue().fileDescriptor(), POLLIN, 0}};
+    pollfd watched[] = {
+        {stop_, POLLIN, 0}, {output_, eventsOfOutput(output_), 0}, {mainQueue().fileDescriptor(), POLLIN, 0}};
     const int ready = poll(watched, std::size(watched), pollTimeout(deadline));
     if (ready < 0 && errno != EINTR) throw std::system_error(errno, std::generic_category(), "cannot poll");
     if (ready > 0) {

@@ -6,11 +6,13 @@
 #include <KMVDriveLibrary/KMVDriveKeys.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cinttypes>
 #include <cstdint>
 #include <cstdio>
 #include <ctime>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 #include "kmvdrive/DriveFacts.h"
@@ -83,7 +85,11 @@ std::string detailsOf(const DriveSummary& summary) {
   return details;
 }
 
-const char* reasonOf(std::int64_t status) {
+/// macOS hands on what a file system says in this wrapping.
+constexpr std::int64_t kWrappedErrno = 0xC000;
+constexpr std::int64_t kMostErrno = 0xFF;
+
+std::string reasonOf(std::int64_t status) {
   constexpr std::pair<std::int64_t, const char*> kReasons[] = {
       {dissent::kBusy, "something on it is in use"},
       {dissent::kBadArgument, "it cannot have that name"},
@@ -96,10 +102,15 @@ const char* reasonOf(std::int64_t status) {
       {dissent::kNotReady, "the device is not ready"},
       {dissent::kNotWritable, "it is read-only"},
       {dissent::kUnsupported, "a volume of this kind cannot do that"},
+      {kWrappedErrno + EBUSY, "something on it is in use"},
+      {kWrappedErrno + EROFS, "it is read-only"},
   };
   for (const auto& [known, reason] : kReasons) {
     if (known == status) return reason;
   }
+  const std::int64_t error = status - kWrappedErrno;
+  if (error > 0 && error <= kMostErrno)
+    return "its file system says: " + std::generic_category().message(static_cast<int>(error));
   return "the system refused without a reason that is known here";
 }
 
@@ -167,7 +178,7 @@ std::string refusalText(const Dictionary& rejection) {
     return number == nullptr ? 0 : number->integerValue();
   };
   const std::int64_t status = numberUnder(kStatus), processID = numberUnder(kProcessID);
-  std::string text = std::string(reasonOf(status)) + " (status " + statusText(status);
+  std::string text = reasonOf(status) + " (status " + statusText(status);
   if (processID != 0) text += ", process " + std::to_string(processID);
   return text + ")";
 }

@@ -85,11 +85,22 @@ void addMounted(Disks& disks, const DictionarySnapshot& drive) {
   part.drives.push_back(drive);
 }
 
+/// Some platforms report the disk beside its partitions: it is none of them.
+bool isWholeDiskWithoutVolume(const Dictionary& description) {
+  return description.boolValue(key::kMediaWhole) == true &&
+         description.boolValue(key::kVolumeMountable) == false;
+}
+
 void addUnmounted(Disks& disks, const DictionarySnapshot& description) {
   const Value* unit = description->find(key::kMediaBSDUnit);
   const std::string* name = description->text(key::kMediaBSDName);
   if (unit == nullptr || !unit->isNumber() || name == nullptr) return;
-  StoragePart& part = named(disks[*unit].partitions, *name);
+  StorageDisk& disk = disks[*unit];
+  if (isWholeDiskWithoutVolume(*description)) {
+    disk.name = *name;
+    return;
+  }
+  StoragePart& part = named(disk.partitions, *name);
   if (part.drives.empty()) part.drives.push_back(description);
 }
 
@@ -105,7 +116,7 @@ void complete(StorageDisk& disk, const Value& unit) {
     std::sort(container.volumes.begin(), container.volumes.end(), byName);
   const std::string device = !disk.partitions.empty()   ? disk.partitions.front().name
                              : !disk.containers.empty() ? disk.containers.front().name
-                                                        : std::string();
+                                                        : disk.name;
   if (const auto whole = wholeDiskOf(device)) {
     disk.name = whole->name;
     disk.model = whole->model;

@@ -9,7 +9,11 @@ library=$1
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
-nm -D --defined-only -C "$library" >"$work/symbols"
+if [ "$(uname)" = Darwin ]; then
+  nm -gU "$library" | c++filt >"$work/symbols"
+else
+  nm -D --defined-only -C "$library" >"$work/symbols"
+fi
 grep -q ' T KMVDiskArbiter::startArbiter()$' "$work/symbols" || { echo "no KMVDiskArbiter::startArbiter in $library"; exit 1; }
 
 awk '
@@ -22,7 +26,7 @@ awk '
     sub(/^(non-virtual|virtual) thunk to /, "", name)
     weak = kind ~ /^[VWu]$/
   }
-  name ~ /kmv::Linux|kmv::simulated|\(anonymous namespace\)|nlohmann/ { print "  " kind " " name; next }
+  name ~ /kmv::Linux|kmv::macos|kmv::simulated|\(anonymous namespace\)|nlohmann/ { print "  " kind " " name; next }
   name ~ /^(kmv::|KMV|k[A-Z]|OrvaneLog|CrossAppFileManager|Codex(VirtualFileSystemWrapper|ExtendedAttributes)|VirtualFileSystemWrapper|virtualFileSystemWrapperHasUpdated$|ExtendedAttributesError|StreamFileReader|ApplicationIOTrackingDelegate|IOActivityUpdate|URLActivityUpdate|DeviceIOStatistics|NewDiskAppeared$|DiskDisappeared$|DiskDescriptionChanged$|DiskUnmountCallback$|DiskRenameCallback$)/ { next }
   weak && name ~ /(^|[ (<])(std|__gnu_cxx|kmv)::/ { next }
   weak && isTypeName { next } # of function types, for std::function

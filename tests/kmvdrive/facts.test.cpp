@@ -2,7 +2,9 @@
 // What scripts and people are told of drives: byte for byte, since scripts compare.
 #include <KMVDriveLibrary/DissentStatus.h>
 #include <gmock/gmock.h>
+
 #include <gtest/gtest.h>
+#include <cerrno>
 
 #include <chrono>
 #include <limits>
@@ -142,8 +144,12 @@ TEST(EventText, ARefusalIsASentenceWithItsNumbers) {
       eventAsJSON(DriveEvent::ejectionRejected, kTime, refusal),
       R"({"event":"ejectionRejected","time":1700000000.125,"url":"file:///card/","path":"/card","status":-119930878,"pid":4711})"
       "\n");
-  EXPECT_EQ(refusalText({{"status", 12}, {"pid", 0}}),
-            "the system refused without a reason that is known here (status 12)");
+  const std::pair<int, const char*> others[] = {
+      {12, "the system refused without a reason that is known here (status 12)"},
+      {49168, "something on it is in use (status 49168)"},  // errno in the wrapping of macOS
+      {49182, "it is read-only (status 49182)"},
+      {0xC000 + ENOSPC, "its file system says: No space left on device (status 49180)"}};
+  for (const auto& [status, text] : others) EXPECT_EQ(refusalText({{"status", status}, {"pid", 0}}), text);
 }
 
 }  // namespace

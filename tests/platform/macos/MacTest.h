@@ -20,6 +20,8 @@ inline void expectNothingIsLeft() {
 /// A case over the doubles.
 class MacTest : public ::testing::Test {
  protected:
+  /// Threads may have run before a case that dies.
+  void SetUp() override { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
   void TearDown() override {
     fake::reset();
     expectNothingIsLeft();

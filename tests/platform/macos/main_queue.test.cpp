@@ -150,7 +150,6 @@ TEST_F(MacMain, AnExceptionOfAWaitedTaskReachesTheCallerOnItsThread) {
 }
 
 TEST_F(MacMain, WrongUseStopsTheProcess) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_DEATH(queue().sync([] {}), "KMVDriveLibrary: sync called on queue \"main\"");
   EXPECT_DEATH(std::thread([this] { queue().drain(); }).join(), "beside the process's main thread");
   EXPECT_DEATH(std::thread([this] { queue().run(); }).join(), "beside the process's main thread");

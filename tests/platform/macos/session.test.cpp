@@ -190,7 +190,6 @@ TEST_F(MacSession, HearsNothingMoreOfADeadDaemonAndItsCommandsAreRefused) {
 }
 
 TEST_F(MacSession, WrongUseStopsTheProcess) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
   class Foreign : public SerialQueue {
     const std::string& label() const override { return label_; }
     void async(Task) override {}
