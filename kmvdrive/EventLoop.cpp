@@ -45,8 +45,15 @@ bool hasPassed(const Deadline& deadline) {
   return deadline && EventLoop::Clock::now() >= *deadline;
 }
 
+/// The queue is looked at so often when no descriptor is left that would tell of its tasks.
+constexpr std::chrono::milliseconds kLookWithoutDescriptor{100};
+
 /// Milliseconds for poll, rounded up so that the deadline has passed afterwards; -1 for no limit.
-int pollTimeout(const Deadline& deadline) {
+int pollTimeout(Deadline deadline, bool isDeaf) {
+  if (isDeaf) {
+    const auto look = EventLoop::Clock::now() + kLookWithoutDescriptor;
+    deadline = std::min(deadline.value_or(look), look);
+  }
   if (!deadline) return -1;
   const auto left = std::chrono::ceil<std::chrono::milliseconds>(*deadline - EventLoop::Clock::now()).count();
   return static_cast<int>(std::clamp<long long>(left, 0, std::numeric_limits<int>::max()));
@@ -115,17 +122,17 @@ StopSignals::~StopSignals() {
 
 Wake EventLoop::wait(std::optional<Clock::time_point> deadline) {
   for (;;) {
-    pollfd watched[] = {
-        {stop_, POLLIN, 0}, {output_, eventsOfOutput(output_), 0}, {mainQueue().fileDescriptor(), POLLIN, 0}};
-    const int ready = poll(watched, std::size(watched), pollTimeout(deadline));
+    const int queue = mainQueue().fileDescriptor();
+    pollfd watched[] = {{stop_, POLLIN, 0}, {output_, eventsOfOutput(output_), 0}, {queue, POLLIN, 0}};
+    const int ready = poll(watched, std::size(watched), pollTimeout(deadline, queue < 0));
     if (ready < 0 && errno != EINTR) throw std::system_error(errno, std::generic_category(), "cannot poll");
     if (ready > 0) {
       if (watched[0].revents != 0) return Wake::stopRequested;
       if (watched[1].revents != 0) return Wake::outputClosed;
-      mainQueue().drain();
     }
+    if (ready > 0 || queue < 0) mainQueue().drain();
     if (hasPassed(deadline)) return Wake::deadline;
-    if (ready != 0) return Wake::worked;
+    if (ready != 0 || queue < 0) return Wake::worked;
   }
 }
 

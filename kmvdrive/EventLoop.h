@@ -47,8 +47,8 @@ enum class Wake {
 };
 
 /// The program's only blocking wait: the library's main queue, the stop signals and the reader of the output
-/// in a single poll, so an idle program has no wake-ups. Used on the main thread, which thereby is the main
-/// queue's thread.
+/// in a single poll, so an idle program has no wake-ups, but where no descriptor is left for the queue. Used on the
+/// main thread, which thereby is the main queue's thread.
 class EventLoop {
  public:
   using Clock = std::chrono::steady_clock;

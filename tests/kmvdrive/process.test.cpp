@@ -133,6 +133,28 @@ TEST(KmvdriveProgram, ClosedStandardStreamsAreNotTakenForItsOwnFiles) {
   EXPECT_THAT(blind.output, StartsWith("NAME "));
 }
 
+TEST(KmvdriveProgram, WithFewDescriptorsListTellsAllOrSaysThatItDoesNot) {
+  const auto drivesOf = [](const Ran& ran) {
+    json drives = json::parse(ran.output).at("drives");
+    for (json& drive : drives) {
+      for (const char* time : {"appeared", "description"}) drive.erase(time);
+    }
+    return drives;
+  };
+  const json all = drivesOf(runInShell("list --json"));
+  for (const char* limit : {"8", "9", "10", "11", "12", "14", "20"}) {
+    const std::string script = "exec 3>&- 4>&- 5>&- 6>&- 7>&-; ulimit -n $1 && exec \"$0\" list --json";
+    const Ran ran = run({"sh", "-c", script, KMVDRIVE_PROGRAM, limit}, {}, Process::Errors::kept);
+    if (ran.exitCode == 0) {
+      EXPECT_EQ(drivesOf(ran), all) << limit;
+    } else {
+      EXPECT_EQ(ran.exitCode, 5) << limit << ran.errors;
+      EXPECT_FALSE(json::parse(ran.output).at("degraded").empty()) << limit;
+      EXPECT_THAT(ran.errors, HasSubstr("degraded: "));
+    }
+  }
+}
+
 TEST(KmvdriveProgram, TopGivesTheTerminalBackWhileItIsStoppedAndInTheEnd) {
   constexpr char kEnter[] = "\x1b[?1049h", kFrame[] = "\x1b[H", kLeave[] = "\x1b[?1049l";
   Terminal terminal;

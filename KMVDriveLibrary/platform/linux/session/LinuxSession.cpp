@@ -280,9 +280,11 @@ void LinuxSession::waitForNews() {
   }
 }
 
-/// Without descriptors nothing is known of what could not be read; it is retried until it is.
+/// Without descriptors nothing is known of what could not be read; it is retried until it is. The mounts are looked
+/// at whatever woke the thread.
 void LinuxSession::readAgain() {
   if (!retry_.isDue(DiskModel::Clock::now())) return;
+  watch(poll_, mountReports_.descriptor(), mountReports_.epollEvents());  // idempotent
   deviceNews_->readAgain();
   model_->readAgain();
 }
