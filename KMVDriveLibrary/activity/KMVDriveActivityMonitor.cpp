@@ -90,7 +90,7 @@ KMVDriveActivityMonitor::KMVDriveActivityMonitor() {
   setDiskSession(kmv::keptForEver(platform.makeDiskArbitrationSession()));
   setIoServiceTracker(std::make_shared<KMVDriveIOActivityTracker>());
   setAppTracker(std::make_shared<KMVDriveIOActivityTracker>());
-  setDriveAnalysisQueue(platform.queues().makeSerialQueue("analysis queue"));
+  setDriveAnalysisQueue(platform.queues().makeSerialQueue("analysis queue", kmv::QualityOfService::core));
   setRefreshFrequency(1);
   setLoadCycles(0);
   setAppIOLookup(std::make_shared<TotalsBySender>());

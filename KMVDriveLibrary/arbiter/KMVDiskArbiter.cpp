@@ -39,8 +39,8 @@ KMVDiskArbiter::KMVDiskArbiter() : properties_(std::make_unique<Properties>()) {
   fields.informationProtcolClasses.set(std::make_shared<kmv::LiveSet<Listener>>());
   fields.volumeURLsCurrentlyMounted.set(std::make_shared<kmv::LiveSet<kmv::URL>>());
   fields.readerWriterSemaphore.set(std::make_shared<kmv::Semaphore>(kmv::kWriterUnits));
-  fields.arbiterQueue.set(platform.queues().makeSerialQueue(kArbiterQueueLabel));
-  setAssetMutexQueue(platform.queues().makeSerialQueue(kAssetQueueLabel));
+  fields.arbiterQueue.set(platform.queues().makeSerialQueue(kArbiterQueueLabel, kmv::QualityOfService::core));
+  setAssetMutexQueue(platform.queues().makeSerialQueue(kAssetQueueLabel, kmv::QualityOfService::core));
   // The platform may call back as long as the process lives.
   fields.diskArbitrationSession.set(kmv::keptForEver(platform.makeDiskArbitrationSession()));
   diskArbitrationSession()->setQueue(arbiterQueue());

@@ -12,7 +12,17 @@ namespace kmv {
 
 /// How urgent a queue's work is, in the platform's classes.
 /// A hint: a platform without such classes ignores it.
-enum class QualityOfService { unspecified, userInteractive, userInitiated, standard, utility, background };
+/// `core` is unspecified too, for the few queues on which the whole library depends: where threads are bounded,
+/// tasks of other queues that wait for volumes do not keep theirs waiting.
+enum class QualityOfService {
+  unspecified,
+  core,
+  userInteractive,
+  userInitiated,
+  standard,
+  utility,
+  background
+};
 
 /// Makes the queues.
 /// Every member may be called from any thread.

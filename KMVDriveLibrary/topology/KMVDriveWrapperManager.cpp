@@ -46,7 +46,8 @@ KMVDriveWrapperManager& KMVDriveWrapperManager::sharedInstance() {
 }
 
 KMVDriveWrapperManager::KMVDriveWrapperManager()
-    : queue_(kmv::Platform::current().queues().makeSerialQueue("KMVDriveWrapperManagerQueue")),
+    : queue_(kmv::Platform::current().queues().makeSerialQueue("KMVDriveWrapperManagerQueue",
+                                                               kmv::QualityOfService::core)),
       codex_(std::make_shared<kmv::topology::CodexWrapperSupply>(queue_)) {}
 
 KMVDriveWrapperManager::~KMVDriveWrapperManager() = default;

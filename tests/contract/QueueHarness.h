@@ -4,6 +4,7 @@
 #include <KMVDriveLibrary/Queue.h>
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <memory>
 #include <ostream>
 #include <string>
@@ -23,6 +24,9 @@ class QueueHarness {
   /// Returns when every task that was handed to any queue, delayed ones and the main queue's included, has
   /// run.
   virtual void runUntilIdle() = 0;
+
+  /// For a task: returns when so many tasks are here, or at once where one thread runs them all.
+  virtual void waitForOthers(std::size_t) {}
 };
 
 using MakeQueueHarness = std::unique_ptr<QueueHarness> (*)();
@@ -35,9 +39,14 @@ class QueueContract : public ::testing::TestWithParam<MakeQueueHarness> {
   }
   MainQueue& mainQueue() { return harness_->mainQueue(); }
   void runUntilIdle() { harness_->runUntilIdle(); }
+  void waitForOthers(std::size_t tasks) { harness_->waitForOthers(tasks); }
 
  private:
   std::unique_ptr<QueueHarness> harness_ = GetParam()();
 };
+
+/// For the platforms that see who waits for whom.
+class QueueCycles : public QueueContract {};
+GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(QueueCycles);
 
 }  // namespace kmv::test

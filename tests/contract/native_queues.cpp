@@ -1,39 +1,61 @@
 // SPDX-License-Identifier: MIT
-#include <poll.h>
+#include <atomic>
+#include <thread>
+#include <utility>
 
 #include "contract/QueueHarness.h"
 #include "platform/linux/queues/Queues.h"
-#include "support/OtherThreads.h"
 
 namespace kmv::test {
 namespace {
 
+using Count = std::shared_ptr<std::atomic<int>>;  // of tasks that have not run yet
+
+class CountedQueue : public SerialQueue {
+ public:
+  CountedQueue(std::shared_ptr<SerialQueue> queue, Count open)
+      : queue_(std::move(queue)), open_(std::move(open)) {}
+  const std::string& label() const override { return queue_->label(); }
+  void async(Task task) override { queue_->async(counted(std::move(task))); }
+  void sync(TaskReference task) override { queue_->sync(task); }
+  void after(std::chrono::nanoseconds delay, Task task) override {
+    queue_->after(delay, counted(std::move(task)));
+  }
+  bool isCurrent() const override { return queue_->isCurrent(); }
+
+ private:
+  Task counted(Task task) {
+    ++*open_;
+    return [task = std::move(task), open = open_] {
+      task();
+      --*open;
+    };
+  }
+  const std::shared_ptr<SerialQueue> queue_;
+  const Count open_;
+};
+
 class NativeQueues : public QueueHarness {
  public:
   std::shared_ptr<SerialQueue> makeSerialQueue(const std::string& label) override {
-    return factory_.makeSerialQueue(label);
+    return std::make_shared<CountedQueue>(factory_.makeSerialQueue(label), open_);
   }
   MainQueue& mainQueue() override { return factory_.mainQueue(); }
-
-  /// The library has a thread as long as there is something to do.
   void runUntilIdle() override {
-    const int descriptor = mainQueue().fileDescriptor();
-    bool wasBusy = true;
-    while (wasBusy) {
-      pollfd waiting{descriptor, POLLIN, 0};
-      poll(&waiting, 1, 1);
-      wasBusy = hasOtherThreads();  // asked first: a thread may leave the main queue something to do
-      if (mainQueue().drain() > 0) wasBusy = true;
+    while (*open_ > 0 || mainQueue().waitingTasks() > 0) {
+      mainQueue().drain();
+      std::this_thread::yield();
     }
-    // Seeing that a thread has ended does not yet make visible what it did; another task's way through the
-    // workers does.
-    const auto last = makeSerialQueue("last");
-    last->async([] {});
-    last->sync([] {});
+  }
+  void waitForOthers(std::size_t tasks) override {
+    ++arrived_;
+    while (arrived_ < tasks) std::this_thread::yield();
   }
 
  private:
+  std::atomic<std::size_t> arrived_ = 0;
   LinuxQueueFactory factory_;
+  const Count open_ = std::make_shared<std::atomic<int>>(0);
 };
 
 std::unique_ptr<QueueHarness> makeNativeQueues() {
@@ -41,6 +63,7 @@ std::unique_ptr<QueueHarness> makeNativeQueues() {
 }
 
 INSTANTIATE_TEST_SUITE_P(Native, QueueContract, ::testing::Values(&makeNativeQueues));
+INSTANTIATE_TEST_SUITE_P(Native, QueueCycles, ::testing::Values(&makeNativeQueues));
 
 }  // namespace
 }  // namespace kmv::test

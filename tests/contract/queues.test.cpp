@@ -78,8 +78,10 @@ TEST_P(QueueContract, DrainingTheMainQueueRunsWhatIsThereAndNotWhatThatHandsOver
   });
   mainQueue().async([&] { order += 'b'; });
   EXPECT_EQ(order, "");
+  EXPECT_EQ(mainQueue().waitingTasks(), 2u);
   EXPECT_EQ(mainQueue().drain(), 2u);
   EXPECT_EQ(order, "ab");
+  EXPECT_EQ(mainQueue().waitingTasks(), 1u);
   EXPECT_EQ(mainQueue().drain(), 1u);
   EXPECT_EQ(mainQueue().drain(), 0u);
   EXPECT_EQ(order, "abc");
@@ -123,6 +125,23 @@ TEST_P(QueueContract, WaitingForAnOwnQueueStopsTheProcessAndNamesTheQueues) {
         mainQueue().drain();
       },
       "\"assets\".*\"main\"|\"main\".*\"assets\"");
+}
+
+/// Each of the queues waits for the next, and the last for the first.
+TEST_P(QueueCycles, QueuesThatWaitForEachOtherStopTheProcessAndAreNamed) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const auto filing = makeQueue("filing"), events = makeQueue("events"), sizes = makeQueue("sizes");
+  const auto waitInACircle = [&](const std::vector<SerialQueue*>& queues) {
+    for (std::size_t i = 0; i < queues.size(); ++i) {
+      SerialQueue& next = *queues[(i + 1) % queues.size()];
+      const auto wait = [&next] { next.sync([] {}); };
+      queues[i]->async([&, wait] { waitForOthers(queues.size()), wait(); });
+    }
+    runUntilIdle();
+  };
+  EXPECT_DEATH(waitInACircle({filing.get(), events.get()}), "\"filing\".*\"events\"|\"events\".*\"filing\"");
+  EXPECT_DEATH(waitInACircle({filing.get(), events.get(), sizes.get()}), "\"sizes\"");
+  EXPECT_DEATH(waitInACircle({filing.get(), &mainQueue()}), "\"filing\".*\"main\"|\"main\".*\"filing\"");
 }
 
 }  // namespace

@@ -29,6 +29,9 @@ std::unique_ptr<QueueHarness> makeSimulatedQueues() {
 INSTANTIATE_TEST_SUITE_P(Simulated, QueueContract,
                          ::testing::Values(&makeSimulatedQueues<1>, &makeSimulatedQueues<2>,
                                            &makeSimulatedQueues<3>));
+INSTANTIATE_TEST_SUITE_P(Simulated, QueueCycles,
+                         ::testing::Values(&makeSimulatedQueues<1>, &makeSimulatedQueues<2>,
+                                           &makeSimulatedQueues<3>));
 
 }  // namespace
 }  // namespace kmv::test

@@ -10,8 +10,8 @@
 
 namespace kmv::test {
 
-/// True while this process has a thread beside its first one (the thread sanitizer's own does not count).
-inline bool hasOtherThreads() {
+/// How many threads this process has beside its first one (the thread sanitizer's own does not count).
+inline std::ptrdiff_t otherThreads() {
 #if defined(KMV_THREAD_SANITIZER)
   constexpr std::ptrdiff_t kOwn = 2;
 #else
@@ -19,7 +19,8 @@ inline bool hasOtherThreads() {
 #endif
   std::error_code error;
   return std::distance(std::filesystem::directory_iterator("/proc/self/task", error),
-                       std::filesystem::directory_iterator()) > kOwn;
+                       std::filesystem::directory_iterator()) -
+         kOwn;
 }
 
 }  // namespace kmv::test

@@ -4,6 +4,7 @@
 #include <KMVDriveLibrary/Export.h>
 
 #include <chrono>
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <string>
@@ -82,6 +83,13 @@ class KMV_EXPORT MainQueue : public SerialQueue {
   /// has none.
   /// Owner: the queue; poll it, neither read nor close it.
   virtual int fileDescriptor() = 0;
+
+  /// How many tasks wait for the main thread.
+  /// Nothing drops them: where nobody runs the queue, every arrival and every removal by URL adds one that
+  /// keeps its drive's dictionary, about 2.3 kB.
+  /// A number that keeps growing tells a host that it does not run its main queue.
+  /// Thread: any.
+  virtual std::size_t waitingTasks() const = 0;
 };
 
 /// The main queue of the platform in use: "kDiskArbiterNewDiskDictionary" and the removals by URL arrive on

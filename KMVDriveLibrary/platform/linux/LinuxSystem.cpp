@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <vector>
 
+#include "platform/linux/queues/WorkerPool.h"
 #include "platform/posix/Spawn.h"
 #include "platform/posix/SpawnHooks.h"
 
@@ -48,10 +49,12 @@ OperatingSystemVersion LinuxSystemInformation::operatingSystemVersion() {
 ChildProcess::Result LinuxChildProcess::run(const Request& request) {
   Request placed = request;
   placed.program = root_ + request.program;
+  const VolumeWait waiting;  // a program may ask one, and itself be on one
   return spawnAndWait(placed, plainEnvironment());
 }
 
 bool LinuxChildProcess::exists(const std::string& program) {
+  const VolumeWait waiting;
   return ::access((root_ + program).c_str(), F_OK) == 0;
 }
 

@@ -124,6 +124,11 @@ int MacMainQueue::fileDescriptor() {
   return readEnd_.get();
 }
 
+std::size_t MacMainQueue::waitingTasks() const {
+  const MutexLock lock(mutex_);
+  return entries_.size();
+}
+
 void MacMainQueue::wakeRunLoop() {
   dispatch_async_f(dispatch_get_main_queue(), nullptr, [](void*) noexcept {});
 }

@@ -38,6 +38,7 @@ class MacMainQueue final : public MainQueue, public std::enable_shared_from_this
   /// From the first call on no more places are taken: they would pile up in a process that never runs its
   /// main queue.
   int fileDescriptor() override;
+  std::size_t waitingTasks() const override;
 
  private:
   /// A caller of `sync`, on the stack of its thread; guarded by `mutex_`.
@@ -69,7 +70,7 @@ class MacMainQueue final : public MainQueue, public std::enable_shared_from_this
   void makeUnreadable() KMV_REQUIRES(mutex_);
 
   const std::string label_ = "main";
-  Mutex mutex_;
+  mutable Mutex mutex_;
   std::deque<Entry> entries_ KMV_GUARDED_BY(mutex_);
   std::size_t places_ KMV_GUARDED_BY(mutex_) = 0;  // whose turn has not come
   Service service_ KMV_GUARDED_BY(mutex_) = Service::none;

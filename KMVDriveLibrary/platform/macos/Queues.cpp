@@ -16,6 +16,7 @@ namespace {
 qos_class_t classOf(QualityOfService quality) {
   switch (quality) {
     case QualityOfService::unspecified:
+    case QualityOfService::core:
       break;
     case QualityOfService::userInteractive:
       return QOS_CLASS_USER_INTERACTIVE;

@@ -24,8 +24,6 @@ class Handle : public Interface {
 
  protected:
   Scheduler& scheduler_;
-
- private:
   QueueStatePointer state_;
 };
 
@@ -36,6 +34,7 @@ class MainQueueHandle final : public Handle<MainQueue> {
   void stop() override { scheduler_.stopMainQueue(); }
   std::size_t drain() override { return scheduler_.drainMainQueue(); }
   int fileDescriptor() override { return -1; }
+  std::size_t waitingTasks() const override { return state_->tasks.size(); }
 };
 
 /// Each task gets a queue of its own, so that the seed picks the order.

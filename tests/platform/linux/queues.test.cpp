@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <pthread.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
@@ -52,6 +54,13 @@ bool isReadable(int descriptor, int timeoutMilliseconds = 0) {
   return poll(&waiting, 1, timeoutMilliseconds) == 1;
 }
 
+void allowThreads(bool isAllowed) {
+  rlimit limit{};
+  getrlimit(RLIMIT_NPROC, &limit);
+  limit.rlim_cur = isAllowed ? limit.rlim_max : 0;
+  setrlimit(RLIMIT_NPROC, &limit);
+}
+
 const auto fail = [] { throw std::runtime_error("no such drive"); };
 
 class LinuxQueues : public ::testing::Test {
@@ -96,9 +105,8 @@ TEST_F(LinuxQueues, ManyThreadsShareAQueueOneTaskAtATimeAndEachKeepsItsOrder) {
 }
 
 TEST_F(LinuxQueues, SyncOnAFreeQueueRunsOnTheCallersThreadAndStartsNone) {
-  ASSERT_TRUE(becomesTrue([] { return !hasOtherThreads(); }));
-  queue_->sync([] { EXPECT_FALSE(hasOtherThreads()); });
-  EXPECT_FALSE(hasOtherThreads());
+  queue_->sync([] { EXPECT_EQ(otherThreads(), 0); });
+  EXPECT_EQ(otherThreads(), 0);
 }
 
 TEST_F(LinuxQueues, AWaiterRunsItsTaskItselfBetweenItsNeighboursInTheLine) {
@@ -120,23 +128,96 @@ TEST_F(LinuxQueues, AWaiterRunsItsTaskItselfBetweenItsNeighboursInTheLine) {
   queue_->sync([&] { EXPECT_EQ(order_, "abc"); });
 }
 
-TEST_F(LinuxQueues, ThreadsEndSoonAfterTheWorkAndTheirSignalsGoToTheHost) {
+TEST_F(LinuxQueues, AfterABurstOneWorkerAndTheTimerStayAndTheirSignalsGoToTheHost) {
   sigset_t blocked;
   std::array<char, 16> name{};
   queue_->after(1ms, [] {});
-  queue_->async([&] {
+  holdUp(*queue_);
+  factory_.makeSerialQueue("second worker")->async([&] {
     pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
     pthread_getname_np(pthread_self(), name.data(), name.size());
+    mayGoOn_.set_value();
   });
   queue_->sync([] {});
   EXPECT_STREQ(name.data(), "kmv-worker");
   for (const int signal : {SIGTERM, SIGINT, SIGCHLD, SIGUSR1}) EXPECT_EQ(sigismember(&blocked, signal), 1);
   for (const int fault : {SIGSEGV, SIGABRT}) EXPECT_EQ(sigismember(&blocked, fault), 0);
-  EXPECT_TRUE(becomesTrue([] { return !hasOtherThreads(); }));
+  EXPECT_TRUE(becomesTrue([] { return otherThreads() == 2; }));
+}
+
+/// From here on the system gives this process no thread; only for a child that ends itself.
+void useUpTheThreads() {
+  if (geteuid() == 0 && setuid(65534) != 0) _exit(2);  // root has no limit
+  allowThreads(false);
+}
+
+/// The name of the thread that `queue` runs its tasks on.
+std::string threadOf(SerialQueue& queue) {
+  std::promise<std::string> name;
+  queue.async([&] {
+    std::array<char, 16> text{};
+    pthread_getname_np(pthread_self(), text.data(), text.size());
+    name.set_value(text.data());
+  });
+  return name.get_future().get();
+}
+
+TEST_F(LinuxQueues, WithoutAnyThreadToBeHadNothingIsLostAndTheHostLivesOn) {
+  const auto other = factory_.makeSerialQueue("other");
+  // Before the first one: who waits runs what is before it, and the main thread hands on what is due.
+  const auto fromTheStart = [&] {
+    useUpTheThreads();
+    queue_->async([&] { other->async([&] { order_ += 'b'; }), order_ += 'a'; });
+    queue_->sync([&] { other->sync([&] { order_ += 'c'; }); });
+    main_.after(5ms, [&] { order_ += 'd', main_.stop(); });
+    main_.run();
+    allowThreads(true);
+    other->after(5ms, [&] { order_ += 'e', main_.stop(); });
+    main_.run();
+    _exit(order_ == "abcde" ? 0 : 1);
+  };
+  EXPECT_EXIT(fromTheStart(), ::testing::ExitedWithCode(0), "");
+  // Later: one worker was kept, however long nothing happened; and when it waits, the timer stands in.
+  const auto later = [&] {
+    queue_->after(1ms, [] {});
+    threadOf(*queue_);
+    useUpTheThreads();
+    if (threadOf(*queue_) != "kmv-worker") _exit(3);
+    queue_->async([&] {
+      const VolumeWait waiting;
+      mayGoOn_.get_future().wait();
+    });
+    if (threadOf(*other) != "kmv-timer") _exit(4);
+    allowThreads(true);
+    if (threadOf(*other) != "kmv-worker") _exit(5);
+    _exit(0);
+  };
+  EXPECT_EXIT(later(), ::testing::ExitedWithCode(0), "");
+}
+
+TEST_F(LinuxQueues, AChildAfterForkHasValuesAndNothingThatNeedsAThread) {
+  const auto inChild = [&](auto use) {
+    if (const pid_t child = fork(); child != 0) {
+      int status = 0;
+      waitpid(child, &status, 0);
+      _exit(WIFSIGNALED(status) ? 100 + WTERMSIG(status) : WEXITSTATUS(status));
+    }
+    alarm(20);  // it would hang
+    use();
+    _exit(0);
+  };
+  const ::testing::ExitedWithCode works(0), stops(100 + SIGABRT);
+  const char* const message = "in a child after fork";
+  EXPECT_EXIT(inChild([&] { threadOf(*queue_); }), works, "");  // a daemon, which forks first
+  EXPECT_EXIT((threadOf(*queue_), inChild([&] { queue_->sync([] {}); })), works, "");
+  EXPECT_EXIT((threadOf(*queue_), inChild([&] { queue_->async([] {}); })), stops, message);
+  EXPECT_EXIT((threadOf(*queue_), inChild([&] { queue_->after(1h, [] {}); })), stops, message);
+  EXPECT_EXIT((threadOf(*queue_), inChild([&] { main_.run(); })), stops, message);
+  EXPECT_EXIT((holdUp(*queue_), inChild([&] { queue_->sync([] {}); })), stops, message);
 }
 
 TEST_F(LinuxQueues, MoreQueuesThanWorkersMayWaitForOneThatNeedsAWorkerItself) {
-  constexpr std::size_t kWaiting = WorkerPool::kMaximumActiveWorkers + 6;
+  constexpr std::size_t kWaiting = WorkerPool::kMostActive + 6;
   std::atomic<std::size_t> started = 0, finished = 0;
   std::vector<std::shared_ptr<SerialQueue>> queues;
   holdUp(*queue_);
@@ -153,19 +234,24 @@ TEST_F(LinuxQueues, MoreQueuesThanWorkersMayWaitForOneThatNeedsAWorkerItself) {
   for (const auto& queue : queues) queue->sync([] {});
 }
 
-TEST_F(LinuxQueues, AWorkerThatWaitsForAVolumeTakesNobodysTurnHoweverOftenItSaysSo) {
-  const auto other = factory_.makeSerialQueue("other");
-  std::promise<void> began, ran;
-  queue_->async([&] {
-    const WorkerPool::WaitingScope walk(WorkerPool::WaitsFor::volume), look(WorkerPool::WaitsFor::volume);
-    began.set_value();
-    mayGoOn_.get_future().wait();
-  });
-  began.get_future().wait();
-  other->async([&] { ran.set_value(); });
-  EXPECT_EQ(ran.get_future().wait_for(kPatience), std::future_status::ready);
+TEST_F(LinuxQueues, HoweverManyTasksWaitForVolumesTheThreadsAreBoundedAndTheLibrarysOwnQueuesGoOn) {
+  constexpr std::size_t kMost = WorkerPool::kMostActive + WorkerPool::kMostUncountedAtVolumes;
+  std::atomic<std::size_t> started = 0, finished = 0;
+  const auto gate = mayGoOn_.get_future().share();
+  for (std::size_t i = 0; i < 3 * kMost; ++i) {
+    factory_.makeSerialQueue("volume")->async([&, gate] {
+      const VolumeWait walk, look;  // counts once
+      ++started;
+      gate.wait();
+      ++finished;
+    });
+  }
+  EXPECT_TRUE(becomesTrue([&] { return started == kMost; }));
+  EXPECT_EQ(threadOf(*factory_.makeSerialQueue("core", QualityOfService::core)), "kmv-worker");
+  EXPECT_FALSE(WorkerPool::shared().offer(nullptr));
+  EXPECT_EQ(started, kMost);
   mayGoOn_.set_value();
-  queue_->sync([] {});
+  EXPECT_TRUE(becomesTrue([&] { return finished == 3 * kMost; }));
 }
 
 TEST_F(LinuxQueues, ADelayedTaskIsNeverEarlyAndADelayOfForEverIsNeverOver) {

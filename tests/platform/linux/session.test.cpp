@@ -1,11 +1,14 @@
 // SPDX-License-Identifier: MIT
 // The session over a machine of plain folders.
 #include <KMVDriveLibrary/Degradation.h>
+#include <KMVDriveLibrary/host/OrvaneLogging.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "platform/linux/FakeMachine.h"
@@ -14,6 +17,7 @@
 #include "platform/linux/mounts/DutyCycle.h"
 #include "platform/linux/session/DeviceFollower.h"
 #include "support/DescriptorLimit.h"
+#include "support/Guarded.h"
 #include "support/Process.h"
 #include "support/SessionRecorder.h"
 
@@ -24,6 +28,23 @@ std::optional<std::string> deviceAndPoint(const Dictionary& disk) {
   const std::string* name = disk.text(key::kMediaBSDName);
   const URL* path = disk.url(key::kVolumePath);
   return (name == nullptr ? "?" : *name) + " " + (path == nullptr ? "none" : path->path());
+}
+
+TEST(LinuxSession, WithoutDescriptorsItSaysSoOnceAndTriesAgain) {
+  FakeMachine machine;
+  machine.mounts("30 29 0:50 / /f rw - fuse.codexvfs codex0 rw\n");
+  LinuxPlatform platform(machine.options());
+  SessionRecorder recorder(platform, deviceAndPoint);
+  const Guarded<int> complaints;
+  OrvaneLog::defaultLog().setSink([complaints](auto, std::string_view line) {
+    if (line.starts_with("KMV-No threads")) complaints.with([](int& count) { ++count; });
+  });
+  std::optional<DescriptorLimit> none(3);
+  recorder.start();
+  recorder.queue().after(std::chrono::milliseconds(1200), [&] { none.reset(); });  // behind a try
+  EXPECT_TRUE(eventually([&] { return !recorder.lines().empty(); }));
+  EXPECT_THAT(recorder.lines(), ::testing::ElementsAre("appeared ? /f"));
+  EXPECT_EQ(complaints.with([](int& count) { return count; }), 1);
 }
 
 TEST(LinuxSession, ReportsEverythingThatIsThere) {

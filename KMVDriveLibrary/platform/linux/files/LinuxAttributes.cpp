@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <string_view>
 
+#include "platform/linux/queues/WorkerPool.h"
 #include "platform/posix/GrowingValue.h"
 
 namespace kmv {
@@ -41,6 +42,7 @@ bool mayBePlainAttribute(int error) {
 }
 
 std::optional<std::string> attributeOf(const std::string& path, const std::string& name) {
+  const VolumeWait waiting;
   const std::string first = attributeNameInSpace(name);
   auto value = valueOf(path, first);
   if (!value && first != name && mayBePlainAttribute(errno)) value = valueOf(path, name);
@@ -49,10 +51,12 @@ std::optional<std::string> attributeOf(const std::string& path, const std::strin
 
 bool LinuxExtendedAttributes::set(const std::string& path, const std::string& name,
                                   const std::string& value) {
+  const VolumeWait waiting;
   return ::setxattr(path.c_str(), attributeNameInSpace(name).c_str(), value.data(), value.size(), 0) == 0;
 }
 
 ChildProcess::Result LinuxExtendedAttributes::runTool(const ToolRun& run) {
+  const VolumeWait waiting;
   return tools_.run(
       requestFor(run, run.value ? attributeNameInSpace(run.name) : nameForReading(run.path, run.name)));
 }

@@ -15,11 +15,6 @@
 namespace kmv {
 namespace {
 
-/// A task that waits for a volume takes nobody's turn.
-struct VolumeWait : WorkerPool::WaitingScope {
-  VolumeWait() : WaitingScope(WorkerPool::WaitsFor::volume) {}
-};
-
 class WaitingFileStream final : public FileStream {
  public:
   explicit WaitingFileStream(std::unique_ptr<FileStream> file) : file_(std::move(file)) {}
@@ -82,10 +77,12 @@ std::optional<Dictionary> LinuxFiles::attributesOfItem(const std::string& path) 
 }
 
 std::optional<std::string> LinuxFiles::realPath(const std::string& path) {
+  const VolumeWait waiting;
   return resolvedPath(path);
 }
 
 std::optional<std::string> LinuxFiles::currentFolder() {
+  const VolumeWait waiting;
   return workingFolder();
 }
 

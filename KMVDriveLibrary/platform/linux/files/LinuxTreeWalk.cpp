@@ -28,7 +28,7 @@ class Helper : public Work {
  public:
   explicit Helper(std::function<void()> help) : help_(std::move(help)) {}
   void runOnWorker() override {
-    const WorkerPool::WaitingScope waiting(WorkerPool::WaitsFor::volume);  // it takes nobody's turn
+    const VolumeWait waiting;  // it takes nobody's turn
     help_();
   }
 
@@ -73,7 +73,7 @@ bool offerHelper(std::function<void()> help) {
 
 void LinuxTreeWalk::visitEachFile(const std::string& folder, const std::string& attribute,
                                   const VisitFile& visit) {
-  const WorkerPool::WaitingScope waiting(WorkerPool::WaitsFor::volume);
+  const VolumeWait waiting;
   walkFiles(folder, attribute, visit);
 }
 

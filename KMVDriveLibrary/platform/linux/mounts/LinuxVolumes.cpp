@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "base/Degradation.h"
+#include "platform/linux/queues/WorkerPool.h"
 
 namespace kmv {
 
@@ -36,6 +37,7 @@ std::optional<URL> LinuxVolumes::volumeURL(const URL& url) {
   if (!url.isFileURL()) return std::nullopt;
   const std::string path = url.path();
   if (path.empty() || path.front() != '/') return std::nullopt;
+  const VolumeWait waiting;
   return lookup_.volumeHolding(path);
 }
 

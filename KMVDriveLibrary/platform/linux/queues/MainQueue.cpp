@@ -9,7 +9,7 @@
 
 #include "base/Fatal.h"
 #include "platform/linux/queues/QueueFrame.h"
-#include "platform/linux/queues/TimerThread.h"
+#include "platform/linux/queues/Threads.h"
 #include "platform/linux/queues/WorkerPool.h"
 #include "platform/posix/TaskRun.h"
 
@@ -25,6 +25,7 @@ void LinuxMainQueue::async(Task task) {
 
 /// The descriptor is kept readable exactly while tasks are pending and nobody drains them: one write a batch.
 void LinuxMainQueue::append(Entry entry) {
+  refuseInForkedChild("a task was queued");
   MutexLock lock(mutex_);
   entries_.push_back(std::move(entry));
   if (entries_.size() > 1) return;
@@ -40,7 +41,8 @@ void LinuxMainQueue::sync(TaskReference task) {
   Waiter waiter{task};
   append({nullptr, &waiter});
   {
-    WorkerPool::WaitingScope waiting;
+    const QueueWait wait(*this);
+    const WorkerPool::WaitingScope waiting;
     MutexLock lock(mutex_);
     while (!waiter.isFinished) waiter.finished.wait(lock);
   }
@@ -58,10 +60,18 @@ bool LinuxMainQueue::isCurrent() const {
 
 void LinuxMainQueue::run() {
   if (isCurrent()) QueueFrame::stopForReentry("run", *this);
+  refuseInForkedChild("the main queue was run");
   MutexLock lock(mutex_);
   takeMainThread();
   while (true) {
-    while (!stopRequested_ && entries_.empty()) wake_.wait(lock);
+    while (!stopRequested_ && entries_.empty()) {
+      if (const auto due = timersDue_) {
+        wake_.waitUntil(lock, *due);
+      } else {
+        wake_.wait(lock);
+      }
+      serveTimersIfDue();
+    }
     if (std::exchange(stopRequested_, false)) break;
     runNext();
   }
@@ -76,8 +86,10 @@ void LinuxMainQueue::stop() {
 
 std::size_t LinuxMainQueue::drain() {
   if (isCurrent()) return 0;
+  refuseInForkedChild("the main queue was drained");
   MutexLock lock(mutex_);
   takeMainThread();
+  serveTimersIfDue();
   const std::size_t count = entries_.size();
   for (std::size_t i = 0; i < count; ++i) runNext();
   leaveMainThread();
@@ -88,8 +100,29 @@ int LinuxMainQueue::fileDescriptor() {
   MutexLock lock(mutex_);
   if (descriptor_ >= 0) return descriptor_;
   descriptor_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-  if (!entries_.empty() && !hasMainThread_) makeReadable();
+  if ((!entries_.empty() || timersDue_) && !hasMainThread_) makeReadable();
   return descriptor_;
+}
+
+std::size_t LinuxMainQueue::waitingTasks() const {
+  const MutexLock lock(mutex_);
+  return entries_.size();
+}
+
+void LinuxMainQueue::serveTimersAt(TimerThread::Clock::time_point time) {
+  const MutexLock lock(mutex_);
+  timersDue_ = time;
+  wake_.notifyOne();
+  if (!hasMainThread_) makeReadable();
+}
+
+void LinuxMainQueue::serveTimersIfDue() {
+  if (!timersDue_ || *timersDue_ > TimerThread::Clock::now()) return;
+  timersDue_.reset();
+  mutex_.unlock();
+  const auto next = TimerThread::shared().standIn();
+  mutex_.lock();
+  timersDue_ = next;
 }
 
 void LinuxMainQueue::takeMainThread() {
@@ -99,7 +132,7 @@ void LinuxMainQueue::takeMainThread() {
 
 void LinuxMainQueue::leaveMainThread() {
   hasMainThread_ = false;
-  if (!entries_.empty()) makeReadable();
+  if (!entries_.empty() || timersDue_) makeReadable();
 }
 
 /// Runs the first entry with the mutex released. REQUIRES: there is one, and the calling thread is the main

@@ -9,7 +9,10 @@
 #include <deque>
 #include <exception>
 #include <memory>
+#include <optional>
 #include <string>
+
+#include "platform/linux/queues/TimerThread.h"
 
 namespace kmv {
 
@@ -34,6 +37,11 @@ class LinuxMainQueue final : public MainQueue, public std::enable_shared_from_th
   /// until the task ends.
   std::size_t drain() override;
   int fileDescriptor() override;
+  std::size_t waitingTasks() const override;
+
+  /// The main thread is to serve the timers from `time` on, until they have a thread of their own; the
+  /// descriptor is readable until then.
+  void serveTimersAt(TimerThread::Clock::time_point time);
 
  private:
   /// A caller of `sync`, on the stack of its thread; guarded by `mutex_`.
@@ -49,6 +57,7 @@ class LinuxMainQueue final : public MainQueue, public std::enable_shared_from_th
   };
 
   void append(Entry entry);
+  void serveTimersIfDue() KMV_REQUIRES(mutex_);
   void takeMainThread() KMV_REQUIRES(mutex_);
   void leaveMainThread() KMV_REQUIRES(mutex_);
   void runNext() KMV_REQUIRES(mutex_);
@@ -57,13 +66,14 @@ class LinuxMainQueue final : public MainQueue, public std::enable_shared_from_th
   void makeUnreadable() KMV_REQUIRES(mutex_);
 
   const std::string label_ = "main";
-  Mutex mutex_;
+  mutable Mutex mutex_;
   ConditionVariable wake_;  // of `run`
   std::deque<Entry> entries_ KMV_GUARDED_BY(mutex_);
   bool hasMainThread_ KMV_GUARDED_BY(mutex_) = false;  // someone runs or drains
   bool stopRequested_ KMV_GUARDED_BY(mutex_) = false;
   int descriptor_ KMV_GUARDED_BY(mutex_) = -1;
   bool isReadable_ KMV_GUARDED_BY(mutex_) = false;
+  std::optional<TimerThread::Clock::time_point> timersDue_ KMV_GUARDED_BY(mutex_);
 };
 
 }  // namespace kmv

@@ -13,6 +13,7 @@
 
 #include "platform/linux/queues/MainQueue.h"
 #include "platform/linux/queues/QueueFrame.h"
+#include "platform/linux/queues/Threads.h"
 #include "platform/linux/queues/TimerThread.h"
 #include "platform/linux/queues/WorkerPool.h"
 #include "platform/posix/TaskRun.h"
@@ -49,7 +50,7 @@ class LinuxSerialQueue final : public SerialQueue,
                                public Work,
                                public std::enable_shared_from_this<LinuxSerialQueue> {
  public:
-  explicit LinuxSerialQueue(std::string label) : label_(std::move(label)) {}
+  LinuxSerialQueue(std::string label, WorkerPool::Lane lane) : label_(std::move(label)), lane_(lane) {}
 
   const std::string& label() const override { return label_; }
   void async(Task task) override;
@@ -96,6 +97,7 @@ class LinuxSerialQueue final : public SerialQueue,
 
   bool tryTakeTurn();
   void waitForTurn();
+  void waitFor(Waiter& waiter);
   void leave();
   void passOn();
   bool append(Task&& task, Waiter* waiter) KMV_REQUIRES(mutex_);
@@ -104,6 +106,7 @@ class LinuxSerialQueue final : public SerialQueue,
   void giveTurn(Waiter& waiter);
 
   const std::string label_;
+  const WorkerPool::Lane lane_;
   std::atomic<std::uint32_t> state_{kFree};
   Mutex mutex_;
   Line incoming_ KMV_GUARDED_BY(mutex_);  // holds entries only while the state is busy and pending
@@ -113,6 +116,7 @@ class LinuxSerialQueue final : public SerialQueue,
 };
 
 void LinuxSerialQueue::async(Task task) {
+  refuseInForkedChild("a task was queued");
   bool takesTurn = false;
   {
     lockBriefly(mutex_);
@@ -120,7 +124,7 @@ void LinuxSerialQueue::async(Task task) {
     if (!append(std::move(task), nullptr)) return;
     takesTurn = (state_.fetch_or(kBusy | kPending, std::memory_order_acq_rel) & kBusy) == 0;
   }
-  if (takesTurn) WorkerPool::shared().submit(shared_from_this());
+  if (takesTurn) WorkerPool::shared().submit(shared_from_this(), lane_);
 }
 
 /// Adds to `incoming_`; true when the entry is its first.
@@ -162,10 +166,27 @@ void LinuxSerialQueue::waitForTurn() {
     return;  // left in the meantime
   append(nullptr, &waiter);
   lock.unlock();
-  WorkerPool::WaitingScope waiting;
-  lock.lock();
-  while (!waiter.hasTurn) waiter.turn.wait(lock);
-  lock.unlock();
+  waitFor(waiter);
+}
+
+/// While threads are lacking, nobody else may come to the tasks before this one.
+void LinuxSerialQueue::waitFor(Waiter& waiter) {
+  const QueueWait wait(*this);
+  WorkerPool& pool = WorkerPool::shared();
+  const WorkerPool::WaitingScope waiting;
+  MutexLock lock(mutex_);
+  while (!waiter.hasTurn) {
+    if (!pool.lacksThreads()) {
+      waiter.turn.wait(lock);
+    } else if (!waiter.turn.waitFor(lock, WorkerPool::kTimeBetweenAttempts)) {
+      lock.unlock();
+      if (pool.takeOver(*this)) {
+        const QueueFrame::Boundary boundary;
+        runOnWorker();
+      }
+      lock.lock();
+    }
+  }
 }
 
 void LinuxSerialQueue::leave() {
@@ -178,7 +199,7 @@ void LinuxSerialQueue::leave() {
 void LinuxSerialQueue::passOn() {
   const Entry* entry = peek();
   if (entry == nullptr) return;
-  if (entry->waiter == nullptr) return WorkerPool::shared().submit(shared_from_this());
+  if (entry->waiter == nullptr) return WorkerPool::shared().submit(shared_from_this(), lane_);
   ++next_;
   giveTurn(*entry->waiter);
 }
@@ -232,7 +253,7 @@ void LinuxSerialQueue::giveTurn(Waiter& waiter) {
 /// Each task is work of its own for the pool.
 class LinuxConcurrentQueue final : public ConcurrentQueue {
  public:
-  explicit LinuxConcurrentQueue(std::string label) : label_(std::move(label)) {}
+  LinuxConcurrentQueue(std::string label, WorkerPool::Lane lane) : label_(std::move(label)), lane_(lane) {}
   const std::string& label() const override { return label_; }
   void async(SerialQueue::Task task) override {
     struct TaskAsWork final : Work {
@@ -241,25 +262,36 @@ class LinuxConcurrentQueue final : public ConcurrentQueue {
       SerialQueue::Task task;
       std::string label;
     };
-    WorkerPool::shared().submit(std::make_shared<TaskAsWork>(std::move(task), label_));
+    WorkerPool::shared().submit(std::make_shared<TaskAsWork>(std::move(task), label_), lane_);
   }
 
  private:
   const std::string label_;
+  const WorkerPool::Lane lane_;
 };
+
+WorkerPool::Lane laneFor(QualityOfService quality) {
+  const bool isCore = quality == QualityOfService::core || quality == QualityOfService::userInteractive;
+  return isCore ? WorkerPool::Lane::core : WorkerPool::Lane::shared;
+}
 
 }  // namespace
 
-LinuxQueueFactory::LinuxQueueFactory() : mainQueue_(std::make_shared<LinuxMainQueue>()) {}
+LinuxQueueFactory::LinuxQueueFactory() : mainQueue_(std::make_shared<LinuxMainQueue>()) {
+  TimerThread::shared().setSubstitute([main = std::weak_ptr(mainQueue_)](auto time) {
+    if (const auto queue = main.lock()) queue->serveTimersAt(time);
+  });
+}
 
 LinuxQueueFactory::~LinuxQueueFactory() = default;
 
-std::shared_ptr<SerialQueue> LinuxQueueFactory::makeSerialQueue(std::string label, QualityOfService) {
-  return std::make_shared<LinuxSerialQueue>(std::move(label));
+std::shared_ptr<SerialQueue> LinuxQueueFactory::makeSerialQueue(std::string label, QualityOfService quality) {
+  return std::make_shared<LinuxSerialQueue>(std::move(label), laneFor(quality));
 }
 
-std::shared_ptr<ConcurrentQueue> LinuxQueueFactory::makeConcurrentQueue(std::string label, QualityOfService) {
-  return std::make_shared<LinuxConcurrentQueue>(std::move(label));
+std::shared_ptr<ConcurrentQueue> LinuxQueueFactory::makeConcurrentQueue(std::string label,
+                                                                        QualityOfService quality) {
+  return std::make_shared<LinuxConcurrentQueue>(std::move(label), laneFor(quality));
 }
 
 MainQueue& LinuxQueueFactory::mainQueue() {

@@ -4,6 +4,7 @@
 #include <pthread.h>
 #include <signal.h>
 
+#include <string_view>
 #include <thread>
 #include <utility>
 
@@ -23,11 +24,20 @@ class BlockedSignals {
   sigset_t before_;
 };
 
+/// Stops the process with a message in a child of a process that had threads of the library: fork copies the
+/// calling thread only, so whatever waits for another one would hang. `what` says what was tried. A process
+/// that forked before the library's first thread (a daemon) is not affected.
+void refuseInForkedChild(std::string_view what);
+
+/// From now on children made by fork are recognised. To be called before each start of a thread.
+void watchForFork();
+
 /// A thread of the library: named, and with the host's signals blocked from its first instruction, so that
 /// the host's handlers never run on it. `name` has at most 15 characters. Throws std::system_error when no
 /// thread can be started.
 template <typename F>
 std::thread startThread(const char* name, F run) {
+  watchForFork();
   const BlockedSignals blocked;
   return std::thread([name, run = std::move(run)]() mutable {
     pthread_setname_np(pthread_self(), name);

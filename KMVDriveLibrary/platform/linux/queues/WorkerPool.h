@@ -3,6 +3,8 @@
 
 #include <KMVDriveLibrary/Mutex.h>
 
+#include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <deque>
 #include <memory>
@@ -16,31 +18,42 @@ class Work {
   virtual void runOnWorker() = 0;
 };
 
-/// The process's worker threads. A thread is started when work finds none idle, and ends after idling for a
-/// tenth of a second, so that a process without work has no thread of ours and is not woken.
+/// The process's worker threads. A thread is started when work finds none idle, and ends after idling for some
+/// seconds; the last one stays, asleep without a timeout, so that no event needs a thread that a moment of
+/// shortage would not give.
 ///
-/// Threads: every member may be called from any thread.
-/// Owner:   nobody; the pool is never destroyed, since tasks may run while the process exits.
+/// Threads:  every member may be called from any thread.
+/// Owner:    nobody; the pool is never destroyed, since tasks may run while the process exits.
+/// Shortage: work that no thread can be had for waits for those that are there; starting one is retried, and
+///           when all of them wait themselves the timer thread runs it.
 class WorkerPool {
  public:
-  /// Workers that run at a time. Those that wait for a queue are not counted: what they wait for may need a
-  /// worker itself.
-  static constexpr std::size_t kMaximumActiveWorkers = 64;
+  /// Core work is never kept waiting by shared work, however much of that waits for a volume.
+  enum class Lane { core, shared };
+
+  /// Active workers at a time, in each lane.
+  static constexpr std::size_t kMostActive = 64;
+  static constexpr std::size_t kMostActiveOnCore = 16;
+  /// So many that wait for a volume are not counted as active, in each lane. Those that wait for a queue never
+  /// are: what they wait for may need a worker itself.
+  static constexpr std::size_t kMostUncountedAtVolumes = 64;
+  static constexpr std::chrono::milliseconds kTimeBetweenAttempts{50};
 
   static WorkerPool& shared();
 
-  /// Runs `work` as soon as a worker is there; work starts in the order of submission.
-  /// Failure: stops the process when not a single worker can be started.
-  void submit(std::shared_ptr<Work> work);
+  /// Runs `work` as soon as a worker is there; work starts in the order of submission within its lane.
+  void submit(std::shared_ptr<Work> work, Lane lane = Lane::shared);
 
-  /// The same for work that need not be done: false, and it will not run, when no thread can be had for it.
+  /// The same for shared work that need not be done: false, and it will not run, when no thread can be had.
   bool offer(const std::shared_ptr<Work>& work);
 
+  /// True from a failure to start a thread until there are enough again.
+  bool lacksThreads() const { return lacksThreads_.load(std::memory_order_relaxed); }
+  /// While threads are lacking: true when `work` waited for one, and the caller now has to run it instead.
+  bool takeOver(const Work& work);
+
   /// Tells the pool, while it lives, that the calling thread waits for a queue or a volume, or may at any
-  /// moment: it does not count as active. Scopes may be nested. Costs nothing on threads that are no workers.
-  ///
-  /// A wait for a queue needs the other workers; when there is none and none can be started, the process
-  /// stops with a message, since it could never end. A wait for a volume ends by itself.
+  /// moment. Scopes may be nested. Costs nothing on threads that are no workers.
   enum class WaitsFor { queue, volume };
   class WaitingScope {
    public:
@@ -54,22 +67,45 @@ class WorkerPool {
   };
 
  private:
+  struct Line {
+    explicit Line(std::size_t most) : mostActive(most) {}
+    std::size_t startable() const;
+    std::shared_ptr<Work> takeFirst();
+
+    const std::size_t mostActive;
+    std::deque<std::shared_ptr<Work>> works{};
+    std::size_t running = 0;
+    std::size_t waitingForQueues = 0;   // of those that run
+    std::size_t waitingForVolumes = 0;  // the same
+  };
+
   WorkerPool() = default;
 
   static void workerBody(void* pool);
   void serve();
-  std::shared_ptr<Work> nextWork();
-  bool reserveThread() KMV_REQUIRES(mutex_);
-  bool startReservedThread();
-  void requireSomebody();
+  Line* waitForWork(MutexLock& lock) KMV_REQUIRES(mutex_);
+  Line* startableLine() KMV_REQUIRES(mutex_);
+  bool needsWorkers() const KMV_REQUIRES(mutex_);
+  bool everybodyWaits() const KMV_REQUIRES(mutex_);
+  bool remove(const Work& work) KMV_REQUIRES(mutex_);
+  bool provideWorker();
+  void retryLater();
+  void retry();
+  bool standIn();
+
+  static thread_local constinit Line* ownLine_;  // of the work that this worker runs
 
   Mutex mutex_;
   ConditionVariable workArrived_;
-  std::deque<std::shared_ptr<Work>> work_ KMV_GUARDED_BY(mutex_);
-  std::size_t threads_ KMV_GUARDED_BY(mutex_) = 0;
-  std::size_t idle_ KMV_GUARDED_BY(mutex_) = 0;
-  std::size_t waiting_ KMV_GUARDED_BY(mutex_) = 0;
-  std::size_t waitingForVolumes_ KMV_GUARDED_BY(mutex_) = 0;  // of them
+  Line core_ KMV_GUARDED_BY(mutex_){kMostActiveOnCore};
+  Line shared_ KMV_GUARDED_BY(mutex_){kMostActive};
+  std::size_t idle_ KMV_GUARDED_BY(mutex_) = 0;  // those being started too
+  std::atomic<bool> lacksThreads_ = false;       // written under the mutex
+};
+
+/// A task that waits for a volume takes nobody's turn.
+struct VolumeWait : WorkerPool::WaitingScope {
+  VolumeWait() : WaitingScope(WorkerPool::WaitsFor::volume) {}
 };
 
 }  // namespace kmv

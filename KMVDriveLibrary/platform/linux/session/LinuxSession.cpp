@@ -2,7 +2,9 @@
 #include "platform/linux/session/LinuxSession.h"
 
 #include <KMVDriveLibrary/DescriptionKeys.h>
+#include <KMVDriveLibrary/host/OrvaneLogging.h>
 
+#include <fcntl.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
@@ -10,6 +12,8 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
+#include <system_error>
 #include <utility>
 
 #include "base/Degradation.h"
@@ -19,31 +23,12 @@
 #include "platform/linux/mounts/VolumeRules.h"
 #include "platform/linux/queues/Threads.h"
 #include "platform/linux/session/AppearanceClock.h"
+#include "platform/linux/session/DescribedDisk.h"
+#include "platform/linux/session/MountedVolume.h"
 #include "platform/posix/SystemFiles.h"
 
 namespace kmv {
 namespace {
-
-/// A disk as it was when its event was queued.
-class DescribedDisk final : public Disk {
- public:
-  explicit DescribedDisk(Dictionary description) : description_(std::move(description)) {}
-  std::optional<Dictionary> copyDescription() const override { return description_; }
-
- private:
-  Dictionary description_;
-};
-
-/// A disk that a host asked for. It remembers its mount, by which a command finds the volume.
-class MountedVolume final : public Disk {
- public:
-  explicit MountedVolume(MountedDisk disk) : disk_(std::move(disk)) {}
-  std::optional<Dictionary> copyDescription() const override { return disk_.description; }
-  const MountedDisk& disk() const { return disk_; }
-
- private:
-  MountedDisk disk_;
-};
 
 TargetVolume targetOf(const MountEntry& mount) {
   const bool hasNode = isBlockBacked(mount) && mount.source.starts_with("/dev/");
@@ -81,16 +66,28 @@ int millisecondsUntil(std::optional<DiskModel::Clock::time_point> deadline) {
   return left > 0 ? static_cast<int>(left) : 0;
 }
 
+constexpr std::chrono::seconds kTimeBetweenStarts{1};
+
 }  // namespace
+
+struct LinuxSession::Beginning {
+  Mutex mutex;
+  bool isOver KMV_GUARDED_BY(mutex) = false;
+};
 
 LinuxSession::LinuxSession(LinuxOptions options, std::shared_ptr<MountTable> mounts)
     : options_(std::move(options)),
       mounts_(std::move(mounts)),
       commands_(options_, mounts_),
       devices_(options_),
+      beginning_(std::make_shared<Beginning>()),
       mountReports_(options_) {}
 
 LinuxSession::~LinuxSession() {
+  {
+    const MutexLock lock(beginning_->mutex);
+    beginning_->isOver = true;
+  }
   {
     const MutexLock lock(questionsMutex_);
     listens_ = false;
@@ -107,17 +104,37 @@ void LinuxSession::setQueue(std::shared_ptr<SerialQueue> queue) {
 
 void LinuxSession::registerCallbacks(const DiskCallbacks& callbacks, void* context) {
   if (!queue_) fatal("a disk arbitration session needs a queue before its callbacks");
-  if (thread_.joinable()) fatal("callbacks can be registered with a disk arbitration session only once");
+  if (std::exchange(isRegistered_, true))
+    fatal("callbacks can be registered with a disk arbitration session only once");
   callbacks_ = callbacks;
   context_ = context;
+  // Every event needs these two threads: a moment without any to be had must not come between.
+  queue_->after(std::chrono::nanoseconds(1), [] {});
+  if (tryToListen()) return;
+  OrvaneLog::defaultLog().logError(
+      "KMV-No threads or no descriptors are left to follow the drives with; this is tried again every "
+      "second.");
+  tryAgainLater();
+}
+
+void LinuxSession::tryAgainLater() {
+  queue_->after(kTimeBetweenStarts, [this, beginning = beginning_] {
+    const MutexLock lock(beginning->mutex);
+    if (!beginning->isOver && !tryToListen()) tryAgainLater();
+  });
+}
+
+/// False when the system lacks what it takes.
+bool LinuxSession::tryToListen() {
   wake_ = FileDescriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
   poll_ = FileDescriptor(::epoll_create1(EPOLL_CLOEXEC));
-  if (!wake_ || !poll_) fatal("no descriptors are left for a disk arbitration session");
+  if (!wake_ || !poll_) return false;
   // Subscribe first, enumerate second, so that no event is lost: what happens in between is seen twice, and
   // the difference is empty then.
+  const bool hasReports = mountReports_.descriptor() >= 0;
   mountNews_ = std::make_unique<MountFollower>(mounts_);
   watch(poll_, wake_.get(), EPOLLIN);
-  watch(poll_, mountReports_.descriptor(), mountReports_.epollEvents());
+  if (hasReports) watch(poll_, mountReports_.descriptor(), mountReports_.epollEvents());
   probes_ = std::make_unique<ProbePool>(
       [options = options_](const ProbeRequest& request) { return probeDevice(options, request); },
       [wake = wake_.get()] { ::eventfd_write(wake, 1); });
@@ -129,9 +146,16 @@ void LinuxSession::registerCallbacks(const DiskCallbacks& callbacks, void* conte
                          nextAppearanceTime, options_.probing});
   deviceNews_ = std::make_unique<DeviceFollower>(options_, *model_);
   watch(poll_, deviceNews_->descriptor(), EPOLLIN);
-  thread_ = startThread("kmv-events", [this] { run(); });
+  // What cannot be watched here has no descriptor either: only a spare one tells that none was lacking.
+  if (!FileDescriptor(::fcntl(wake_.get(), F_DUPFD_CLOEXEC, 0))) return false;
+  try {
+    thread_ = startThread("kmv-events", [this] { run(); });
+  } catch (const std::system_error&) {
+    return false;
+  }
   const MutexLock lock(questionsMutex_);
   listens_ = true;
+  return true;
 }
 
 std::unique_ptr<Disk> LinuxSession::diskFromVolumePath(const URL& volume) {
@@ -180,6 +204,7 @@ void LinuxSession::finish(const MountedDisk& before, Dissent dissent, const Comm
 }
 
 LinuxSession::FoundDisk LinuxSession::mountedDiskAt(const std::string& point, bool readAnew) {
+  refuseInForkedChild("the event thread was asked");
   std::future<FoundDisk> answer;
   {
     const MutexLock lock(questionsMutex_);

@@ -29,8 +29,9 @@
 namespace kmv {
 
 /// Follows block devices and the mount table on one thread of its own, which sleeps until one of them
-/// changes: no timer, no polling, but for what could not be read yet. That thread makes no system call that a mounted file system or a device has
-/// to answer. Failure: what cannot be watched here (no netlink, no /proc) is read once and then silent.
+/// changes: no timer, no polling, but for what could not be read yet. That thread makes no system call that a
+/// mounted file system or a device has to answer. Failure: what cannot be watched here (no netlink, no /proc) is
+/// read once and then silent; without threads or descriptors it is tried again every second.
 class LinuxSession final : public DiskArbitrationSession {
  public:
   LinuxSession(LinuxOptions options, std::shared_ptr<MountTable> mounts);
@@ -69,6 +70,8 @@ class LinuxSession final : public DiskArbitrationSession {
   void readAnew(const std::string& point);
   void answerQuestions();
 
+  bool tryToListen();
+  void tryAgainLater();
   void run();
   void start();
   void waitForNews();
@@ -85,9 +88,14 @@ class LinuxSession final : public DiskArbitrationSession {
   std::shared_ptr<SerialQueue> queue_;
   DiskCallbacks callbacks_;
   void* context_ = nullptr;
+  bool isRegistered_ = false;
   std::shared_ptr<std::atomic<bool>> stopped_ = std::make_shared<std::atomic<bool>>(false);
 
-  // From here on of the event thread.
+  /// The end of the attempts to start, which run on the queue.
+  struct Beginning;
+  const std::shared_ptr<Beginning> beginning_;
+
+  // From here on of the event thread, once it runs.
   FileDescriptor wake_;
   FileDescriptor poll_;
   MountInfoFile mountReports_;
