@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "topology/CodexWrapperSupply.h"
 
+#include <KMVDriveLibrary/DescriptionKeys.h>
 #include <KMVDriveLibrary/Exception.h>
 #include <KMVDriveLibrary/KMVDiskArbiter.h>
 #include <KMVDriveLibrary/host/OrvaneLogging.h>
@@ -21,6 +22,12 @@ std::optional<URL> codexRootOf(const URL& location, const Dictionary& drive) {
   return std::nullopt;
 }
 
+/// The drive's mount point; where its dictionary does not tell, the location stands for it.
+std::string volumeAskedFor(const URL& location, const Dictionary& drive) {
+  const URL* const path = drive.url(key::kVolumePath);
+  return path == nullptr ? location.absoluteString() : path->path();
+}
+
 }  // namespace
 
 CodexWrapperSupply::CodexWrapperSupply(std::shared_ptr<SerialQueue> managerQueue)
@@ -39,17 +46,54 @@ CodexWrapperSupply::Wrapper CodexWrapperSupply::known(const std::string& path) c
 }
 
 void CodexWrapperSupply::request(const URL& location, Dictionary drive, Answer answer) {
-  questions_->async(
-      [self = shared_from_this(), location, drive = std::move(drive), answer = std::move(answer)] {
-        const auto root = codexRootOf(location, drive);
-        self->queue_->async([self, root, answer] {
-          if (root) {
-            self->supply(*root, answer);
-          } else {
-            answer(nullptr);
-          }
-        });
-      });
+  const std::string volume = volumeAskedFor(location, drive);
+  {
+    const MutexLock lock(mutex_);
+    const auto [line, isFirst] = lines_.try_emplace(volume);
+    line->second.push_back({location, std::move(drive), std::move(answer)});
+    if (!isFirst) return;
+  }
+  ask(volume);
+}
+
+void CodexWrapperSupply::ask(const std::string& volume) {
+  questions_->async([self = shared_from_this(), volume] { self->askFirstInLine(volume); });
+}
+
+void CodexWrapperSupply::askFirstInLine(const std::string& volume) {
+  std::vector<Request> asked = takeFirstInLine(volume);
+  const auto root = codexRootOf(asked.front().location, asked.front().drive);
+  queue_->async([self = shared_from_this(), root, asked = std::move(asked)] {
+    for (const Request& request : asked) {
+      if (root) {
+        self->supply(*root, request.answer);
+      } else {
+        request.answer(nullptr);
+      }
+    }
+  });
+  {
+    const MutexLock lock(mutex_);
+    const auto line = lines_.find(volume);
+    if (line->second.empty()) {
+      lines_.erase(line);
+      return;
+    }
+  }
+  ask(volume);
+}
+
+/// The first request and those behind it that are equal, in their order.
+std::vector<CodexWrapperSupply::Request> CodexWrapperSupply::takeFirstInLine(const std::string& volume) {
+  const MutexLock lock(mutex_);
+  auto& line = lines_.find(volume)->second;
+  std::vector<Request> taken;
+  do {
+    taken.push_back(std::move(line.front()));
+    line.pop_front();
+  } while (!line.empty() && line.front().location == taken.front().location &&
+           line.front().drive == taken.front().drive);
+  return taken;
 }
 
 /// Runs on the queue. Deduplicates: requests that come while the wrapper is being made wait for that one.

@@ -84,7 +84,7 @@ class KMV_EXPORT KMVDriveWrapperManager
   /// `requireIsReady` has no effect, on purpose: ask the wrapper.
   /// Returns at once.
   /// The volume is asked, and a new wrapper made, on another thread, so a volume that does not answer delays
-  /// its own requests only.
+  /// its own requests only: each volume is asked one question at a time, which equal requests that wait share.
   /// Requests about different volumes may be answered in any order.
   /// Selector: codexVFSWrapper(for:arbiterDict:requireIsReady:wrapperSupply:)
   void codexVFSWrapper(const kmv::URL& location, kmv::Dictionary arbiterDict, bool requireIsReady,

@@ -10,14 +10,20 @@
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
+#include <atomic>
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
+#include <future>
 #include <memory>
 #include <sstream>
 #include <string>
 #include <utility>
 
+#include "platform/linux/session/CommandThreads.h"
 #include "platform/linux/session/Holders.h"
+#include "support/OtherThreads.h"
+#include "support/Process.h"
 #include "support/TemporaryFolder.h"
 
 namespace kmv {
@@ -52,6 +58,25 @@ class CommandsTest : public ::testing::Test {
   LinuxOptions options_;
   TargetVolume card_{"/media/card", "ext4", "/dev/loop9", 40, {7, 26}};
 };
+
+TEST(CommandThreads, OneForEachVolumeAtATimeAndABoundForAll) {
+  std::promise<void> mayEnd;
+  const auto gate = mayEnd.get_future().share();
+  std::atomic<int> running = 0, ended = 0;
+  CommandThreads threads;
+  const auto startFor = [&](std::uint64_t volume) {
+    EXPECT_TRUE(threads.start(volume, [&, gate] { ++running, gate.wait(), ++ended; }));
+  };
+  for (int i = 0; i < 100; ++i) startFor(1);
+  startFor(2);
+  EXPECT_TRUE(test::eventually([&] { return running == 2; }));
+  EXPECT_EQ(test::otherThreads(), 2);
+  for (int i = 0; i < 2 * CommandThreads::kMostAtOnce; ++i) startFor(3 + static_cast<std::uint64_t>(i));
+  EXPECT_TRUE(test::eventually([&] { return running == CommandThreads::kMostAtOnce; }));
+  EXPECT_EQ(test::otherThreads(), CommandThreads::kMostAtOnce);
+  mayEnd.set_value();
+  EXPECT_TRUE(test::eventually([&] { return ended == 101 + 2 * CommandThreads::kMostAtOnce; }));
+}
 
 TEST_F(CommandsTest, RefusalsSpeakTheOriginalPlatformsNumbers) {
   for (const auto& [error, status] :

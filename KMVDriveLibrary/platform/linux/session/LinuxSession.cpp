@@ -35,22 +35,6 @@ TargetVolume targetOf(const MountEntry& mount) {
   return {mount.point, mount.kind, hasNode ? mount.source : std::string(), mount.id, mount.device};
 }
 
-void tell(DiskEvent& event, const DiskCallbacks& callbacks, void* context) {
-  DescribedDisk disk(std::move(event.description));
-  switch (event.kind) {
-    case DiskEvent::Kind::appeared:
-      if (callbacks.appeared != nullptr) callbacks.appeared(&disk, context);
-      return;
-    case DiskEvent::Kind::disappeared:
-      if (callbacks.disappeared != nullptr) callbacks.disappeared(&disk, context);
-      return;
-    case DiskEvent::Kind::changed:
-      if (callbacks.descriptionChanged != nullptr)
-        callbacks.descriptionChanged(&disk, &event.changedKeys, context);
-      return;
-  }
-}
-
 void watch(const FileDescriptor& poll, int descriptor, std::uint32_t events) {
   if (descriptor < 0) return;
   epoll_event request{};
@@ -181,9 +165,10 @@ void LinuxSession::start(const Disk& disk, const Command& command) {
   const auto* const volume = dynamic_cast<const MountedVolume*>(&disk);
   if (volume == nullptr) fatal("a command needs a disk that diskFromVolumePath gave");
   if (!queue_) fatal("a disk arbitration session needs a queue before a command");
-  const bool started = commandThreads_.start([this, before = volume->disk(), command] {
-    finish(before, command.carryOut(targetOf(before.mount)), command);
-  });
+  const bool started =
+      commandThreads_.start(volume->disk().mount.id, [this, before = volume->disk(), command] {
+        finish(before, command.carryOut(targetOf(before.mount)), command);
+      });
   if (!started) finish(volume->disk(), Dictionary{{key::kDissenterStatus, dissent::kNoResources}}, command);
 }
 
