@@ -35,6 +35,15 @@ TEST_P(QueueContract, AnExceptionReachesTheCallerOfSyncAndTheQueueGoesOn) {
   queue->sync([&] { EXPECT_TRUE(ranLater); });
 }
 
+TEST_P(QueueContract, AnExceptionOutOfAnAsynchronousTaskStopsTheProcessAndNamesTheQueue) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const auto queue = makeQueue("line");
+  const auto unplugged = [] { throw std::runtime_error("unplugged"); };
+  EXPECT_DEATH(queue->async(unplugged); runUntilIdle(), "KMVDriveLibrary: .*\"line\".*: unplugged");
+  EXPECT_DEATH(queue->after(1ms, [] { throw 1; }); runUntilIdle(), "\"line\".*unknown");
+  EXPECT_DEATH(mainQueue().async(unplugged); mainQueue().drain(), "\"main\".*: unplugged");
+}
+
 TEST_P(QueueContract, AQueueIsCurrentInItsTasksAndInWhatTheyWaitFor) {
   const auto outer = makeQueue("outer");
   const auto inner = makeQueue("inner");
@@ -73,6 +82,7 @@ TEST_P(QueueContract, DrainingTheMainQueueRunsWhatIsThereAndNotWhatThatHandsOver
   std::string order;
   mainQueue().async([&] {
     EXPECT_TRUE(mainQueue().isCurrent());
+    EXPECT_EQ(mainQueue().drain(), 0u) << "it is drained already";
     order += 'a';
     mainQueue().async([&] { order += 'c'; });
   });

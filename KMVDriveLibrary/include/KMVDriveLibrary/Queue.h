@@ -35,7 +35,7 @@ class TaskReference {
 ///
 /// Threads: every member may be called from any thread.
 /// Failure: waiting for a queue from one of its own tasks would deadlock; it stops the process with a message
-/// that names the queue.
+/// that names the queue. So does an exception out of a task that nobody waits for.
 class KMV_EXPORT SerialQueue {
  public:
   using Task = std::function<void()>;

@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "base/Fatal.h"
+#include "base/RunOrStop.h"
 
 namespace kmv::simulated {
 namespace {
@@ -164,7 +165,7 @@ SerialQueue::Task Scheduler::takeFirst(const QueueStatePointer& queue) {
 void Scheduler::runFirst(const QueueStatePointer& queue) {
   const SerialQueue::Task task = takeFirst(queue);
   const Running running(*this, *queue, true);
-  task();
+  runOrStop(task, queue->label);
 }
 
 std::vector<QueueStatePointer> Scheduler::readyQueues() const {
@@ -211,15 +212,9 @@ void Scheduler::advance(std::chrono::nanoseconds duration) {
   now_ = std::max(now_, target);
 }
 
-void Scheduler::refuseNestedMainLoop(std::string_view verb) const {
-  requireOwnThread();
-  if (mainLoopRuns_ || isRunning(*mainState_)) {
-    fatal(std::string(verb) + " of the main queue was called while it runs");
-  }
-}
-
 void Scheduler::runMainQueue() {
-  refuseNestedMainLoop("run");
+  requireOwnThread();
+  if (mainLoopRuns_ || isRunning(*mainState_)) fatal("run of the main queue was called while it runs");
   struct Loop {
     explicit Loop(bool& flag) : runs(flag) { runs = true; }
     ~Loop() { runs = false; }
@@ -240,7 +235,10 @@ void Scheduler::stopMainQueue() {
 }
 
 std::size_t Scheduler::drainMainQueue() {
-  refuseNestedMainLoop("drain");
+  requireOwnThread();
+  if (isCurrent(*mainState_)) return 0;
+  if (mainLoopRuns_ || isRunning(*mainState_))
+    fatal("the main queue is run or drained by two threads at a time");
   const std::size_t due = mainState_->tasks.size();
   std::size_t count = 0;
   for (; count < due; ++count) runFirst(mainState_);

@@ -79,7 +79,6 @@ class Scheduler : public QueueFactory {
   SerialQueue::Task takeFirst(const QueueStatePointer& queue);
   void runFirst(const QueueStatePointer& queue);
   bool jumpToNextTimer(std::chrono::nanoseconds limit);
-  void refuseNestedMainLoop(std::string_view verb) const;
 
   const std::thread::id ownThread_;
   Random random_;

@@ -269,11 +269,6 @@ TEST_F(LinuxQueues, ADelayedTaskIsNeverEarlyAndADelayOfForEverIsNeverOver) {
       ::testing::ExitedWithCode(0), "");
 }
 
-TEST_F(LinuxQueues, AnExceptionOutOfAnAsynchronousTaskStopsTheProcessAndNamesTheQueue) {
-  EXPECT_DEATH((queue_->async(fail), queue_->sync([] {})), "\"queue\".*no such drive");
-  EXPECT_DEATH((main_.async([] { throw 7; }), main_.drain()), "\"main\"");
-}
-
 TEST_F(LinuxQueues, TheMainQueuesDescriptorIsReadableExactlyWhileTasksWait) {
   int nested = -1;
   main_.async([] {});

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "base/Fatal.h"
+#include "base/RunOrStop.h"
 #include "platform/linux/queues/QueueFrame.h"
 #include "platform/linux/queues/Threads.h"
 #include "platform/linux/queues/WorkerPool.h"

@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/RunOrStop.h"
 #include "platform/linux/queues/MainQueue.h"
 #include "platform/linux/queues/QueueFrame.h"
 #include "platform/linux/queues/Threads.h"
