@@ -36,6 +36,12 @@ class FilesHarness {
   virtual void createLink(const std::string& name, const std::string& target) {
     std::filesystem::create_symlink(target, path(name));
   }
+  virtual void moveItem(const std::string& name, const std::string& newName) {
+    std::filesystem::rename(path(name), path(newName));
+  }
+  virtual void removeItem(const std::string& name) { std::filesystem::remove(path(name)); }
+  /// From now until the end, the folder's contents cannot be listed.
+  virtual void makeUnlistable(const std::string& folder) = 0;
 };
 
 /// The same, with volumes that come and go. Mount points are names below the folder.

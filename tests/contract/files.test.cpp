@@ -146,5 +146,38 @@ TEST_P(FilesContract, AttributesAreBytesUnderAName) {
   EXPECT_FALSE(attributes.set(path("missing"), "kmv.first", "x"));
 }
 
+TEST_P(FilesContract, AttributesBelongToTheItemWhereverItIsMovedAndHoweverItIsWritten) {
+  harness().writeFile("folder/file", "");
+  harness().writeFile("folder/last", "");
+  ExtendedAttributes& attributes = platform().extendedAttributes();
+  for (const char* name : {"folder/file", "folder"}) {
+    if (!attributes.set(path(name), "kmv.mark", name))
+      GTEST_SKIP() << "needs a volume with extended attributes";
+  }
+  harness().writeFile("folder/file", "new bytes");
+  harness().moveItem("folder/file", "folder/moved");
+  harness().moveItem("folder", "elsewhere");
+  EXPECT_EQ(attributes.get(path("elsewhere/moved"), "kmv.mark"), "folder/file");
+  EXPECT_EQ(platform().files().readRegularFile(path("elsewhere/moved"), 9).bytes, "new bytes");
+  harness().removeItem("elsewhere/moved");
+  harness().removeItem("elsewhere/last");
+  EXPECT_EQ(attributes.get(path("elsewhere"), "kmv.mark"), "folder") << "which is empty now";
+  for (const char* name : {"folder/file", "elsewhere/moved"}) {
+    harness().writeFile(name, "another");
+    EXPECT_EQ(attributes.get(path(name), "kmv.mark"), std::nullopt) << name;
+  }
+  EXPECT_EQ(attributes.get(path("folder"), "kmv.mark"), std::nullopt);
+}
+
+TEST_P(FilesContract, AFolderThatCannotBeListedIsLeftOutOfAWalk) {
+  for (const char* name : {"tree/shut/secret", "tree/file", "tree/shut too/deep/secret"})
+    harness().writeFile(name, "1234");
+  harness().makeUnlistable("tree/shut");
+  harness().makeUnlistable("tree/shut too/deep");
+  EXPECT_THAT(visited(harness(), "tree"), ElementsAre("file 4"));
+  EXPECT_THAT(visited(harness(), "tree/shut"), IsEmpty());
+  EXPECT_EQ(platform().files().itemKind(path("tree/shut")), ItemKind::folder);
+}
+
 }  // namespace
 }  // namespace kmv::test

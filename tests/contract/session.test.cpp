@@ -66,6 +66,26 @@ TEST_P(SessionContract, ADiskWithoutADeviceExistsWhileItIsMounted) {
   EXPECT_THAT(heard(1), ElementsAre("disappeared share at share"));
 }
 
+TEST_P(SessionContract, AHiddenVolumeHasNoPathUntilItIsReachedAgainAndCommandsAreAboutTheNewest) {
+  harness().mount(plugIn("OLD"), "card");
+  const std::string newer = plugIn("NEW"), over = plugIn("OVER");
+  harness().mountPathVolume("share");
+  recorder().start();
+  EXPECT_EQ(heard(4).size(), 4u);
+  const auto old = diskAt("card");
+  harness().mount(newer, "card");
+  EXPECT_THAT(heard(2), ElementsAre("changed OLD (DAVolumePath)", "changed NEW at card (DAVolumePath)"));
+  harness().mount(over, "share");
+  EXPECT_THAT(heard(2), ElementsAre("disappeared share at share", "changed OVER at share (DAVolumePath)"));
+  EXPECT_EQ(*diskAt("card")->copyDescription()->text(key::kVolumeName), "NEW");
+  session().unmount(*old, &SessionRecorder::answered, &recorder());
+  EXPECT_THAT(heard(1), ElementsAre("answered " + std::to_string(dissent::kBusy) + " OLD"));
+  harness().unmount("card");
+  EXPECT_THAT(heard(2), ElementsAre("changed NEW (DAVolumePath)", "changed OLD at card (DAVolumePath)"));
+  harness().unmount("share");
+  EXPECT_THAT(heard(2), ElementsAre("changed OVER (DAVolumePath)", "appeared share at share"));
+}
+
 TEST_P(SessionContract, ADiskIsFoundExactlyWhereItIsMountedAndAsItWasReported) {
   const std::string card = plugIn("CARD");
   harness().mount(card, "card");

@@ -26,6 +26,11 @@ class SimulatedMachine : public MachineHarness {
   void createLink(const std::string& name, const std::string& target) override {
     machine_->createLink(path(name), target);
   }
+  void moveItem(const std::string& name, const std::string& newName) override {
+    machine_->moveItem(path(name), path(newName));
+  }
+  void removeItem(const std::string& name) override { machine_->removeItem(path(name)); }
+  void makeUnlistable(const std::string& folder) override { machine_->setListable(path(folder), false); }
 
   bool runUntil(const std::function<bool()>& condition) override {
     machine_->runUntilIdle();
@@ -38,18 +43,20 @@ class SimulatedMachine : public MachineHarness {
   }
   void unplug(const std::string& device) override { machine_->unplug(devices_.at(device)); }
   void mount(const std::string& device, const std::string& point) override {
-    machine_->mount(mounted_[point] = devices_.at(device), path(point));
+    machine_->mount(devices_.at(device), path(point));
+    mounted_[point].push_back(devices_.at(device));
   }
   void mountPathVolume(const std::string& point) override {
-    mounted_[point] = machine_->plugInPathVolume({.mountPoint = path(point), .name = point});
+    mounted_[point].push_back(machine_->plugInPathVolume({.mountPoint = path(point), .name = point}));
   }
   std::string mountHidden(const std::string& point) override {
     machine_->addHiddenMount({path(point), "tmpfs", "pseudo"});
     return "tmpfs";
   }
-  void unmount(const std::string& point) override { machine_->unmount(mounted_.at(point)); }
+  void unmount(const std::string& point) override { machine_->unmount(takeNewest(point)); }
   void move(const std::string& point, const std::string& newPoint) override {
-    machine_->move(mounted_[newPoint] = mounted_.at(point), path(newPoint));
+    mounted_[newPoint].push_back(takeNewest(point));
+    machine_->move(mounted_[newPoint].back(), path(newPoint));
   }
   std::int64_t hold(const std::string&) override {
     machine_->refuseNextUnmount(dissent::kBusy, 4711);
@@ -62,8 +69,15 @@ class SimulatedMachine : public MachineHarness {
   }
 
  private:
+  DiskId takeNewest(const std::string& point) {
+    const DiskId newest = mounted_.at(point).back();
+    mounted_.at(point).pop_back();
+    return newest;
+  }
+
   testing::SimulatedPlatform* machine_ = nullptr;
-  std::map<std::string, DiskId> devices_, mounted_;
+  std::map<std::string, DiskId> devices_;
+  std::map<std::string, std::vector<DiskId>> mounted_;  // by point, the newest last
 };
 
 template <typename Harness>

@@ -55,5 +55,23 @@ TEST_P(VolumesContract, EveryItemIsHeldByTheVolumeThatItsPathLeadsTo) {
   EXPECT_EQ(holderOf("outside/file"), "none");
 }
 
+TEST_P(VolumesContract, TheNewestMountHidesWhatIsMountedAtItsPointAndBelow) {
+  harness().mountPathVolume("share");
+  for (const char* point : {"card", "card/inner", "card", "share"})
+    harness().mount(harness().plugIn("CARD"), point);
+  harness().writeFile("card/newest", "x");
+  EXPECT_THAT(listed(), ElementsAre("card", "share"));
+  EXPECT_EQ(holderOf("card/inner"), "none");
+  std::vector<std::string> hidden;
+  for (const HiddenMount& mount : platform().volumes().hiddenMounts())
+    if (mount.path.starts_with(path("")))
+      hidden.push_back(mount.rule + mount.path.substr(path("").size() - 1));
+  EXPECT_THAT(hidden, ElementsAre("covered/share", "covered/card", "shadowed/card/inner"));
+  harness().unmount("share");
+  harness().unmount("card");
+  EXPECT_THAT(listed(), ElementsAre("share", "card", "card/inner"));
+  EXPECT_EQ(holderOf("card/newest"), "none");
+}
+
 }  // namespace
 }  // namespace kmv::test

@@ -31,12 +31,6 @@ void Machine::requireDisk(DiskId disk) const {
     fatal("the simulated machine has no disk " + std::to_string(static_cast<std::uint64_t>(disk)));
 }
 
-const std::string& Machine::mountPointOf(DiskId disk) const {
-  const std::string* path = fileSystem_.mountPoint(disk);
-  if (path == nullptr) fatal("the volume is not mounted");
-  return *path;
-}
-
 double Machine::nextAppearanceTime() {
   lastAppearanceTime_ =
       std::max(clock_.now().secondsSinceReferenceDate, lastAppearanceTime_ + kShortestTimeBetweenAppearances);
@@ -68,58 +62,105 @@ DiskId Machine::plugInPathVolume(const testing::SimulatedPathVolume& volume) {
 }
 
 DiskId Machine::add(DiskId disk, Dictionary description) {
-  followPath(disk, description);
-  bus_.emit({Kind::appeared, disk, description, {}});
-  disks_.emplace(disk, std::move(description));
+  const Dictionary& added = disks_.emplace(disk, std::move(description)).first->second;
+  followPath(disk, added);
+  emitWithOthers(Event{Kind::appeared, disk, added, {}});
   return disk;
 }
 
 /// Brings the mount table in line with the description.
 void Machine::followPath(DiskId disk, const Dictionary& description) {
-  const URL* url = description.url(key::kVolumePath);
-  const std::string* mounted = fileSystem_.mountPoint(disk);
-  if (url != nullptr && mounted != nullptr && url->path() == *mounted) return;
-  fileSystem_.unmount(disk);
-  if (url != nullptr) fileSystem_.mount(disk, *url);
+  items().unmount(disk);
+  const URL* const url = description.url(key::kVolumePath);
+  const std::string* const kind = description.text(key::kVolumeKind);
+  if (url != nullptr) items().mount(disk, *url, kind == nullptr ? std::string() : *kind);
+}
+
+/// Emits the event of `disk`, which may be none, between those of the volumes that its mount hid and that its end
+/// uncovered: their mounts stayed, but their paths led elsewhere meanwhile. In this order, since the registry ignores an
+/// arrival at a path that it knows.
+void Machine::emitWithOthers(std::optional<Event> event) {
+  const auto others = items().takeAffectedVolumes();
+  for (const DiskId other : others) {
+    if (!mounts().isReachable(other)) endPath(other);
+  }
+  if (event) bus_.emit(std::move(*event));
+  for (const DiskId other : others) {
+    if (mounts().isReachable(other)) bringPathBack(other);
+  }
+}
+
+void Machine::endPath(DiskId disk) {
+  if (pathVolumes_.contains(disk)) {
+    auto entry = disks_.extract(disk);
+    if (entry.empty()) return;
+    bus_.emit({Kind::disappeared, disk, entry.mapped(), {}});
+    hiddenPathVolumes_.insert(std::move(entry));
+  } else if (Dictionary& description = disks_.at(disk); description.contains(key::kVolumePath)) {
+    description.remove(key::kVolumePath);
+    bus_.emit({Kind::descriptionChanged, disk, description, {key::kVolumePath}});
+  }
+}
+
+void Machine::bringPathBack(DiskId disk) {
+  if (pathVolumes_.contains(disk)) {
+    auto entry = hiddenPathVolumes_.extract(disk);
+    if (entry.empty()) return;
+    bus_.emit({Kind::appeared, disk, entry.mapped(), {}});
+    disks_.insert(std::move(entry));
+  } else if (Dictionary& description = disks_.at(disk); !description.contains(key::kVolumePath)) {
+    description.set(key::kVolumePath, *mounts().mountPoint(disk));
+    bus_.emit({Kind::descriptionChanged, disk, description, {key::kVolumePath}});
+  }
 }
 
 void Machine::unplug(DiskId disk) {
   Dictionary last = std::move(find(disk));
+  const bool wasHidden = hiddenPathVolumes_.erase(disk) > 0;
   disks_.erase(disk);
   pathVolumes_.erase(disk);
   ioRegistry_.forget(disk);
-  fileSystem_.unmount(disk);
-  bus_.emit({Kind::disappeared, disk, std::move(last), {}});
+  fileSystem_.setAnswerTime(disk, {});
+  items().unmount(disk);
+  emitWithOthers(wasHidden ? std::nullopt
+                           : std::optional(Event{Kind::disappeared, disk, std::move(last), {}}));
 }
 
 void Machine::mount(DiskId disk, const std::string& path) {
   requireDisk(disk);
-  if (fileSystem_.mountPoint(disk) != nullptr) fatal("the volume is mounted already");
+  if (mounts().mountPoint(disk) != nullptr) fatal("the volume is mounted already");
   changeDescription(disk, {{key::kVolumePath, mountURL(path)}});
 }
 
 void Machine::unmount(DiskId disk) {
   requireDisk(disk);
-  mountPointOf(disk);
+  if (mounts().mountPoint(disk) == nullptr) fatal("the volume is not mounted");
   if (pathVolumes_.contains(disk)) return unplug(disk);
+  if (!mounts().isReachable(disk)) {  // the end of its path was told when it was hidden
+    items().unmount(disk);
+    return emitWithOthers(std::nullopt);
+  }
   changeDescription(disk, {{key::kVolumePath, std::nullopt}});
 }
 
 void Machine::move(DiskId disk, const std::string& newPath) {
   Dictionary& description = find(disk);
-  if (mountPointOf(disk) == newPath) return;
+  const URL* const point = mounts().mountPoint(disk);
+  if (point == nullptr) fatal("the volume is not mounted");
+  if (point->path() == newPath) return;
+  if (!mounts().isReachable(disk)) return changeDescription(disk, {{key::kVolumePath, mountURL(newPath)}});
   bus_.emit({Kind::disappeared, disk, description, {}, Event::Cause::move});
   description.set(key::kVolumePath, mountURL(newPath));
   followPath(disk, description);
-  bus_.emit({Kind::appeared, disk, description, {}});
+  emitWithOthers(Event{Kind::appeared, disk, description, {}});
 }
 
 void Machine::rename(DiskId disk, const std::string& newName) {
   const Dictionary& description = find(disk);
   testing::DescriptionChanges changes{{key::kVolumeName, newName}};
   const std::string* oldName = description.text(key::kVolumeName);
-  const std::string* path = fileSystem_.mountPoint(disk);
-  if (oldName != nullptr && path != nullptr && *path == defaultMountPoint(*oldName)) {
+  const URL* const url = description.url(key::kVolumePath);
+  if (oldName != nullptr && url != nullptr && url->path() == defaultMountPoint(*oldName)) {
     changes.emplace(key::kVolumePath, mountURL(defaultMountPoint(newName)));
   }
   changeDescription(disk, changes);
@@ -131,12 +172,16 @@ void Machine::changeDescription(DiskId disk, const testing::DescriptionChanges& 
   apply(changes, changed);
   ChangedKeys keys = differingKeys(description, changed);
   if (keys.empty()) return;
-  const bool replacedPath = description.contains(key::kVolumePath) && changed.contains(key::kVolumePath) &&
-                            std::find(keys.begin(), keys.end(), key::kVolumePath) != keys.end();
+  const bool changedPath = std::find(keys.begin(), keys.end(), key::kVolumePath) != keys.end();
+  const bool replacedPath =
+      changedPath && description.contains(key::kVolumePath) && changed.contains(key::kVolumePath);
   description = std::move(changed);
-  followPath(disk, description);
-  bus_.emit({Kind::descriptionChanged, disk, description, std::move(keys),
-             replacedPath ? Event::Cause::replacedPath : Event::Cause::ordinary});
+  if (changedPath) followPath(disk, description);
+  std::optional<Event> event;  // none while sessions do not know of it
+  if (disks_.contains(disk))
+    event = {Kind::descriptionChanged, disk, description, std::move(keys),
+             replacedPath ? Event::Cause::replacedPath : Event::Cause::ordinary};
+  emitWithOthers(std::move(event));
 }
 
 std::unique_ptr<DiskArbitrationSession> Machine::makeDiskArbitrationSession() {
@@ -148,15 +193,6 @@ std::unique_ptr<DiskArbitrationSession> Machine::makeDiskArbitrationSession() {
   return std::make_unique<SimulatedSession>(std::move(state), *this);
 }
 
-std::optional<DiskId> Machine::diskMountedAt(const std::string& path) const {
-  scheduler_.requireOwnThread();
-  for (const auto& [disk, description] : disks_) {
-    const std::string* point = fileSystem_.mountPoint(disk);
-    if (point != nullptr && *point == path) return disk;
-  }
-  return std::nullopt;
-}
-
 std::optional<Dictionary> Machine::presentDescription(DiskId disk) const {
   scheduler_.requireOwnThread();
   const auto found = disks_.find(disk);
@@ -164,25 +200,29 @@ std::optional<Dictionary> Machine::presentDescription(DiskId disk) const {
 }
 
 std::optional<Dictionary> Machine::requestUnmount(DiskId disk) {
-  return carryOut(disk, armedFaults().unmountRefusals, [&] { unmount(disk); });
+  if (auto refusal = refusalOf(disk, armedFaults().unmountRefusals)) return refusal;
+  if (!mounts().isReachable(disk) || mounts().carriesMounts(disk))
+    return Dictionary{{key::kDissenterStatus, dissent::kBusy}};
+  unmount(disk);
+  return std::nullopt;
 }
 
 std::optional<Dictionary> Machine::requestRename(DiskId disk, const std::string& newName) {
-  return carryOut(disk, armedFaults().renameRefusals, [&] { rename(disk, newName); });
+  if (auto refusal = refusalOf(disk, armedFaults().renameRefusals)) return refusal;
+  if (!mounts().isReachable(disk)) return Dictionary{{key::kDissenterStatus, dissent::kNotMounted}};
+  rename(disk, newName);
+  return std::nullopt;
 }
 
-/// A disk that was unplugged or unmounted since the library looked it up refuses as not mounted.
-std::optional<Dictionary> Machine::carryOut(DiskId disk, std::deque<Dictionary>& refusals,
-                                            const std::function<void()>& command) {
+/// The next armed refusal, or the one of a disk that was unplugged or unmounted since the library looked it up.
+std::optional<Dictionary> Machine::refusalOf(DiskId disk, std::deque<Dictionary>& armed) const {
   scheduler_.requireOwnThread();
-  if (!refusals.empty()) {
-    Dictionary dissenter = std::move(refusals.front());
-    refusals.pop_front();
+  if (!armed.empty()) {
+    Dictionary dissenter = std::move(armed.front());
+    armed.pop_front();
     return dissenter;
   }
-  if (!exists(disk) || fileSystem_.mountPoint(disk) == nullptr)
-    return Dictionary{{key::kDissenterStatus, dissent::kNotMounted}};
-  command();
+  if (mounts().mountPoint(disk) == nullptr) return Dictionary{{key::kDissenterStatus, dissent::kNotMounted}};
   return std::nullopt;
 }
 

@@ -45,9 +45,11 @@ class Machine final : public testing::SimulatedPlatform, public Platform {
   void changeDescription(testing::DiskId disk, const testing::DescriptionChanges& changes) override;
   Dictionary description(testing::DiskId disk) const override {
     requireDisk(disk);
-    return disks_.at(disk);
+    return tableOf(disk).at(disk);
   }
-  bool exists(testing::DiskId disk) const override { return disks_.contains(disk); }
+  bool exists(testing::DiskId disk) const override {
+    return disks_.contains(disk) || hiddenPathVolumes_.contains(disk);
+  }
 
   void holdEvents() override { bus_.hold(); }
   void releaseEvents() override { bus_.release(); }
@@ -57,23 +59,36 @@ class Machine final : public testing::SimulatedPlatform, public Platform {
   void lose(std::size_t index) override { bus_.lose(index); }
   void rescan() override { bus_.rescan(disks_); }
 
-  void createItem(const std::string& path) override { fileSystem_.createItem(path); }
+  void createItem(const std::string& path) override { items().createItem(path); }
   void writeFile(const std::string& path, const std::string& bytes) override {
-    fileSystem_.writeFile(path, bytes);
+    items().writeFile(path, bytes);
   }
   void setReportedSize(const std::string& path, std::uint64_t size) override {
-    fileSystem_.setReportedSize(path, size);
+    items().setReportedSize(path, size);
   }
-  void removeItem(const std::string& path) override { fileSystem_.removeItem(path); }
+  void removeItem(const std::string& path) override { items().removeItem(path); }
   void createLink(const std::string& path, const std::string& target) override {
-    fileSystem_.createLink(path, target);
+    items().createLink(path, target);
+  }
+  void moveItem(const std::string& path, const std::string& newPath) override {
+    items().moveItem(path, newPath);
+  }
+  void setListable(const std::string& folder, bool listable) override {
+    items().setListable(folder, listable);
+  }
+  void setAnswerTime(testing::DiskId disk, std::chrono::nanoseconds time) override {
+    requireDisk(disk);
+    fileSystem_.setAnswerTime(disk, time);
   }
   void addHiddenMount(HiddenMount mount) override { fileSystem_.addHiddenMount(std::move(mount)); }
   bool setAttribute(const std::string& path, const std::string& name, const std::string& value) override {
-    return attributes_.set(path, name, value);
+    return items().setAttribute(path, name, value);
+  }
+  bool removeAttribute(const std::string& path, const std::string& name) override {
+    return items().setAttribute(path, name, std::nullopt);
   }
   std::optional<std::string> attribute(const std::string& path, const std::string& name) const override {
-    return fileSystem_.attribute(path, name);
+    return fileSystem_.items().attribute(path, name);
   }
 
   void installProgram(const std::string& path, testing::SimulatedProgram program) override {
@@ -97,15 +112,20 @@ class Machine final : public testing::SimulatedPlatform, public Platform {
   }
   void removeBlockStorageDriver(const std::string& path) override { ioRegistry_.drivers.erase(path); }
   void setMediaPath(testing::DiskId disk, const std::string& path) override {
+    requireDisk(disk);
     ioRegistry_.mediaPaths[disk] = path;
   }
-  void hideFromUsers(testing::DiskId disk) override { ioRegistry_.hidden.insert(disk); }
+  void hideFromUsers(testing::DiskId disk) override {
+    requireDisk(disk);
+    ioRegistry_.hidden.insert(disk);
+  }
   std::vector<std::string> serviceSearches() const override { return serviceSearches_; }
 
   std::size_t runUntilIdle() override { return scheduler_.runUntilIdle(); }
   bool runOne() override { return scheduler_.runOne(); }
   void advance(std::chrono::nanoseconds duration) override { scheduler_.advance(duration); }
   std::chrono::nanoseconds now() const override { return scheduler_.now(); }
+  void setWallClock(Date date) override { clock_.set(date); }
   std::string currentQueueLabel() const override { return scheduler_.currentQueueLabel(); }
 
   // --- The seam. ---
@@ -126,7 +146,9 @@ class Machine final : public testing::SimulatedPlatform, public Platform {
   // --- For sessions. ---
   /// Reports every disk to a session that has just registered.
   void reportPresentDisks(const std::shared_ptr<SessionState>& session) { bus_.begin(session, disks_); }
-  std::optional<testing::DiskId> diskMountedAt(const std::string& path) const;
+  std::optional<testing::DiskId> diskMountedAt(const std::string& path) const {
+    return fileSystem_.mounts().volumeMountedAt(path);
+  }
   /// None when the disk is gone.
   std::optional<Dictionary> presentDescription(testing::DiskId disk) const;
   // Commands: carried out at once. The result is the dissenter's record, or none.
@@ -134,18 +156,24 @@ class Machine final : public testing::SimulatedPlatform, public Platform {
   std::optional<Dictionary> requestRename(testing::DiskId disk, const std::string& newName);
 
  private:
-  void requireDisk(testing::DiskId disk) const;
+  void requireDisk(testing::DiskId disk) const override;
+  const DiskTable& tableOf(testing::DiskId disk) const {
+    return hiddenPathVolumes_.contains(disk) ? hiddenPathVolumes_ : disks_;
+  }
   Dictionary& find(testing::DiskId disk) {
     requireDisk(disk);
-    return disks_.at(disk);
+    return (hiddenPathVolumes_.contains(disk) ? hiddenPathVolumes_ : disks_).at(disk);
   }
-  const std::string& mountPointOf(testing::DiskId disk) const;
+  ItemTree& items() { return fileSystem_.items(); }
+  const MountedVolumes& mounts() const { return fileSystem_.mounts(); }
   double nextAppearanceTime();
   std::string freeBSDName() const;
   testing::DiskId add(testing::DiskId disk, Dictionary description);
   void followPath(testing::DiskId disk, const Dictionary& description);
-  std::optional<Dictionary> carryOut(testing::DiskId disk, std::deque<Dictionary>& refusals,
-                                     const std::function<void()>& command);
+  void emitWithOthers(std::optional<Event> event);
+  void endPath(testing::DiskId disk);
+  void bringPathBack(testing::DiskId disk);
+  std::optional<Dictionary> refusalOf(testing::DiskId disk, std::deque<Dictionary>& armed) const;
 
   Scheduler scheduler_;
   SimulatedFileSystem fileSystem_{scheduler_, armedFaults()};
@@ -156,7 +184,8 @@ class Machine final : public testing::SimulatedPlatform, public Platform {
   SimulatedSystemInformation systemInformation_;
   std::vector<std::string> serviceSearches_;
   EventBus bus_;
-  DiskTable disks_;
+  DiskTable disks_;  // those that sessions know of
+  DiskTable hiddenPathVolumes_;
   std::set<testing::DiskId> pathVolumes_;
   std::uint64_t nextDisk_ = 1;
   double lastAppearanceTime_ = 0;

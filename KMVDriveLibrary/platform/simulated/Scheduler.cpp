@@ -212,6 +212,12 @@ void Scheduler::advance(std::chrono::nanoseconds duration) {
   now_ = std::max(now_, target);
 }
 
+void Scheduler::waitInTask(const std::string& what, std::chrono::nanoseconds duration) {
+  if (duration != kForEver) return advance(duration);
+  const std::string who = running_.empty() ? "the test" : "a task of queue \"" + currentQueueLabel() + "\"";
+  fatal(who + " waits for " + what + " on a volume that hangs");
+}
+
 void Scheduler::runMainQueue() {
   requireOwnThread();
   if (mainLoopRuns_ || isRunning(*mainState_)) fatal("run of the main queue was called while it runs");

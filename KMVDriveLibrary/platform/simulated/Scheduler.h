@@ -46,6 +46,9 @@ class Scheduler : public QueueFactory {
   void advance(std::chrono::nanoseconds duration);
   std::chrono::nanoseconds now() const { return now_; }
   std::string currentQueueLabel() const;
+  /// The task in progress, or the test, waits for `what`: time passes and other queues go on. Aborts the process when it
+  /// would wait for ever.
+  void waitInTask(const std::string& what, std::chrono::nanoseconds duration);
 
   /// Aborts the process on any thread but the one that made the machine: calls from a second one would not be
   /// deterministic.

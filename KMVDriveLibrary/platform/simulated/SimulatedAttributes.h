@@ -20,10 +20,12 @@ class SimulatedAttributes final : public ExtendedAttributes {
   SimulatedAttributes(SimulatedFileSystem& fileSystem, SimulatedPrograms& programs);
 
   std::optional<std::string> get(const std::string& path, const std::string& name) override {
-    return fileSystem_.attribute(path, name);
+    fileSystem_.waitFor(path);
+    return fileSystem_.items().attribute(path, name);
   }
   bool set(const std::string& path, const std::string& name, const std::string& value) override;
   ChildProcess::Result runTool(const ToolRun& call) override {
+    fileSystem_.waitFor(call.path);
     return programs_.run(requestFor(call, call.name));
   }
 

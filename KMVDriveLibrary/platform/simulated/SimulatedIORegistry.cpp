@@ -59,7 +59,7 @@ DriveStatistics SimulatedIORegistry::presentStatistics() const {
   DriveStatistics now;
   now.wereDriversFound = true;
   for (const auto& [path, counters] : drivers) now.drivers.push_back({path, counters});
-  fileSystem_.forEachVolume([&](testing::DiskId disk, const URL& url) {
+  fileSystem_.mounts().forEachReachable([&](testing::DiskId disk, const URL& url) {
     if (hidden.contains(disk)) return;
     const auto media = mediaPaths.find(disk);
     now.volumes.push_back({url, media == mediaPaths.end() ? std::string() : media->second});

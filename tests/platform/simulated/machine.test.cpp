@@ -73,15 +73,42 @@ TEST_F(SimulatedMachine, ItemsAndTheirAttributesComeAndGoWithTheirVolume) {
   machine.rename(card, "REEL");
   EXPECT_TRUE(exists("/Volumes/REEL/DCIM/clip.mov"));
   EXPECT_FALSE(exists("/Volumes/CARD"));
-  EXPECT_EQ(machine.attribute("/Volumes/REEL/DCIM/clip.mov", "a"), "1");
   machine.unmount(card);
   EXPECT_FALSE(exists("/Volumes/REEL"));
   machine.mount(card, "/mnt");
+  EXPECT_EQ(machine.attribute("/mnt/DCIM/clip.mov", "a"), "1");
+  EXPECT_TRUE(machine.removeAttribute("/mnt/DCIM/clip.mov", "a"));
+  EXPECT_FALSE(machine.removeAttribute("/mnt/DCIM/clip.mov", "a"));
   machine.removeItem("/mnt/DCIM");
   EXPECT_FALSE(exists("/mnt/DCIM/clip.mov"));
   EXPECT_TRUE(exists("/mnt"));
-  machine.createItem("/mnt/DCIM/clip.mov");
-  EXPECT_EQ(machine.attribute("/mnt/DCIM/clip.mov", "a"), std::nullopt);
+}
+
+TEST_F(SimulatedMachine, WhoAsksASlowVolumeWaitsWhileOthersGoOnAndAHangingOneStopsTheProcess) {
+  using namespace std::chrono_literals;
+  const auto share = machine.plugInPathVolume({.mountPoint = "/mnt/share"});
+  machine.createItem("/mnt/share/file");
+  machine.createItem("/mnt/local");
+  machine.setAnswerTime(share, 30s);
+  const auto asking = makeSerialQueue("asking"), other = makeSerialQueue("other");
+  std::string order;
+  asking->async([&] {
+    other->after(29s, [&] { order += "other "; });
+    EXPECT_EQ(platform.files().itemKind("/mnt/share/file"), ItemKind::file);
+    order += "answered ";
+  });
+  asking->async([&] { order += "later"; });
+  machine.runUntilIdle();
+  EXPECT_EQ(order, "other answered later");
+  EXPECT_EQ(machine.now(), 30s);
+  machine.setAnswerTime(share, testing::SimulatedPlatform::kNever);
+  EXPECT_EQ(platform.files().itemKind("/mnt/local"), ItemKind::file);
+  EXPECT_EQ(platform.volumes().volumeURL(URL::fileURLWithPath("/mnt/share", true))->path(), "/mnt/share");
+  asking->async([&] { platform.extendedAttributes().get("/mnt/share/file", "a"); });
+  EXPECT_DEATH(machine.runUntilIdle(), "\"asking\" waits for .*/mnt/share/file.* hangs");
+  machine.setAnswerTime(share, 0s);
+  machine.runUntilIdle();
+  EXPECT_EQ(machine.now(), 30s);
 }
 
 TEST_F(SimulatedMachine, ThePlatformsAliasesAreStripped) {
@@ -114,7 +141,12 @@ TEST_F(SimulatedMachine, StatisticsHaveANewGenerationWhenPlacesChangeAndNotWhenC
 
 TEST_F(SimulatedMachine, WrongUseStopsTheProcess) {
   EXPECT_DEATH(testing::SimulatedPlatform::install(), "installed once");
-  EXPECT_DEATH(machine.unmount(testing::DiskId{99}), "no disk 99");
+  const testing::DiskId unknown{99};
+  EXPECT_DEATH(machine.unmount(unknown), "no disk 99");
+  EXPECT_DEATH(machine.vanishWhileDescribed(unknown), "no disk 99");
+  EXPECT_DEATH(machine.setMediaPath(unknown, "/disk"), "no disk 99");
+  EXPECT_DEATH(machine.hideFromUsers(unknown), "no disk 99");
+  EXPECT_DEATH(machine.setAnswerTime(unknown, {}), "no disk 99");
   const auto card = plugIn("CARD", "/Volumes/CARD");
   EXPECT_DEATH(machine.mount(card, "/mnt"), "mounted already");
   EXPECT_DEATH(machine.unmount(plugIn("OTHER")), "not mounted");

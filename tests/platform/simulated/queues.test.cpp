@@ -56,6 +56,10 @@ TEST_F(SimulatedTime, EachDelayedTaskRunsAtItsTimeOnBothClocks) {
   EXPECT_EQ(machine.now(), 2500ms);
   machine.advance(10s);
   EXPECT_EQ(log.back(), "late@3");
+  machine.setWallClock(Date{start - 60});
+  machine.advance(1s);
+  EXPECT_EQ(clock.now().secondsSinceReferenceDate, start - 59);
+  EXPECT_EQ(clock.monotonicNow(), 13500ms);
 }
 
 TEST_F(SimulatedTime, RunningTheMainQueueJumpsToTheNextDelayedTask) {

@@ -46,7 +46,10 @@ class SimulatedFaults {
   void dropKeyFromNextDescription(const std::string& key) { armed_.droppedKeys.insert(key); }
   /// The disk is unplugged while the library asks for its description in a callback of its next event: a race
   /// that the library loses. It gets no description.
-  void vanishWhileDescribed(DiskId disk) { armed_.vanishing.insert(disk); }
+  void vanishWhileDescribed(DiskId disk) {
+    requireDisk(disk);
+    armed_.vanishing.insert(disk);
+  }
 
   /// The next unmount that the library asks for is refused.
   /// A number that is left out is missing in the platform's record of the refusal.
@@ -69,6 +72,8 @@ class SimulatedFaults {
   ~SimulatedFaults() = default;
 
   ArmedFaults& armedFaults() { return armed_; }
+  /// Aborts the process when the machine has no such disk.
+  virtual void requireDisk(DiskId disk) const = 0;
 
  private:
   static Dictionary dissenter(std::optional<std::int64_t> status, std::optional<std::int64_t> processID);

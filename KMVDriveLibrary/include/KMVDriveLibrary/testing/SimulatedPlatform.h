@@ -51,7 +51,9 @@ class SimulatedPlatform : public SimulatedFaults {
   /// The machine lives until the process ends.
   static SimulatedPlatform& install(std::uint64_t seed = 0);
 
-  // --- Disks. Each verb changes the machine at once; the library hears of it when its queue runs. ---
+  // --- Disks. Each verb changes the machine at once; the library hears of it when its queue runs. A volume that is
+  // mounted over another, or on a folder above it, hides it: what looks at the path sees the newest, and the library hears
+  // that the other has no path until it can be reached again. ---
 
   /// Appears, mounted when a mount point is given.
   virtual DiskId plugIn(const SimulatedDisk& disk) = 0;
@@ -101,19 +103,29 @@ class SimulatedPlatform : public SimulatedFaults {
 
   /// An item that cannot be read; as a file it is empty.
   virtual void createItem(const std::string& path) = 0;
-  /// A regular file with this content; replaces an earlier one.
+  /// A regular file with this content. The attributes of an earlier file stay, as where a system truncates it.
   virtual void writeFile(const std::string& path, const std::string& bytes) = 0;
   /// From now on the item at `path` reports this size, whatever its content.
   virtual void setReportedSize(const std::string& path, std::uint64_t size) = 0;
   /// Removes the item, link or tree at `path`.
   virtual void removeItem(const std::string& path) = 0;
-  /// A symbolic link at `path`. "/tmp", "/var" and "/etc" are links into "/private" from the start.
+  /// Moves an item or a tree, with its attributes, to another path on its volume; what was there is replaced.
+  virtual void moveItem(const std::string& path, const std::string& newPath) = 0;
+  /// Whether the contents of a folder can be read; of a folder that cannot, items are still found by their paths.
+  virtual void setListable(const std::string& folder, bool listable) = 0;
+  /// Every question of the library to the volume takes this long from now on: time passes, and other queues go on.
+  /// 0 ends it. `kNever`: the volume hangs, and whoever asks it aborts the process with a message that names the queue.
+  virtual void setAnswerTime(DiskId disk, std::chrono::nanoseconds time) = 0;
+  static constexpr auto kNever = std::chrono::nanoseconds::max();
+  /// A symbolic link at `path`; replaces an earlier item. "/tmp", "/var" and "/etc" are links into "/private" from the start.
   virtual void createLink(const std::string& path, const std::string& target) = 0;
   /// A mount that is no drive.
   virtual void addHiddenMount(HiddenMount mount) = 0;
 
   /// Sets an extended attribute of an item, links followed; false without the item.
   virtual bool setAttribute(const std::string& path, const std::string& name, const std::string& value) = 0;
+  /// False without the item, or the attribute.
+  virtual bool removeAttribute(const std::string& path, const std::string& name) = 0;
   virtual std::optional<std::string> attribute(const std::string& path, const std::string& name) const = 0;
 
   // --- What else a platform is asked. ---
@@ -158,6 +170,8 @@ class SimulatedPlatform : public SimulatedFaults {
   virtual void advance(std::chrono::nanoseconds duration) = 0;
   /// Time passed since the machine was made.
   virtual std::chrono::nanoseconds now() const = 0;
+  /// Sets the wall clock, which goes on from there; the monotonic clock and delayed tasks do not notice.
+  virtual void setWallClock(Date date) = 0;
   /// The label of the queue whose task is running ("main" for the main queue); empty outside tasks.
   virtual std::string currentQueueLabel() const = 0;
 

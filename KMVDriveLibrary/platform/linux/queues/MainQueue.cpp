@@ -12,7 +12,6 @@
 #include "platform/linux/queues/QueueFrame.h"
 #include "platform/linux/queues/Threads.h"
 #include "platform/linux/queues/WorkerPool.h"
-#include "platform/posix/TaskRun.h"
 
 namespace kmv {
 

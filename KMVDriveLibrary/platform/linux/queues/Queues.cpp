@@ -17,7 +17,6 @@
 #include "platform/linux/queues/Threads.h"
 #include "platform/linux/queues/TimerThread.h"
 #include "platform/linux/queues/WorkerPool.h"
-#include "platform/posix/TaskRun.h"
 
 namespace kmv {
 

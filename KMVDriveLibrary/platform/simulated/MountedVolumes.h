@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <KMVDriveLibrary/HiddenMounts.h>
+#include <KMVDriveLibrary/URL.h>
+#include <KMVDriveLibrary/testing/SimulatedDisk.h>
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace kmv::simulated {
+
+/// The volume that holds an item (none: the machine itself) and the path from there, "/" first; "" for the volume's
+/// root.
+using Place = std::pair<std::optional<testing::DiskId>, std::string>;
+
+/// True when `item` is at `place` or below it, on the same volume.
+bool holds(const Place& place, const Place& item);
+
+/// What is mounted where. As in a kernel, a mount stands on a place of what held it when it was mounted: on a mount point
+/// it covers the older mount, on a folder above it shadows it. What is mounted at "/" holds no item: those there belong
+/// to the machine itself.
+class MountedVolumes {
+ public:
+  /// `where`: the mount point with links resolved; empty for the root. `kind` is what `hidden` says of it.
+  void mount(testing::DiskId volume, const URL& mountPoint, std::string kind, const std::string& where);
+  /// What stood on the volume stands on the place below it from now on.
+  void unmount(testing::DiskId volume);
+
+  /// The mount point, reachable or not; null when it is not mounted.
+  const URL* mountPoint(testing::DiskId volume) const;
+  /// Whether paths lead to the volume: no other mount covers or shadows it.
+  bool isReachable(testing::DiskId volume) const;
+  /// Whether other mounts stand on the volume, which keep it from being unmounted.
+  bool carriesMounts(testing::DiskId volume) const;
+  /// The reachable volume that is mounted there, by the text of the path.
+  std::optional<testing::DiskId> volumeMountedAt(const std::string& path) const;
+  /// The volumes whose reachability mounts and unmounts may have changed since the last call.
+  std::vector<testing::DiskId> takeAffected() { return std::exchange(affected_, {}); }
+  /// Every reachable volume, in the order of the mounts.
+  void forEachReachable(const std::function<void(testing::DiskId, const URL&)>& visit) const;
+  /// The others, with the rule that hides them.
+  std::vector<HiddenMount> hidden() const;
+
+  Place placeOf(const std::string& resolvedPath) const;
+  void forEachPoint(const std::function<void(const Place&)>& visit) const {
+    for (const Mount& mount : mounts_) visit(mount.on);
+  }
+
+ private:
+  struct Mount {
+    testing::DiskId volume;
+    URL url;  // as it was mounted
+    std::string kind;
+    std::string where;
+    Place on;
+  };
+  const Mount* find(testing::DiskId volume) const;
+  void noteAffected(const std::string& where);
+
+  std::vector<Mount> mounts_;
+  std::vector<testing::DiskId> affected_;
+};
+
+}  // namespace kmv::simulated
