@@ -9,11 +9,11 @@
 #include <utility>
 
 #include "base/Fatal.h"
+#include "base/RunOrStop.h"
 #include "platform/macos/QueueScope.h"
 #include "platform/macos/Queues.h"
 #include "platform/posix/Retry.h"
 #include "platform/posix/SpawnHooks.h"
-#include "platform/posix/TaskRun.h"
 
 namespace kmv::macos {
 

@@ -6,9 +6,9 @@
 #include <exception>
 #include <utility>
 
+#include "base/RunOrStop.h"
 #include "platform/macos/MainQueue.h"
 #include "platform/macos/QueueScope.h"
-#include "platform/posix/TaskRun.h"
 
 namespace kmv::macos {
 namespace {
