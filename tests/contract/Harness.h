@@ -2,6 +2,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdint>
 #include <filesystem>
@@ -14,6 +15,32 @@
 #include "platform/Platform.h"
 
 namespace kmv::test {
+
+/// Folders of this machine that cannot be listed while the object lives. Root may list every folder: from the first on,
+/// the test goes on as nobody.
+class UnlistableFolders {
+ public:
+  UnlistableFolders() = default;
+  ~UnlistableFolders() {
+    become(user_);
+    for (const std::string& folder : folders_)
+      std::filesystem::permissions(folder, std::filesystem::perms::all);
+  }
+  UnlistableFolders(const UnlistableFolders&) = delete;
+  UnlistableFolders& operator=(const UnlistableFolders&) = delete;
+
+  void add(const std::string& folder) {
+    become(user_);
+    std::filesystem::permissions(folders_.emplace_back(folder), std::filesystem::perms::none);
+    if (user_ == 0) become(65534);
+  }
+
+ private:
+  static void become(uid_t user) { EXPECT_EQ(::seteuid(user), 0); }
+
+  const uid_t user_ = ::geteuid();
+  std::vector<std::string> folders_;
+};
 
 /// One backend and a folder for the suite's files. The verbs work on the machine that runs the test; a backend with a
 /// machine of its own replaces them.
@@ -62,6 +89,8 @@ class MachineHarness : public FilesHarness {
   virtual void move(const std::string& point, const std::string& newPoint) = 0;
   /// Whether the platform has an event for a moved volume, so that it need not disappear and appear.
   virtual bool hasMoveEvent() { return false; }
+  /// Whether a volume can be mounted over another.
+  virtual bool canHideMounts() { return true; }
 
   /// From now until `release`, or for the next command, the volume is in use by the process that is returned.
   virtual std::int64_t hold(const std::string& point) = 0;

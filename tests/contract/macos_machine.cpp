@@ -24,12 +24,14 @@ class MacMachine : public MachineHarness {
   std::string begin() override { return ""; }
   Platform& platform() override { return *platform_; }
   std::string folder() override { return folder_.path(); }
+  void makeUnlistable(const std::string& folder) override { unlistable_.add(path(folder)); }
 
   bool runUntil(const std::function<bool()>& condition) override {
     fake::runUntilIdle();
     return condition();
   }
   bool hasMoveEvent() override { return true; }
+  bool canHideMounts() override { return false; }  // the double's daemon refuses it
   std::string plugIn(const std::string& name) override {
     const std::string device = "disk" + std::to_string(++devices_);
     fake::attach({.bsdName = device, .description = {{"DAVolumeName", name}}});
@@ -88,6 +90,7 @@ class MacMachine : public MachineHarness {
   }
 
   TemporaryFolder folder_;
+  UnlistableFolders unlistable_;
   std::unique_ptr<Platform> platform_ = std::make_unique<macos::MacPlatform>();
   std::map<std::string, std::string> mounted_, aside_;
   int devices_ = 0, hidden_ = 0;

@@ -13,10 +13,10 @@
 #include <thread>
 #include <utility>
 
+#include "base/RunOrStop.h"
 #include "platform/posix/FileDescriptor.h"
 #include "platform/posix/FileWalk.h"
 #include "platform/posix/FolderReader.h"
-#include "platform/posix/TaskRun.h"
 
 namespace kmv {
 

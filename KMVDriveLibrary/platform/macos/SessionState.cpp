@@ -10,7 +10,7 @@
 #include "platform/macos/QueueScope.h"
 #include "platform/macos/Queues.h"
 #include "platform/macos/Values.h"
-#include "platform/posix/TaskRun.h"
+#include "base/RunOrStop.h"
 
 namespace kmv::macos {
 namespace {
