@@ -123,8 +123,11 @@ class PlainModel {
 template <typename Drives, typename Descriptions>
 Lines printed(const Drives& drives, const std::set<URL>& urls, const Descriptions& unmounted) {
   Lines lines;
-  for (const auto& [key, contents] : drives)
-    lines.push_back(key.absoluteString() + Value(*contents).description());
+  for (const auto& [key, contents] : drives) {
+    Dictionary own = *contents;
+    own.remove("kDiskWrapperKey");  // the wrapper manager's
+    lines.push_back(key.absoluteString() + Value(own).description());
+  }
   for (const URL& url : urls) lines.push_back(url.absoluteString());
   for (const Dictionary& description : unmounted) lines.push_back(Value(description).description());
   return lines;

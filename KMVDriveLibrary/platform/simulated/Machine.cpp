@@ -160,7 +160,8 @@ void Machine::rename(DiskId disk, const std::string& newName) {
   testing::DescriptionChanges changes{{key::kVolumeName, newName}};
   const std::string* oldName = description.text(key::kVolumeName);
   const URL* const url = description.url(key::kVolumePath);
-  if (oldName != nullptr && url != nullptr && url->path() == defaultMountPoint(*oldName)) {
+  if (oldName != nullptr && url != nullptr && mounts().isReachable(disk) &&
+      url->path() == defaultMountPoint(*oldName)) {
     changes.emplace(key::kVolumePath, mountURL(defaultMountPoint(newName)));
   }
   changeDescription(disk, changes);
@@ -182,6 +183,7 @@ void Machine::changeDescription(DiskId disk, const testing::DescriptionChanges& 
     event = {Kind::descriptionChanged, disk, description, std::move(keys),
              replacedPath ? Event::Cause::replacedPath : Event::Cause::ordinary};
   emitWithOthers(std::move(event));
+  if (mounts().isReachable(disk)) bringPathBack(disk);  // from where it was hidden
 }
 
 std::unique_ptr<DiskArbitrationSession> Machine::makeDiskArbitrationSession() {
