@@ -320,7 +320,7 @@ void runSeeds() {
   for (unsigned seed = 1; seed <= last && !::testing::Test::HasFailure(); ++seed) {
     EXPECT_EXIT(
         {
-          OneRun(seed).happenAndCompare(amount("KMV_SIMULATION_EVENTS", 10'000));
+          OneRun(seed).happenAndCompare(amount("KMV_SIMULATION_EVENTS", 5'000));
           endWithVerdict();
         },
         ::testing::ExitedWithCode(0), "")
