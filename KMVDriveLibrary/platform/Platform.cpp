@@ -4,10 +4,13 @@
 #include <mutex>
 #include <utility>
 
+#include "platform/LibraryCopies.h"
 #include "platform/NativePlatform.h"
 
 namespace kmv {
 namespace {
+
+[[maybe_unused]] const int numberOfThisCopy = ++libraryCopies;
 
 std::mutex& platformMutex() {
   static auto* mutex = new std::mutex;  // never destroyed: queues may run until the process is gone

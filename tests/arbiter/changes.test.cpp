@@ -43,14 +43,5 @@ TEST_F(Changes, ARenamedVolumeKeepsItsDriveUnderTheNewPath) {
   EXPECT_EQ(registry.drive("/alias"), drive);
 }
 
-TEST_F(Changes, AUUIDThatBecomesKnownWhileMountedDoesNotLoseTheDrive) {
-  const DiskId disk = machine.plugIn(
-      {.name = "A", .mountPoint = "/Volumes/A", .description = {{"DAVolumeUUID", std::nullopt}}});
-  registry.start();
-  machine.changeDescriptionKey(disk, "DAVolumeUUID", UUID(UUID::Bytes{1}));
-  machine.unmount(disk);
-  EXPECT_EQ(news(), (Lines{"new /Volumes/A", "removed /Volumes/A"}));
-}
-
 }  // namespace
 }  // namespace kmv::testing

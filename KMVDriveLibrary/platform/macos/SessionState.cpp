@@ -6,11 +6,11 @@
 #include <utility>
 
 #include "base/Fatal.h"
+#include "base/RunOrStop.h"
 #include "platform/macos/MacDisk.h"
 #include "platform/macos/QueueScope.h"
 #include "platform/macos/Queues.h"
 #include "platform/macos/Values.h"
-#include "base/RunOrStop.h"
 
 namespace kmv::macos {
 namespace {

@@ -47,7 +47,8 @@ struct PendingEvent {
 class SimulatedPlatform : public SimulatedFaults {
  public:
   /// Makes a new machine, without a disk, the platform in use.
-  /// Once in a process, before the library's first use; otherwise it aborts the process.
+  /// Once in a process, before the library's first use and beside no copy of the static library; otherwise it aborts the
+  /// process.
   /// The machine lives until the process ends.
   static SimulatedPlatform& install(std::uint64_t seed = 0);
 
