@@ -2,7 +2,6 @@
 #include "platform/linux/session/LinuxSession.h"
 
 #include <KMVDriveLibrary/DescriptionKeys.h>
-#include <KMVDriveLibrary/host/OrvaneLogging.h>
 
 #include <fcntl.h>
 #include <sys/epoll.h>
@@ -95,16 +94,18 @@ void LinuxSession::registerCallbacks(const DiskCallbacks& callbacks, void* conte
   // Every event needs these two threads: a moment without any to be had must not come between.
   queue_->after(std::chrono::nanoseconds(1), [] {});
   if (tryToListen()) return;
-  OrvaneLog::defaultLog().logError(
-      "KMV-No threads or no descriptors are left to follow the drives with; this is tried again every "
-      "second.");
+  setDegraded(kDrivesNotFollowed, true);  // which logs it once
   tryAgainLater();
 }
 
 void LinuxSession::tryAgainLater() {
   queue_->after(kTimeBetweenStarts, [this, beginning = beginning_] {
-    const MutexLock lock(beginning->mutex);
-    if (!beginning->isOver && !tryToListen()) tryAgainLater();
+    {
+      const MutexLock lock(beginning->mutex);
+      if (beginning->isOver) return;
+      if (!tryToListen()) return tryAgainLater();
+    }
+    setDegraded(kDrivesNotFollowed, false);
   });
 }
 
