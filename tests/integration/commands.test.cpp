@@ -156,11 +156,14 @@ TEST_F(VolumeStory, TheRootIsNeverTakenForAVolumeToUnmount) {
   const LoopDevice card = newVolume("ext4", "Card");
   const std::string point = space().folder("card");
   mountVolume(card.node(), point, "ext4");
-  std::filesystem::create_directories(point + "/proc/self");
-  std::ofstream(point + "/proc/self/mountinfo") << "40 1 7:26 / / rw - ext4 /dev/loop9 rw\n";
+  std::filesystem::create_directories(point + "/recorded/self");
+  std::ofstream(point + "/recorded/self/mountinfo") << "40 1 7:26 / / rw - ext4 /dev/loop9 rw\n";
   Child tenant([&] {
     if (chroot(point.c_str()) != 0 || chdir("/") != 0) return false;
-    const Dissent dissent = commandsHere().unmount({"/", "ext4", "/dev/loop9", 40, {7, 26}});
+    LinuxOptions options;
+    options.procRoot = "/recorded";
+    const Commands commands(options, std::make_shared<MountTable>(options));
+    const Dissent dissent = commands.unmount({"/", "ext4", "/dev/loop9", 40, {7, 26}});
     return answerIn(dissent).first == kBusy && open("/still writable", O_CREAT | O_WRONLY, 0600) >= 0;
   });
   EXPECT_TRUE(tenant.holds());

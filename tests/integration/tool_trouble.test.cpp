@@ -101,7 +101,7 @@ TEST_F(ToolStory, WatchAsksNothingOfTheVolumesItWatches) {
   }));
   watch.stop();  // then the trace is complete as well
   EXPECT_EQ(callsThatTouch(volumes, trace), std::vector<std::string>());
-  EXPECT_FALSE(callsThatTouch("/proc/self/mountinfo", trace).empty()) << "the trace shows nothing";
+  EXPECT_FALSE(callsThatTouch("/sys/", trace).empty()) << "the trace shows nothing";
 
   // The same look finds a call on a mount point, and one below it through a descriptor.
   const std::string other = space().path("other-trace");

@@ -31,7 +31,7 @@ inline BlockDevice disk(unsigned minor, const std::string& name, std::uint64_t m
 inline MountEntry mount(std::uint64_t id, DeviceNumber device, const std::string& point,
                         const std::string& kind = "ext4", const std::string& root = "/") {
   MountEntry entry;
-  entry.id = entry.order = id;
+  entry.id = entry.reusedId = entry.order = id;
   entry.parent = 1;
   entry.device = device;
   entry.root = root;

@@ -32,16 +32,19 @@ MountEntry mountAt(std::uint64_t id, const std::string& point) {
 /// Reports what the test has put there, and counts how often the table was to be read again.
 class ScriptedWatcher final : public MountTableWatcher {
  public:
-  ScriptedWatcher(std::optional<MountDelta>& next, int& readings) : next_(next), readings_(readings) {}
-  std::optional<MountDelta> refresh(bool anew) override {
+  using Next = std::optional<MountTableWatcher::Changes>;
+  ScriptedWatcher(Next& next, int& readings) : next_(next), readings_(readings) {}
+  Next refresh(bool anew) override {
     readings_ += anew;
     const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(anew);  // a long table
     while (std::chrono::steady_clock::now() < end) continue;
-    return std::exchange(next_, MountDelta());
+    return std::exchange(next_, Changes());
   }
+  std::unique_ptr<MountChangeProbe> makeProbe() const override { return nullptr; }
+  std::string name() const override { return "script"; }
 
  private:
-  std::optional<MountDelta>& next_;
+  Next& next_;
   int& readings_;
 };
 
@@ -55,8 +58,8 @@ std::string text(const MountDelta& delta) {
 
 class SharedTable : public ::testing::Test {
  protected:
-  void attach(const MountEntry& entry) { next = MountDelta{{}, {entry}}; }
-  void detach(const MountEntry& entry) { next = MountDelta{{entry}, {}}; }
+  void attach(const MountEntry& entry) { next = {{{{}, {entry}}}}; }
+  void detach(const MountEntry& entry) { next = {{{{entry}, {}}}}; }
 
   static std::vector<std::string> texts(const MountDeltas& deltas) {
     std::vector<std::string> lines;
@@ -71,7 +74,7 @@ class SharedTable : public ::testing::Test {
     return all;
   }
 
-  std::optional<MountDelta> next = MountDelta();
+  ScriptedWatcher::Next next = MountTableWatcher::Changes();
   bool isKnown = false;
   int readings = 0;
   std::shared_ptr<MountTable> table = std::make_shared<MountTable>(
@@ -92,7 +95,7 @@ TEST_F(SharedTable, TellsEachFollowerEveryDifferenceWhoeverCaughtUp) {
   attach(mountAt(2, "/b"));
   first.read([&](const MountDeltas& deltas, const MountTree& tree) {
     EXPECT_THAT(texts(deltas), ElementsAre("+/b"));
-    EXPECT_NE(tree.mountWithId(2), nullptr) << "the tree that results";
+    EXPECT_NE(tree.mountWithReusedId(2), nullptr) << "the tree that results";
   });
 }
 
@@ -109,7 +112,7 @@ TEST_F(SharedTable, HidesAndShowsWhatStandsOnAMountThatIsHidden) {
     });
     return points;
   };
-  next = MountDelta{{}, {root, lower, upper}};
+  next = {{{{}, {root, lower, upper}}}};
   EXPECT_EQ(hidden(), "");
   attach(over);
   EXPECT_EQ(hidden(), "/x/a/x/a/b");
@@ -176,7 +179,7 @@ TEST(PlainTable, IsReadAtEachQuestionSinceNothingReportsItsChange) {
   for (const std::size_t count : {1u, 0u, 1u}) {
     machine.mounts(count == 0 ? "" : "29 1 8:1 / /a rw - ext4 /dev/sda1 rw\n");
     EXPECT_EQ(follower.take().size(), 1u) << "it came or went";
-    table->read([&](const MountTree& tree) { EXPECT_EQ(tree.mountWithId(29) != nullptr, count == 1); });
+    table->read([&](const MountTree& tree) { EXPECT_EQ(tree.mountWithReusedId(29) != nullptr, count == 1); });
   }
 }
 

@@ -75,7 +75,7 @@ std::optional<MountEntry> parseMountLine(std::string_view line) {
   const auto deviceNumber = parseDeviceNumber(*device);
   if (!idNumber || !parentNumber || !deviceNumber || !point->starts_with('/') || kind->empty())
     return std::nullopt;
-  entry.id = *idNumber;
+  entry.id = entry.reusedId = *idNumber;
   entry.parent = *parentNumber;
   entry.device = *deviceNumber;
   entry.root = decodeOctal(*root);

@@ -23,10 +23,11 @@ std::optional<DeviceNumber> parseDeviceNumber(std::string_view text);
 
 /// One line of the mount table. Texts are decoded and may hold any byte but NUL.
 struct MountEntry {
-  std::uint64_t id = 0;      ///< reused at once after an unmount: no identity by itself
-  std::uint64_t parent = 0;  ///< the mount that it stands on; may be outside this table
-  DeviceNumber device;       ///< of the file system; differs from `st_dev` on btrfs
-  std::string root;          ///< the folder of the file system that is mounted; "/" for the whole of it
+  std::uint64_t id = 0;      ///< no other mount has it now; later one may, unless the kernel tells unique ids
+  std::uint64_t parent = 0;  ///< the id of the mount that it stands on; may be outside this table
+  std::uint64_t reusedId = 0;  ///< as files of /proc and statx show it: reused at once after an unmount
+  DeviceNumber device;         ///< of the file system; differs from `st_dev` on btrfs
+  std::string root;            ///< the folder of the file system that is mounted; "/" for the whole of it
   std::string point;
   std::string kind;          ///< the kernel's type, with the subtype of FUSE: "ext4", "fuse.sshfs"
   std::string source;        ///< may be empty

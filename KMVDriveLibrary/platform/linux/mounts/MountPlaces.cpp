@@ -21,6 +21,11 @@ void MountPlaces::forEachChild(std::uint64_t parent, const Visit& visit) const {
   }
 }
 
+void MountPlaces::forEachAt(std::uint64_t parent, std::string_view point, const Visit& visit) const {
+  const auto [first, last] = entries_.equal_range(Place(parent, point));
+  for (auto one = first; one != last; ++one) visit((*one)->id);
+}
+
 void MountPlaces::forEachBelow(std::uint64_t parent, std::string_view folder, const Visit& visit) const {
   const PathRange below = pathsBelow(folder);
   const auto end = entries_.lower_bound(Place(parent, below.to));

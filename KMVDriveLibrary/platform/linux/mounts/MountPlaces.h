@@ -25,6 +25,8 @@ class MountPlaces {
 
   /// Each mount that stands on `parent`.
   void forEachChild(std::uint64_t parent, const Visit& visit) const;
+  /// Each mount that stands on `parent` exactly at `point`.
+  void forEachAt(std::uint64_t parent, std::string_view point, const Visit& visit) const;
   /// Each mount that stands on `parent` strictly below `folder`.
   void forEachBelow(std::uint64_t parent, std::string_view folder, const Visit& visit) const;
 

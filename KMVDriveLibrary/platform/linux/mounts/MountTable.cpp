@@ -48,28 +48,47 @@ bool MountTable::readTree(bool anew, const Reader& reader) {
   return isKnown;
 }
 
-bool MountTable::follow(bool anew) {
-  std::optional<MountDelta> delta = watcher_->refresh(anew);
-  isReadable_ = delta.has_value();
-  if (!delta || delta->empty()) return isReadable_;
-  const auto shared = std::make_shared<const MountDelta>(std::move(*delta));
-  unapplied_.add(shared);
-  for (auto& [follower, backlog] : followers_) backlog.add(shared);
+bool MountTable::follow(bool anew, const MountFollower* asker) {
+  std::optional<MountTableWatcher::Changes> changes = watcher_->refresh(anew);
+  isReadable_ = changes.has_value();
+  if (!changes) return false;
+  std::erase_if(*changes, [](const MountDelta& delta) { return delta.empty(); });
+  for (MountDelta& delta : *changes) {
+    const auto shared = std::make_shared<const MountDelta>(std::move(delta));
+    unapplied_.add(shared);
+    for (auto& [follower, followed] : followers_) followed.backlog.add(shared);
+  }
+  if (changes->empty()) return true;
+  for (const auto& [follower, followed] : followers_) {
+    if (follower != asker && followed.wake) followed.wake();
+  }
   return true;
+}
+
+int MountTable::descriptor() const {
+  const MutexLock lock(mutex_);
+  return watcher_->descriptor();
+}
+
+std::unique_ptr<MountChangeProbe> MountTable::makeProbe() const {
+  const MutexLock lock(mutex_);
+  return watcher_->makeProbe();
 }
 
 void MountTable::updateTree() {
   for (const auto& delta : unapplied_.take()) tree_.apply(*delta);
 }
 
-MountFollower::MountFollower(std::shared_ptr<MountTable> table) : table_(std::move(table)) {
+MountFollower::MountFollower(std::shared_ptr<MountTable> table, std::function<void()> wake)
+    : table_(std::move(table)) {
   const MutexLock lock(table_->mutex_);
   table_->updateTree();
   MountDelta present;
   table_->tree_.forEach(
       [&](const MountEntry& entry, std::string_view) { present.attached.push_back(entry); });
-  MountBacklog& backlog = table_->followers_[this];
-  if (!present.empty()) backlog.add(std::make_shared<const MountDelta>(std::move(present)));
+  MountTable::Followed& followed = table_->followers_[this];
+  followed.wake = std::move(wake);
+  if (!present.empty()) followed.backlog.add(std::make_shared<const MountDelta>(std::move(present)));
 }
 
 MountFollower::~MountFollower() {
@@ -79,15 +98,15 @@ MountFollower::~MountFollower() {
 
 MountDeltas MountFollower::take() {
   const MutexLock lock(table_->mutex_);
-  table_->follow(/*anew=*/false);
-  return table_->followers_[this].take();
+  table_->follow(/*anew=*/false, this);
+  return table_->followers_[this].backlog.take();
 }
 
 void MountFollower::read(const std::function<void(const MountDeltas&, const MountTree&)>& reader) {
   const MutexLock lock(table_->mutex_);
-  table_->follow(/*anew=*/false);
+  table_->follow(/*anew=*/false, this);
   table_->updateTree();
-  reader(table_->followers_[this].take(), table_->tree_);
+  reader(table_->followers_[this].backlog.take(), table_->tree_);
 }
 
 }  // namespace kmv

@@ -41,11 +41,21 @@ class MountTable {
   /// False when the table could not be read when somebody last asked.
   bool isReadable() const KMV_EXCLUDES(mutex_);
 
+  /// Becomes readable (EPOLLIN) with each change and stays so until somebody reads the table or follows it; -1
+  /// where only `MountInfoFile` reports a change.
+  int descriptor() const KMV_EXCLUDES(mutex_);
+  std::unique_ptr<MountChangeProbe> makeProbe() const KMV_EXCLUDES(mutex_);
+
  private:
   friend class MountFollower;
 
+  struct Followed {
+    MountBacklog backlog;
+    std::function<void()> wake;
+  };
+
   bool readTree(bool anew, const Reader& reader) KMV_REQUIRES(mutex_);
-  bool follow(bool anew) KMV_REQUIRES(mutex_);
+  bool follow(bool anew, const MountFollower* asker = nullptr) KMV_REQUIRES(mutex_);
   void updateTree() KMV_REQUIRES(mutex_);
 
   mutable Mutex mutex_;
@@ -54,13 +64,15 @@ class MountTable {
   DutyCycle readings_ KMV_GUARDED_BY(mutex_);  // anew
   MountTree tree_ KMV_GUARDED_BY(mutex_);
   MountBacklog unapplied_ KMV_GUARDED_BY(mutex_);  // of the tree
-  std::map<const MountFollower*, MountBacklog> followers_ KMV_GUARDED_BY(mutex_);
+  std::map<const MountFollower*, Followed> followers_ KMV_GUARDED_BY(mutex_);
 };
 
 /// Is told every difference of the table once, beside any number of others. Thread: one at a time.
 class MountFollower {
  public:
-  explicit MountFollower(std::shared_ptr<MountTable> table);
+  /// `wake` is called, under the table's lock, when somebody else made the table catch up and there is something
+  /// to take: the report that a poll waits for may be gone.
+  explicit MountFollower(std::shared_ptr<MountTable> table, std::function<void()> wake = {});
   ~MountFollower();
   MountFollower(const MountFollower&) = delete;
   MountFollower& operator=(const MountFollower&) = delete;

@@ -10,24 +10,8 @@
 namespace kmv {
 namespace {
 
-/// The kernel's own limit of mounts standing on mounts is far below; a table read in the middle of a change
-/// may hold a cycle.
-constexpr int kDeepestNesting = 1000;
-
 bool hasNoServer(std::string_view kind) {
   return !isFuseKind(kind) && !isNetworkKind(kind) && kind != "autofs";
-}
-
-/// Calls `visit` with each folder above `path`, nearest first, "/" last, until it returns true.
-template <typename Visit>
-bool anyFolderAbove(std::string_view path, Visit visit) {
-  while (path.size() > 1) {
-    const std::size_t slash = path.rfind('/');
-    if (slash == std::string_view::npos) return false;
-    path = slash == 0 ? std::string_view("/") : path.substr(0, slash);
-    if (visit(path)) return true;
-  }
-  return false;
 }
 
 /// Mount ids and anonymous device numbers are reused at once: that both are equal is not enough.
@@ -102,6 +86,7 @@ void MountTree::insert(const MountEntry& entry, Dirty& dirty, std::uint64_t atta
   if (node.entry.parent == node.entry.id) node.entry.parent = 0;
   node.ownRule = ownRule(entry);
   mounts_.emplace(entry.id, std::move(owned));
+  byReusedId_.insert_or_assign(entry.reusedId, &node);
   places_.insert(node.entry);
   points_[node.entry.point].insert(&node);
   if (node.ownRule.empty()) {
@@ -134,6 +119,8 @@ void MountTree::erase(std::uint64_t id, Dirty& dirty) {
     node.instance->members.erase(&node);
     dirty.instances.insert(node.instance->key);
   }
+  const auto byReusedId = byReusedId_.find(node.entry.reusedId);
+  if (byReusedId != byReusedId_.end() && byReusedId->second == &node) byReusedId_.erase(byReusedId);
   mounts_.erase(found);
 }
 
@@ -238,14 +225,14 @@ const MountTree::Instance* MountTree::outerOf(const Instance& instance) const {
   return found;
 }
 
-const MountEntry* MountTree::mountWithId(std::uint64_t id) const {
-  const auto found = mounts_.find(id);
-  return found == mounts_.end() ? nullptr : &found->second->entry;
+const MountEntry* MountTree::mountWithReusedId(std::uint64_t reusedId) const {
+  const auto found = byReusedId_.find(reusedId);
+  return found == byReusedId_.end() ? nullptr : &found->second->entry;
 }
 
-const MountEntry* MountTree::volumeOf(std::uint64_t mountId) const {
-  const auto found = mounts_.find(mountId);
-  if (found == mounts_.end()) return nullptr;
+const MountEntry* MountTree::volumeOf(std::uint64_t reusedId) const {
+  const auto found = byReusedId_.find(reusedId);
+  if (found == byReusedId_.end()) return nullptr;
   const Instance* instance = found->second->instance;
   while (instance != nullptr && instance->canonical == nullptr) instance = outerOf(*instance);
   return instance == nullptr ? &found->second->entry : &instance->canonical->entry;

@@ -68,13 +68,13 @@ class MountTree {
   /// not: it was never unmounted in between.
   bool wasMountedThroughout(const SuperblockKey& superblock) const;
 
-  /// Null for an unknown id. Valid until the next change.
-  const MountEntry* mountWithId(std::uint64_t id) const;
+  /// By the id that files of /proc and statx show. Null for an unknown one. Valid until the next change.
+  const MountEntry* mountWithReusedId(std::uint64_t reusedId) const;
 
   /// The mount by which the volume that a mount shows is known: itself, the canonical one of a bind or a
-  /// folder. A mount that is no volume, or whose volume cannot be reached, stands for itself. Null for an
-  /// unknown id. Valid until the next change.
-  const MountEntry* volumeOf(std::uint64_t mountId) const;
+  /// folder. A mount that is no volume, or whose volume cannot be reached, stands for itself. By the id
+  /// that files of /proc and statx show; null for an unknown one. Valid until the next change.
+  const MountEntry* volumeOf(std::uint64_t reusedId) const;
 
   /// The reachable mount on whose point `path` lies, or the nearest one above it, judged by the text alone;
   /// null when there is none. Cost: one look-up for each folder of the path.
@@ -114,6 +114,7 @@ class MountTree {
   std::uint64_t applied_ = 0;  // differences so far
   std::uint64_t volumeGeneration_ = 0;
   std::unordered_map<std::uint64_t, std::unique_ptr<Node>> mounts_;
+  std::unordered_map<std::uint64_t, const Node*> byReusedId_;  // the newest that has it
   MountPlaces places_;
   std::map<std::string, std::set<Node*>, std::less<>> points_;  // by mount point
   std::map<InstanceKey, Instance> instances_;

@@ -22,7 +22,7 @@ VolumeLookup::VolumeLookup(const LinuxOptions& options, std::shared_ptr<MountTab
     : view_(options.view()), mounts_(std::move(mounts)) {
   for (Cache& cache : caches_) {
     const MutexLock lock(cache.mutex);
-    cache.file.emplace(options);
+    cache.probe = mounts_->makeProbe();
   }
 }
 
@@ -69,7 +69,7 @@ VolumeLookup::Cache& VolumeLookup::cacheOfThisThread() {
 
 // Without a descriptor nothing is ever certain, nor cached.
 bool VolumeLookup::Cache::isOutdated() {
-  if (!file->hasChanged()) return false;
+  if (!probe->hasChanged()) return false;
   roots.clear();
   ++changes;
   return true;
@@ -85,7 +85,7 @@ std::optional<URL> VolumeLookup::rootOfMount(std::uint64_t mountId) const {
 std::optional<URL> VolumeLookup::rootAbove(const std::string& path) const {
   std::optional<URL> root;
   mounts_->read([&](const MountTree& tree) {
-    if (const MountEntry* mount = tree.mountAbove(path)) root = rootOf(tree, mount->id);
+    if (const MountEntry* mount = tree.mountAbove(path)) root = rootOf(tree, mount->reusedId);
   });
   return root;
 }

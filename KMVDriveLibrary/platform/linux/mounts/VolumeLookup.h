@@ -16,7 +16,6 @@
 
 #include "platform/linux/LinuxOptions.h"
 #include "platform/linux/mounts/MountId.h"
-#include "platform/linux/mounts/MountInfoFile.h"
 #include "platform/linux/mounts/MountTable.h"
 
 namespace kmv {
@@ -24,7 +23,7 @@ namespace kmv {
 /// Which volume holds an item: one question for its mount's id, then a look-up in the mount table.
 ///
 /// The kernel reuses mount ids, so an id counts only when the table did not change between the last look at
-/// it and the answer; asking whether it did is a poll of its descriptor. Threads: any. The item is asked
+/// it and the answer; asking whether it did is one poll. Threads: any. The item is asked
 /// outside the locks, so a look-up that waits for a dead server delays no other, and what was found is cached
 /// in shards, so that threads do not contend.
 class VolumeLookup {
@@ -49,7 +48,7 @@ class VolumeLookup {
     bool isOutdated() KMV_REQUIRES(mutex);
 
     Mutex mutex;
-    std::optional<MountInfoFile> file KMV_GUARDED_BY(mutex);
+    std::unique_ptr<MountChangeProbe> probe KMV_GUARDED_BY(mutex);
     std::atomic<std::uint64_t> changes{0};  // seen by whichever of its threads looked
     std::unordered_map<std::uint64_t, URL> roots KMV_GUARDED_BY(mutex);
   };

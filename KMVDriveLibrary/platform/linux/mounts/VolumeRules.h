@@ -38,6 +38,22 @@ std::string_view ownRule(const MountEntry& entry);
 /// True when the mount shows a whole volume: the whole file system, or exactly one btrfs subvolume.
 bool showsWholeVolume(const MountEntry& entry);
 
+/// The kernel's own limit of mounts standing on mounts is far below; a table read in the middle of a change
+/// may hold a cycle.
+inline constexpr int kDeepestNesting = 1000;
+
+/// Calls `visit` with each folder above `path`, nearest first, "/" last, until it returns true.
+template <typename Visit>
+bool anyFolderAbove(std::string_view path, Visit visit) {
+  while (path.size() > 1) {
+    const std::size_t slash = path.rfind('/');
+    if (slash == std::string_view::npos) return false;
+    path = slash == 0 ? std::string_view("/") : path.substr(0, slash);
+    if (visit(path)) return true;
+  }
+  return false;
+}
+
 /// The text range of all paths strictly below `folder`: from the first to just before the second.
 struct PathRange {
   std::string from;

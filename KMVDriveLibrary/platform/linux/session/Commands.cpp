@@ -141,12 +141,12 @@ Commands::Commands(LinuxOptions options, std::shared_ptr<MountTable> mounts)
 Commands::Look Commands::lookFor(const TargetVolume& volume) const {
   Look look;
   const bool isKnown = mounts_->readAnew([&](const MountTree& tree) {
-    const MountEntry* const entry = tree.mountWithId(volume.mountId);
+    const MountEntry* const entry = tree.mountWithReusedId(volume.mountId);
     if (entry == nullptr || entry->point != volume.mountPoint || entry->device != volume.device ||
         entry->kind != volume.kind)
       return;
     const MountEntry* const reached = tree.mountAbove(volume.mountPoint);
-    const bool isReached = reached != nullptr && reached->id == volume.mountId;
+    const bool isReached = reached != nullptr && reached->reusedId == volume.mountId;
     look = {isReached ? Place::mounted : Place::covered, *entry};
   });
   return isKnown ? look : Look{Place::unknown, {}};

@@ -33,9 +33,10 @@ std::int32_t ofErrorName(std::string_view name);
 /// The volume that a command is about, as the mount table showed it.
 struct TargetVolume {
   std::string mountPoint;
-  std::string kind;           ///< "ext4", "fuse.sshfs"
-  std::string deviceNode;     ///< "/dev/sda1"; empty without a device
-  std::uint64_t mountId = 0;  ///< of the mount table: the command is refused when another mount has its place
+  std::string kind;        ///< "ext4", "fuse.sshfs"
+  std::string deviceNode;  ///< "/dev/sda1"; empty without a device
+  /// As statx shows it: the command is refused when another mount has its place.
+  std::uint64_t mountId = 0;
   DeviceNumber device;
 };
 

@@ -12,6 +12,7 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <iterator>
 #include <system_error>
 #include <utility>
 
@@ -111,15 +112,15 @@ void LinuxSession::tryAgainLater() {
 
 /// False when the system lacks what it takes.
 bool LinuxSession::tryToListen() {
+  mountNews_.reset();  // an earlier try's, which wakes by an earlier descriptor
   wake_ = FileDescriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
   poll_ = FileDescriptor(::epoll_create1(EPOLL_CLOEXEC));
   if (!wake_ || !poll_) return false;
   // Subscribe first, enumerate second, so that no event is lost: what happens in between is seen twice, and
   // the difference is empty then.
-  const bool hasReports = mountReports_.descriptor() >= 0;
-  mountNews_ = std::make_unique<MountFollower>(mounts_);
+  mountNews_ = std::make_unique<MountFollower>(mounts_, [wake = wake_.get()] { ::eventfd_write(wake, 1); });
   watch(poll_, wake_.get(), EPOLLIN);
-  if (hasReports) watch(poll_, mountReports_.descriptor(), mountReports_.epollEvents());
+  watchMounts();
   probes_ = std::make_unique<ProbePool>(
       [options = options_](const ProbeRequest& request) { return probeDevice(options, request); },
       [wake = wake_.get()] { ::eventfd_write(wake, 1); });
@@ -262,12 +263,13 @@ void LinuxSession::run() {
   while (!*stopped_) {
     deliver();
     answerQuestions();
-    waitForNews();
-    takeQuestions();  // before the machine is looked at: the answer is to be no older than the question
-    readAgain();
-    deviceNews_->follow();
-    takeMountNews();
-    takeAnswers();
+    const News news = waitForNews();
+    // Questions first, before the machine is looked at: the answer is to be no older than the question.
+    if (news.ofOthers) takeQuestions();
+    const bool isRetry = readAgain();
+    if (news.ofOthers || news.ofDevices) deviceNews_->follow();
+    if (isRetry || mountNewsWait_ || news.ofOthers || news.ofDevices || news.ofMounts) takeMountNews();
+    if (news.ofOthers) takeAnswers();
   }
   probes_.reset();
   takeQuestions();
@@ -280,24 +282,37 @@ void LinuxSession::start() {
   model_->startUpFinished();
 }
 
-void LinuxSession::waitForNews() {
+/// Idempotent: the descriptor may be missing for a while.
+void LinuxSession::watchMounts() {
+  mountDescriptor_ = mounts_->descriptor();
+  namesMounts_ = mountDescriptor_ >= 0;
+  if (!namesMounts_) mountDescriptor_ = mountReports_.descriptor();
+  watch(poll_, mountDescriptor_, namesMounts_ ? EPOLLIN : mountReports_.epollEvents());
+}
+
+LinuxSession::News LinuxSession::waitForNews() {
+  News news;
   std::array<epoll_event, 3> ready{};
   const int count = ::epoll_wait(poll_.get(), ready.data(), static_cast<int>(ready.size()),
                                  millisecondsUntil(nextDeadline()));
   for (int i = 0; i < count; ++i) {
     const int descriptor = ready[static_cast<std::size_t>(i)].data.fd;
     eventfd_t ignored = 0;
-    if (descriptor == wake_.get()) ::eventfd_read(wake_.get(), &ignored);
+    if (descriptor == wake_.get()) news.ofOthers = ::eventfd_read(wake_.get(), &ignored) == 0;
+    if (descriptor == mountDescriptor_) news.ofMounts = true;
+    if (descriptor != wake_.get() && descriptor != mountDescriptor_) news.ofDevices = true;
   }
+  return news;
 }
 
 /// Without descriptors nothing is known of what could not be read; it is retried until it is. The mounts are looked
 /// at whatever woke the thread.
-void LinuxSession::readAgain() {
-  if (!retry_.isDue(DiskModel::Clock::now())) return;
-  watch(poll_, mountReports_.descriptor(), mountReports_.epollEvents());  // idempotent
+bool LinuxSession::readAgain() {
+  if (!retry_.isDue(DiskModel::Clock::now())) return false;
+  watchMounts();
   deviceNews_->readAgain();
   model_->readAgain();
+  return true;
 }
 
 std::optional<DiskModel::Clock::time_point> LinuxSession::nextDeadline() {
@@ -311,12 +326,16 @@ std::optional<DiskModel::Clock::time_point> LinuxSession::nextDeadline() {
 }
 
 /// One by one: what was unmounted and mounted again in between is another mount of the same medium, or of
-/// another one. A long table that changes all the time is not looked at each time, unless somebody asks.
+/// another one, and both are told. A long table that changes all the time is not looked at each time, unless
+/// somebody asks; records that name the mounts are taken at once, before those are gone.
 void LinuxSession::takeMountNews() {
   const auto begin = DutyCycle::Clock::now();
-  mountNewsWait_ = open_.empty() && begin < mountLooks_.next();
+  mountNewsWait_ = !namesMounts_ && open_.empty() && begin < mountLooks_.next();
   if (mountNewsWait_) return;
-  for (const auto& delta : mountNews_->take()) model_->mountsChanged(*delta);
+  for (const auto& delta : mountNews_->take()) {
+    model_->mountsChanged(*delta);
+    settle();
+  }
   setDegraded(kMountTableUnreadable, !mounts_->isReadable());
   mountLooks_.looked(begin, DutyCycle::Clock::now());
 }
@@ -331,12 +350,17 @@ void LinuxSession::takeAnswers() {
   }
 }
 
-void LinuxSession::deliver() {
+void LinuxSession::settle() {
   std::vector<DiskEvent> events = model_->settle(DiskModel::Clock::now());
+  std::move(events.begin(), events.end(), std::back_inserter(untold_));
+}
+
+void LinuxSession::deliver() {
+  settle();
   probes_->start(model_->takeProbeRequests());
-  if (events.empty()) return;
-  queue_->async([events = std::make_shared<std::vector<DiskEvent>>(std::move(events)), callbacks = callbacks_,
-                 context = context_, stopped = stopped_] {
+  if (untold_.empty()) return;
+  queue_->async([events = std::make_shared<std::vector<DiskEvent>>(std::exchange(untold_, {})),
+                 callbacks = callbacks_, context = context_, stopped = stopped_] {
     for (DiskEvent& event : *events) {
       if (!*stopped) tell(event, callbacks, context);
     }

@@ -74,11 +74,19 @@ class LinuxSession final : public DiskArbitrationSession {
   void tryAgainLater();
   void run();
   void start();
-  void waitForNews();
+  /// Whose news there are.
+  struct News {
+    bool ofOthers = false;  // questions, answers of probes, mounts that another thread heard of
+    bool ofDevices = false;
+    bool ofMounts = false;
+  };
+  News waitForNews();
   void takeMountNews();
-  void readAgain();
+  void watchMounts();
+  bool readAgain();
   std::optional<DiskModel::Clock::time_point> nextDeadline();
   void takeAnswers();
+  void settle();
   void deliver();
 
   const LinuxOptions options_;
@@ -99,12 +107,15 @@ class LinuxSession final : public DiskArbitrationSession {
   FileDescriptor wake_;
   FileDescriptor poll_;
   MountInfoFile mountReports_;
+  int mountDescriptor_ = -1;  // this one's, or the table's
+  bool namesMounts_ = false;  // the table's records do, and wait to be taken
   std::unique_ptr<MountFollower> mountNews_;
   DutyCycle mountLooks_;
   bool mountNewsWait_ = false;  // until their next look
   std::unique_ptr<ProbePool> probes_;
   std::unique_ptr<DiskModel> model_;
   std::unique_ptr<DeviceFollower> deviceNews_;
+  std::vector<DiskEvent> untold_;
 
   RetryTimer retry_;
 
