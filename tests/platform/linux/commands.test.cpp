@@ -130,12 +130,14 @@ TEST_F(CommandsTest, AVolumeThatLostItsPlaceIsLeftAlone) {
 class VanishingMounts final : public MountTableWatcher {
  public:
   explicit VanishingMounts(MountEntry entry) : entry_(std::move(entry)) {}
-  std::optional<MountDelta> refresh(bool) override {
+  std::optional<Changes> refresh(bool) override {
     MountDelta delta;
     if (reads_++ == 0) delta.attached = {entry_};
     if (reads_ == 2) delta.detached = {entry_};
-    return delta;
+    return Changes{delta};
   }
+  std::unique_ptr<MountChangeProbe> makeProbe() const override { return nullptr; }
+  std::string name() const override { return "script"; }
 
  private:
   const MountEntry entry_;
