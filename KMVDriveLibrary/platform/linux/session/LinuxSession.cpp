@@ -32,7 +32,7 @@ namespace {
 
 TargetVolume targetOf(const MountEntry& mount) {
   const bool hasNode = isBlockBacked(mount) && mount.source.starts_with("/dev/");
-  return {mount.point, mount.kind, hasNode ? mount.source : std::string(), mount.id, mount.device};
+  return {mount.point, mount.kind, hasNode ? mount.source : std::string(), mount.reusedId, mount.device};
 }
 
 void watch(const FileDescriptor& poll, int descriptor, std::uint32_t events) {
