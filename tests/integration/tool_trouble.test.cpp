@@ -160,9 +160,13 @@ TEST_F(ToolStory, AWatchWithNothingToTellSleeps) {
   const std::multiset<std::string> steady{"kmvdrive", "kmvdrive", "kmv-events", "kmv-timer", "kmv-worker"};
   ASSERT_TRUE(eventually([&] { return effortOf(id).threads == steady; }))
       << ::testing::PrintToString(effortOf(id).threads);
-  const Effort before = effortOf(id);
-  std::this_thread::sleep_for(kInterval);
-  EXPECT_EQ(effortOf(id), before);
+  // A worker that has rested for a while wakes once more, to see whether it is one too many.
+  const auto sleeps = [&] {
+    const Effort before = effortOf(id);
+    std::this_thread::sleep_for(kInterval);
+    return effortOf(id) == before;
+  };
+  EXPECT_TRUE(sleeps() || sleeps());
 }
 
 #endif
