@@ -38,9 +38,7 @@ using dissent::kNotWritable;
 TargetVolume volumeAt(const std::string& point) {
   TargetVolume volume;
   for (const MountEntry& entry : parseMountInfo(readFile("/proc/self/mountinfo").value_or(""))) {
-    if (entry.point != point) continue;
-    volume = {point, entry.kind, entry.source.starts_with("/dev/") ? entry.source : "", entry.id,
-              entry.device};
+    if (entry.point == point) volume = targetOf(entry);
   }
   return volume;
 }

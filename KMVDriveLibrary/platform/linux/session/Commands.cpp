@@ -133,6 +133,11 @@ bool mayUDisksDoIt(std::int32_t status) {
 
 }  // namespace
 
+TargetVolume targetOf(const MountEntry& mount) {
+  const bool hasNode = isBlockBacked(mount) && mount.source.starts_with("/dev/");
+  return {mount.point, mount.kind, hasNode ? mount.source : std::string(), mount.reusedId, mount.device};
+}
+
 Commands::Commands(LinuxOptions options, std::shared_ptr<MountTable> mounts)
     : options_(std::move(options)), mounts_(std::move(mounts)) {}
 

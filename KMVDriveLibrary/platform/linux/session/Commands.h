@@ -40,6 +40,8 @@ struct TargetVolume {
   DeviceNumber device;
 };
 
+TargetVolume targetOf(const MountEntry& mount);
+
 /// Unmounts and renames volumes of the mount table. Both block for as long as the medium needs to be written,
 /// or a user to be asked for a password: for a worker's thread. Threads: any.
 class Commands {

@@ -51,8 +51,7 @@ void DiskModel::setDevice(Storage& storage, BlockDevice device, bool probe) {
   storage.device = std::move(device);
 }
 
-/// A device that came back with another medium was away in between, and with it the partitions of the old
-/// one.
+/// A device that came back with another medium was away in between, and so were the old one's partitions.
 void DiskModel::forgetMedium(const BlockDevice& newer, const SuperblockKey* stays) {
   const auto found = storages_.find(keyOf(newer.number));
   if (found == storages_.end() || !found->second.device) return;

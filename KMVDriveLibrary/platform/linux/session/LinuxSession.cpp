@@ -6,11 +6,9 @@
 #include <fcntl.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <chrono>
 #include <iterator>
 #include <system_error>
@@ -25,30 +23,11 @@
 #include "platform/linux/session/AppearanceClock.h"
 #include "platform/linux/session/DescribedDisk.h"
 #include "platform/linux/session/MountedVolume.h"
+#include "platform/linux/session/Polling.h"
 #include "platform/posix/SystemFiles.h"
 
 namespace kmv {
 namespace {
-
-TargetVolume targetOf(const MountEntry& mount) {
-  const bool hasNode = isBlockBacked(mount) && mount.source.starts_with("/dev/");
-  return {mount.point, mount.kind, hasNode ? mount.source : std::string(), mount.reusedId, mount.device};
-}
-
-void watch(const FileDescriptor& poll, int descriptor, std::uint32_t events) {
-  if (descriptor < 0) return;
-  epoll_event request{};
-  request.events = events;
-  request.data.fd = descriptor;
-  ::epoll_ctl(poll.get(), EPOLL_CTL_ADD, descriptor, &request);
-}
-
-/// Milliseconds until `deadline`, rounded up so that waiting them is enough; -1 for no deadline.
-int millisecondsUntil(std::optional<DiskModel::Clock::time_point> deadline) {
-  if (!deadline) return -1;
-  const auto left = std::chrono::ceil<std::chrono::milliseconds>(*deadline - DiskModel::Clock::now()).count();
-  return left > 0 ? static_cast<int>(left) : 0;
-}
 
 constexpr std::chrono::seconds kTimeBetweenStarts{1};
 
