@@ -55,7 +55,7 @@ CodexFeed::Wrapper CodexFeed::wrapperOfNewVolume(const Wrapper& supplied, const 
 }
 
 CodexStatus CodexFeed::askVolume(CodexVirtualFileSystemWrapper& wrapper) {
-  const CodexStatus status = statusOf(wrapper, wrapper.vfsIsReady());
+  CodexStatus status = statusOf(wrapper, wrapper.vfsIsReady());
   if (!status.isBuilt || status.size) return status;
   // One that was first seen as built by a mere reading is never sized unless it is asked for, and it may have seen
   // an earlier volume.

@@ -89,6 +89,7 @@ void LinuxDriveStatistics::planDrivers(const std::vector<MountEntry>& mounted) {
     if (!medium.driverPath.empty()) disksOfDriver.emplace(medium.driverPath, medium.disks);
   }
   std::vector<Plan> drivers;
+  drivers.reserve(disksOfDriver.size());
   for (auto& [path, disks] : disksOfDriver) drivers.push_back({path, std::move(disks)});
   chooseDisks(drivers);
   ++generation_;

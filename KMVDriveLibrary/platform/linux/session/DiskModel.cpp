@@ -180,7 +180,7 @@ std::optional<BlockDevice> DiskModel::deviceBehind(const SuperblockKey& superblo
   unread_.erase(superblock);
   if (!isBlockBacked(mount)) return std::nullopt;
   const auto found = storages_.find(keyOf(mount.device));
-  const auto known = found == storages_.end() ? std::nullopt : found->second.device;
+  auto known = found == storages_.end() ? std::nullopt : found->second.device;
   // At the start all devices were read a moment ago.
   if (startingUp_ && known) return known;
   try {
