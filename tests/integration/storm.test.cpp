@@ -9,6 +9,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cstdlib>
 #include <memory>
 #include <random>
 #include <string>
@@ -22,19 +24,22 @@
 namespace kmv::integration {
 namespace {
 
-/// Mounts the devices at random places and unmounts them, as fast as it can.
-bool mountAndUnmount(const std::vector<std::string>& devices, const std::string& folder, unsigned seed) {
-  constexpr int kOperations = 400;
+/// How often each process mounts or unmounts its device. KMV_STORM_OPERATIONS=50000 is the long form.
+int operations() {
+  const char* const set = std::getenv("KMV_STORM_OPERATIONS");
+  return set == nullptr ? 200 : std::atoi(set);
+}
+
+/// Mounts the device at random places and unmounts it, as fast as it can.
+bool mountAndUnmount(const std::string& device, const std::string& folder, unsigned seed) {
   std::mt19937 random(seed);
-  std::vector<std::string> points(devices.size());
-  for (int i = 0; i < kOperations; ++i) {
-    const std::size_t which = random() % devices.size();
-    std::string& point = points[which];
+  std::string point;
+  for (int i = operations() + static_cast<int>(seed) % 2; i > 0; --i) {
     if (!point.empty()) {
       unmount(std::exchange(point, ""));
     } else {
-      point = folder + "/" + devices[which] + "-" + std::to_string(random() % 3);
-      mountVolume("/dev/" + devices[which], point, "ext4");
+      point = folder + "/" + device + "-" + std::to_string(random() % 3);
+      mountVolume("/dev/" + device, point, "ext4");
     }
   }
   return true;
@@ -51,10 +56,16 @@ TEST_F(VolumeStory, AStormOfMountsIsToldInAnOrderThatMakesSenseAndEndsInTheTruth
     for (const char* place : {"-0", "-1", "-2"}) space().folder(names.back() + place);
   }
   Observer observer(space().scratch());
-  Child one([&] { return mountAndUnmount({names[0], names[1]}, space().scratch(), 1); });
-  Child other([&] { return mountAndUnmount({names[2], names[3]}, space().scratch(), 2); });
-  EXPECT_TRUE(observer.waitFor([&] { return one.isDone() && other.isDone(); }));
-  EXPECT_TRUE(one.holds() && other.holds());
+  std::vector<std::unique_ptr<Child>> children;
+  for (unsigned i = 0; i < names.size(); ++i) {
+    children.push_back(
+        std::make_unique<Child>([&, i] { return mountAndUnmount(names[i], space().scratch(), i); }));
+  }
+  const auto isDone = [](const auto& child) { return child->isDone(); };
+  while (!std::all_of(children.begin(), children.end(), isDone)) {
+    observer.waitFor([&] { return std::all_of(children.begin(), children.end(), isDone); });
+  }
+  for (const auto& child : children) EXPECT_TRUE(child->holds());
   observer.compareWithMountTable();
   observer.expectAlternation();
   EXPECT_FALSE(observer.all().empty()) << "nothing was seen of the storm";

@@ -105,8 +105,9 @@ TEST_F(LinuxQueues, ManyThreadsShareAQueueOneTaskAtATimeAndEachKeepsItsOrder) {
 }
 
 TEST_F(LinuxQueues, SyncOnAFreeQueueRunsOnTheCallersThreadAndStartsNone) {
-  queue_->sync([] { EXPECT_EQ(otherThreads(), 0); });
-  EXPECT_EQ(otherThreads(), 0);
+  const auto before = otherThreads();
+  queue_->sync([before] { EXPECT_EQ(otherThreads(), before); });
+  EXPECT_EQ(otherThreads(), before);
 }
 
 TEST_F(LinuxQueues, AWaiterRunsItsTaskItselfBetweenItsNeighboursInTheLine) {
