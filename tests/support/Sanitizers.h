@@ -11,6 +11,15 @@
 #  endif
 #endif
 
+// KMV_LEAK_SANITIZER: it, and its options too, are read from /proc, so no program may lack that.
+#if defined(__SANITIZE_ADDRESS__)
+#  define KMV_LEAK_SANITIZER 1
+#elif defined(__has_feature)
+#  if __has_feature(address_sanitizer)
+#    define KMV_LEAK_SANITIZER 1
+#  endif
+#endif
+
 namespace kmv::test {
 
 /// How many steps a long run on the simulated machine takes. All of it is one thread's, so that the thread
