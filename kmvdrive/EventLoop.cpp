@@ -88,10 +88,11 @@ StopSignals::StopSignals() {
     fcntl(end, F_SETFL, O_NONBLOCK);
   }
   signalledPipe.store(writeEnd_);
-  handleSignal(SIGINT, wakeLoop, static_cast<int>(SA_RESETHAND));
-  handleSignal(SIGTERM, wakeLoop, static_cast<int>(SA_RESETHAND));
+  // Blocked here before there are handlers: only the watchdog, which waits for nobody, is to run them.
   const sigset_t requests = stopRequests();
   pthread_sigmask(SIG_BLOCK, &requests, &signalsBefore_);
+  handleSignal(SIGINT, wakeLoop, static_cast<int>(SA_RESETHAND));
+  handleSignal(SIGTERM, wakeLoop, static_cast<int>(SA_RESETHAND));
   watchdog_ = std::thread([this] { watch(); });
 }
 
