@@ -172,7 +172,7 @@ void onThisMachine() {
 }
 
 void onASimulatedMachine(int drivers) {
-  auto& machine = kmv::testing::SimulatedPlatform::install();
+  auto& machine = kmv::simulation::SimulatedPlatform::install();
   KMVDiskArbiter::sharedInstance().startArbiter();
   for (int i = 0; i < drivers; ++i) {
     const std::string name = "Card" + std::to_string(i), path = "/bus/" + std::to_string(i) + "/";

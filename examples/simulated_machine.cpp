@@ -8,7 +8,7 @@
 #include <string>
 
 int main() {
-  auto& machine = kmv::testing::SimulatedPlatform::install();  // before anything else of the library
+  auto& machine = kmv::simulation::SimulatedPlatform::install();  // before anything else of the library
 
   const auto heard = kmv::NotificationCenter::defaultCenter().addObserver(
       std::nullopt, [&](const kmv::Notification& notification) {

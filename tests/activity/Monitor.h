@@ -1,14 +1,10 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <chrono>
-#include <cstdint>
-#include <memory>
-#include <string>
-
 #include "support/Registry.h"
+#include "support/Testing.h"
 
-namespace kmv::testing {
+namespace kmv::simulation {
 
 /// The shared registry and monitor on a simulated machine, and what the monitor announces.
 class Monitor : public RegistryTest {
@@ -60,4 +56,4 @@ class Monitor : public RegistryTest {
   NotificationCenter::Registration registration_;
 };
 
-}  // namespace kmv::testing
+}  // namespace kmv::simulation

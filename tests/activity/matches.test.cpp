@@ -1,14 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include <gtest/gtest.h>
 #include <strings.h>
 
-#include <algorithm>
-#include <random>
-#include <set>
-#include <string>
-#include <vector>
-
 #include "activity/DriverMatches.h"
+#include "support/Testing.h"
 
 namespace kmv::activity {
 namespace {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "activity/Monitor.h"
 
-namespace kmv::testing {
+namespace kmv::simulation {
 namespace {
 
 TEST_F(Monitor, FiveCyclesAreSilentAndEachLaterOneTellsWhatMoved) {
@@ -145,4 +145,4 @@ TEST_F(Monitor, BrowsesForEveryKindOfServiceFromTheStart) {
 }
 
 }  // namespace
-}  // namespace kmv::testing
+}  // namespace kmv::simulation

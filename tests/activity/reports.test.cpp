@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "activity/Monitor.h"
 
-namespace kmv::testing {
+namespace kmv::simulation {
 namespace {
 
 class Reports : public Monitor {
@@ -149,4 +149,4 @@ TEST_F(Reports, AMeterReportsATenthOfASecondAfterItsFirstCountAndItsLastReport) 
 }
 
 }  // namespace
-}  // namespace kmv::testing
+}  // namespace kmv::simulation

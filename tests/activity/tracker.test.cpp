@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "support/Registry.h"
 
-namespace kmv::testing {
+namespace kmv::simulation {
 namespace {
 
 class Tracker : public ::testing::Test {
@@ -89,4 +89,4 @@ TEST_F(Tracker, RecordsReadTheFourTextsAndRatesLeaveOutStepsBack) {
 }
 
 }  // namespace
-}  // namespace kmv::testing
+}  // namespace kmv::simulation

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "support/Registry.h"
 
-namespace kmv::testing {
+namespace kmv::simulation {
 namespace {
 
 // Which change means what is compared with a plain model in random_events.test.cpp.
@@ -44,4 +44,4 @@ TEST_F(Changes, ARenamedVolumeKeepsItsDriveUnderTheNewPath) {
 }
 
 }  // namespace
-}  // namespace kmv::testing
+}  // namespace kmv::simulation

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "support/Registry.h"
 
-namespace kmv::testing {
+namespace kmv::simulation {
 namespace {
 
 /// The registry's answers to commands, beside its other news.
@@ -93,4 +93,4 @@ TEST_F(Commands, ARenameIsAnsweredByTheRegistryAndAnnouncedAsAChange) {
 }
 
 }  // namespace
-}  // namespace kmv::testing
+}  // namespace kmv::simulation

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "support/Registry.h"
 
-namespace kmv::testing {
+namespace kmv::simulation {
 namespace {
 
 using Interpreter = KMVDriveDictionaryInterpreter;
@@ -63,4 +63,4 @@ TEST_F(Interpreting, FindsAContainerBelowTheServiceOfThatVeryName) {
 }
 
 }  // namespace
-}  // namespace kmv::testing
+}  // namespace kmv::simulation

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "support/Registry.h"
 
-namespace kmv::testing {
+namespace kmv::simulation {
 namespace {
 
 using Lifecycle = RegistryTest;
@@ -129,4 +129,4 @@ TEST_F(Lifecycle, CallbacksWithoutContextOrDescriptionDoNothing) {
 }
 
 }  // namespace
-}  // namespace kmv::testing
+}  // namespace kmv::simulation

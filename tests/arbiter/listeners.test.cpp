@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "support/Registry.h"
 
-namespace kmv::testing {
+namespace kmv::simulation {
 namespace {
 
 /// Notes what it is shown and adds a key.
@@ -71,4 +71,4 @@ TEST_F(Listeners, SeeUnmountedDisksOnlyWhenTheyAskAndAnnotateACopy) {
 }
 
 }  // namespace
-}  // namespace kmv::testing
+}  // namespace kmv::simulation

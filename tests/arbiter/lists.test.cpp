@@ -2,7 +2,7 @@
 // What the two lists hold is compared with a plain model in random_events.test.cpp; here is what surrounds it.
 #include "support/Registry.h"
 
-namespace kmv::testing {
+namespace kmv::simulation {
 namespace {
 
 const UUID kSomeUUID = *UUID::fromString("6d1f2c3a-8a52-5a0e-9a7b-0c5d3e1f4b60");
@@ -86,4 +86,4 @@ TEST_F(Lists, ExistenceIsAskedOnlyOfMountedRoots) {
 }
 
 }  // namespace
-}  // namespace kmv::testing
+}  // namespace kmv::simulation

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include <KMVDriveLibrary/PresentDriveTable.h>
-#include <gtest/gtest.h>
-
 #include "support/Memory.h"
+#include "support/Testing.h"
 
 namespace kmv {
 namespace {

@@ -1,20 +1,13 @@
 // SPDX-License-Identifier: MIT
 // Random and partly senseless events, told to the registry and to a plain model that walks its lists from end
 // to end. The registry finds drives through indices instead; both must always agree.
-#include <algorithm>
-#include <cmath>
-#include <cstdlib>
-#include <iostream>
-#include <map>
-#include <random>
-#include <set>
-
 #include "platform/Platform.h"
 #include "support/PlainModel.h"
 #include "support/Registry.h"
 #include "support/Sanitizers.h"
+#include "support/Testing.h"
 
-namespace kmv::testing {
+namespace kmv::simulation {
 namespace {
 
 const std::string kPath = PlainModel::kPath, kUUID = PlainModel::kUUID, kTime = PlainModel::kTime;
@@ -337,4 +330,4 @@ TEST(RandomEvents, OfAMachineWithAndWithoutFaultsEndInTheListsOfAPlainModel) {
 }
 
 }  // namespace
-}  // namespace kmv::testing
+}  // namespace kmv::simulation

@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: MIT
 // Rounds in which everything happens that a host and a machine can do, and after which everything is as before:
 // memory must be flat. KMV_SOAK_ROUNDS in the environment makes it a long run by hand; docs/testing.md.
-#include <cstdlib>
-
 #include "support/Memory.h"
 #include "support/Registry.h"
 #include "support/Sanitizers.h"
+#include "support/Testing.h"
 
-namespace kmv::testing {
+namespace kmv::simulation {
 namespace {
 
 class Soak : public RegistryTest {
@@ -244,4 +243,4 @@ TEST_F(Soak, MemoryStaysFlatWhateverHappensHoweverOften) {
 }
 
 }  // namespace
-}  // namespace kmv::testing
+}  // namespace kmv::simulation

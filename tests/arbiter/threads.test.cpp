@@ -1,14 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The registry on the real queues, used from many threads at once. Nothing listens to the machine here: the
 // threads play the platform.
-#include <KMVDriveLibrary/KMVDriveLibrary.h>
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <map>
-#include <string>
-#include <thread>
-#include <vector>
+#include "support/Testing.h"
 
 namespace kmv {
 namespace {

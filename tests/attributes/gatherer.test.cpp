@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "support/Registry.h"
 
-namespace kmv::testing {
+namespace kmv::simulation {
 namespace {
 
 using Gatherer = KMVExtendedAttributeGatherer;
@@ -113,4 +113,4 @@ TEST_F(Attributes, DatesAreWrittenInUTCWithTheMillisecondsOfTheirDay) {
 }
 
 }  // namespace
-}  // namespace kmv::testing
+}  // namespace kmv::simulation

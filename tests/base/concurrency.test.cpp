@@ -1,16 +1,6 @@
 // SPDX-License-Identifier: MIT
 // What threads share: live dictionaries, collections, the semaphore.
-#include <KMVDriveLibrary/DriveDictionary.h>
-#include <KMVDriveLibrary/LiveCollections.h>
-#include <KMVDriveLibrary/Semaphore.h>
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <functional>
-#include <memory>
-#include <string>
-#include <thread>
-#include <vector>
+#include "support/Testing.h"
 
 namespace kmv {
 namespace {

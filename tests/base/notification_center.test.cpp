@@ -1,11 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include <KMVDriveLibrary/DriveDictionary.h>
-#include <KMVDriveLibrary/NotificationCenter.h>
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <string>
-#include <thread>
+#include "support/Testing.h"
 
 namespace kmv {
 namespace {

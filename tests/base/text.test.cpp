@@ -1,13 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include <KMVDriveLibrary/NumberOrder.h>
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <limits>
 
 #include "base/ByteCountText.h"
 #include "base/TextOfBytes.h"
 #include "base/UTF8.h"
+#include "support/Testing.h"
 
 namespace kmv {
 namespace {

@@ -1,13 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include <KMVDriveLibrary/URL.h>
-#include <gtest/gtest.h>
-
-#include <map>
-#include <set>
-
 #include "base/PathStandardizing.h"
 #include "base/Percent.h"
 #include "platform/Forwarding.h"
+#include "support/Testing.h"
 
 namespace kmv {
 namespace {

@@ -1,9 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include <KMVDriveLibrary/Value.h>
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <limits>
+#include "support/Testing.h"
 
 namespace kmv {
 namespace {

@@ -3,7 +3,7 @@
 
 #include "support/Registry.h"
 
-namespace kmv::testing {
+namespace kmv::simulation {
 
 /// A simulated machine with a FUSE volume at "/Volumes/Codex", and what the library logs.
 class CodexVolume : public RegistryTest {
@@ -41,4 +41,4 @@ class CodexVolume : public RegistryTest {
   Lines log_;
 };
 
-}  // namespace kmv::testing
+}  // namespace kmv::simulation

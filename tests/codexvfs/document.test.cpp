@@ -1,18 +1,10 @@
 // SPDX-License-Identifier: MIT
 // The document's two readers: JSON as the platform reads it, and the flags.
-#include <KMVDriveLibrary/host/OrvaneLogging.h>
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <filesystem>
-#include <fstream>
-#include <string>
-
 #include "base/AttributeNumber.h"
 #include "base/ByteCountText.h"
 #include "codexvfs/CodexVFSState.h"
 #include "codexvfs/JSONDocument.h"
+#include "support/Testing.h"
 
 namespace kmv {
 namespace {

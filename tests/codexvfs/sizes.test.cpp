@@ -1,10 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include <limits>
-#include <stdexcept>
-
 #include "codexvfs/CodexVolume.h"
+#include "support/Testing.h"
 
-namespace kmv::testing {
+namespace kmv::simulation {
 namespace {
 
 constexpr auto kLargest = std::numeric_limits<std::int64_t>::max();
@@ -192,4 +190,4 @@ TEST_F(CodexSizes, OfATreeLeaveHiddenNamesOutOnRequest) {
 }
 
 }  // namespace
-}  // namespace kmv::testing
+}  // namespace kmv::simulation

@@ -1,13 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include <gmock/gmock.h>
-
-#include <algorithm>
-#include <chrono>
-#include <optional>
-
 #include "codexvfs/CodexVolume.h"
+#include "support/Testing.h"
 
-namespace kmv::testing {
+namespace kmv::simulation {
 namespace {
 
 using Wrapper = std::shared_ptr<CodexVirtualFileSystemWrapper>;
@@ -210,4 +205,4 @@ TEST_F(CodexWrapper, TheSizeHandlerIsToldWhatIsKnownAndMustNotBeTakenAwayBefore)
 }
 
 }  // namespace
-}  // namespace kmv::testing
+}  // namespace kmv::simulation

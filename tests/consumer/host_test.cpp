@@ -6,7 +6,7 @@
 #include <iostream>
 
 int main() {
-  auto& machine = kmv::testing::SimulatedPlatform::install(/*seed=*/7);
+  auto& machine = kmv::simulation::SimulatedPlatform::install(/*seed=*/7);
   int announced = 0;
   const auto registration = kmv::NotificationCenter::defaultCenter().addObserver(
       kDiskArbiterNewDiskDetectedNotification, [&](const kmv::Notification&) { ++announced; });

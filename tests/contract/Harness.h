@@ -1,18 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <cstdint>
-#include <filesystem>
-#include <fstream>
-#include <functional>
-#include <memory>
-#include <string>
-#include <vector>
-
 #include "platform/Platform.h"
+#include "support/Testing.h"
 
 namespace kmv::test {
 

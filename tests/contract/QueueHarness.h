@@ -1,13 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <KMVDriveLibrary/Queue.h>
-#include <gtest/gtest.h>
-
-#include <cstddef>
-#include <memory>
-#include <ostream>
-#include <string>
+#include "support/Testing.h"
 
 namespace kmv::test {
 

@@ -1,16 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <KMVDriveLibrary/DescriptionKeys.h>
-#include <KMVDriveLibrary/Mutex.h>
-
-#include <memory>
-#include <optional>
-#include <set>
-#include <string>
-
 #include "contract/Harness.h"
 #include "support/SessionRecorder.h"
+#include "support/Testing.h"
 
 namespace kmv::test {
 

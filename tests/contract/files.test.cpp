@@ -1,11 +1,7 @@
 // SPDX-License-Identifier: MIT
 // What every backend's files, walks of trees and attributes do.
-#include <gmock/gmock.h>
-
-#include <algorithm>
-#include <vector>
-
 #include "contract/Harness.h"
+#include "support/Testing.h"
 
 namespace kmv::test {
 namespace {

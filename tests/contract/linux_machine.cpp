@@ -1,17 +1,11 @@
 // SPDX-License-Identifier: MIT
 // Sessions and volumes of a Linux kernel: loop devices and mounts in a mount namespace of their own.
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <map>
-
 #include "contract/SessionContract.h"
 #include "integration/support/Namespace.h"
 #include "integration/support/Story.h"
 #include "platform/NativePlatform.h"
 #include "platform/posix/FileDescriptor.h"
+#include "support/Testing.h"
 
 namespace kmv::test {
 namespace {

@@ -1,15 +1,13 @@
 // SPDX-License-Identifier: MIT
 // The macOS backend over its doubles under the contract suites. What is on a volume is a folder of the machine
 // that runs the test; an unmounted volume's folder waits aside.
-#include <KMVDriveLibrary/DissentStatus.h>
 #include <sys/mount.h>
-
-#include <map>
 
 #include "contract/SessionContract.h"
 #include "platform/macos/MacPlatform.h"
 #include "platform/macos/MacTest.h"
 #include "support/TemporaryFolder.h"
+#include "support/Testing.h"
 
 namespace kmv::test {
 namespace {

@@ -1,10 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include <atomic>
-#include <thread>
-#include <utility>
-
 #include "contract/QueueHarness.h"
 #include "platform/linux/queues/Queues.h"
+#include "support/Testing.h"
 
 namespace kmv::test {
 namespace {

@@ -1,9 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include <chrono>
-#include <stdexcept>
-#include <string>
-
 #include "contract/QueueHarness.h"
+#include "support/Testing.h"
 
 namespace kmv::test {
 namespace {

@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: MIT
 // What every backend's session promises to whoever listens.
-#include <KMVDriveLibrary/DissentStatus.h>
-#include <gmock/gmock.h>
-
 #include "contract/SessionContract.h"
+#include "support/Testing.h"
 
 namespace kmv::test {
 namespace {

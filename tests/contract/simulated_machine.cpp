@@ -1,21 +1,19 @@
 // SPDX-License-Identifier: MIT
 // The simulated machine under the contract suites.
-#include <KMVDriveLibrary/DissentStatus.h>
 #include <KMVDriveLibrary/testing/SimulatedPlatform.h>
 
-#include <map>
-
 #include "contract/SessionContract.h"
+#include "support/Testing.h"
 
 namespace kmv::test {
 namespace {
 
-using testing::DiskId;
+using simulation::DiskId;
 
 class SimulatedMachine : public MachineHarness {
  public:
   std::string begin() override {
-    machine_ = &testing::SimulatedPlatform::install();
+    machine_ = &simulation::SimulatedPlatform::install();
     return "";
   }
   Platform& platform() override { return Platform::current(); }
@@ -75,7 +73,7 @@ class SimulatedMachine : public MachineHarness {
     return newest;
   }
 
-  testing::SimulatedPlatform* machine_ = nullptr;
+  simulation::SimulatedPlatform* machine_ = nullptr;
   std::map<std::string, DiskId> devices_;
   std::map<std::string, std::vector<DiskId>> mounted_;  // by point, the newest last
 };

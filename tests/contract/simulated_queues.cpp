@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include <chrono>
-
 #include "contract/QueueHarness.h"
 #include "platform/simulated/Scheduler.h"
+#include "support/Testing.h"
 
 namespace kmv::test {
 namespace {

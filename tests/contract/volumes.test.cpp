@@ -1,11 +1,7 @@
 // SPDX-License-Identifier: MIT
 // What every backend says of the volumes that are mounted, and of the one that holds a place.
-#include <gmock/gmock.h>
-
-#include <algorithm>
-#include <vector>
-
 #include "contract/Harness.h"
+#include "support/Testing.h"
 
 namespace kmv::test {
 namespace {

@@ -1,13 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Every file that a fuzzer ever fell over, and the samples it starts from.
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <string>
-#include <utility>
-
+#include "support/Testing.h"
 #include "targets.h"
 
 namespace {

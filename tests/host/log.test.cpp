@@ -1,10 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include <KMVDriveLibrary/host/OrvaneLogging.h>
-#include <gtest/gtest.h>
-
-#include <memory>
-#include <string>
-#include <thread>
+#include "support/Testing.h"
 
 namespace {
 

@@ -1,11 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <KMVDriveLibrary/host/OrvaneDataIO.h>
-#include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <filesystem>
-#include <fstream>
-#include <string>
+#include "support/Testing.h"
 
 namespace {
 

@@ -1,13 +1,7 @@
 // SPDX-License-Identifier: MIT
 // What hosts compile and compare against: names, signatures and texts. A change that breaks this file breaks
 // hosts.
-#include <KMVDriveLibrary/KMVDriveLibrary.h>
-#include <gtest/gtest.h>
-
-#include <string>
-#include <string_view>
-#include <type_traits>
-#include <utility>
+#include "support/Testing.h"
 
 namespace {
 

@@ -1,20 +1,10 @@
 // SPDX-License-Identifier: MIT
 // Real bytes, moved past the caches, beside what the kernel counts.
-#include <KMVDriveLibrary/KMVDriveLibrary.h>
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <cstdlib>
-#include <fstream>
-#include <map>
-#include <sstream>
-#include <string>
-
 #include "integration/support/FuseServer.h"
 #include "integration/support/Observer.h"
 #include "integration/support/Story.h"
 #include "support/Guarded.h"
+#include "support/Testing.h"
 
 namespace kmv::integration {
 namespace {

@@ -1,26 +1,14 @@
 // SPDX-License-Identifier: MIT
 // A Codex volume served for real: recognised, watched until it is built, sized, announced; and in the hands
 // of a server that hangs or dies.
-#include <KMVDriveLibrary/KMVDriveLibrary.h>
-#include <gtest/gtest.h>
 #include <sys/xattr.h>
-
-#include <algorithm>
-#include <atomic>
-#include <cstdlib>
-#include <filesystem>
-#include <memory>
-#include <optional>
-#include <string>
-#include <thread>
-#include <tuple>
-#include <vector>
 
 #include "integration/support/FuseServer.h"
 #include "integration/support/Observer.h"
 #include "integration/support/Story.h"
 #include "support/Guarded.h"
 #include "support/OtherThreads.h"
+#include "support/Testing.h"
 
 namespace kmv::integration {
 namespace {

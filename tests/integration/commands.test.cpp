@@ -2,19 +2,7 @@
 // Real volumes that are asked to go or to change their names.
 #include "platform/linux/session/Commands.h"
 
-#include <KMVDriveLibrary/DescriptionKeys.h>
-#include <KMVDriveLibrary/KMVDriveLibrary.h>
-#include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/mman.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <filesystem>
-#include <fstream>
-#include <memory>
-#include <string>
-#include <utility>
 
 #include "integration/support/Child.h"
 #include "integration/support/FuseServer.h"
@@ -23,6 +11,7 @@
 #include "platform/linux/LinuxPlatform.h"
 #include "platform/posix/SystemFiles.h"
 #include "support/SessionRecorder.h"
+#include "support/Testing.h"
 
 namespace kmv::integration {
 namespace {

@@ -1,17 +1,13 @@
 // SPDX-License-Identifier: MIT
 // Disks that others partition and format while the library looks on.
-#include <KMVDriveLibrary/KMVDriveLibrary.h>
-#include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/file.h>
-
-#include <string>
 
 #include "base/Text.h"
 #include "integration/support/Observer.h"
 #include "integration/support/Story.h"
 #include "platform/linux/devices/Probe.h"
 #include "platform/posix/FileDescriptor.h"
+#include "support/Testing.h"
 
 namespace kmv::integration {
 namespace {

@@ -1,18 +1,11 @@
 // SPDX-License-Identifier: MIT
 // Whose drive is this? Asked of paths on real volumes.
-#include <KMVDriveLibrary/KMVDriveLibrary.h>
-#include <gtest/gtest.h>
 #include <sys/mount.h>
-
-#include <atomic>
-#include <filesystem>
-#include <fstream>
-#include <string>
-#include <thread>
 
 #include "integration/support/FuseServer.h"
 #include "integration/support/Observer.h"
 #include "integration/support/Story.h"
+#include "support/Testing.h"
 
 namespace kmv::integration {
 namespace {

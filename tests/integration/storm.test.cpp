@@ -1,25 +1,13 @@
 // SPDX-License-Identifier: MIT
 // More mounts and device events than can be told one by one. What is told must make sense, and in the end the library
 // must know what is there.
-#include <KMVDriveLibrary/KMVDriveLibrary.h>
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/eventfd.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <cstdlib>
-#include <memory>
-#include <random>
-#include <string>
-#include <vector>
 
 #include "integration/support/Child.h"
 #include "integration/support/Observer.h"
 #include "integration/support/Story.h"
 #include "platform/linux/LinuxPlatform.h"
+#include "support/Testing.h"
 
 namespace kmv::integration {
 namespace {

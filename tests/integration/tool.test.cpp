@@ -1,20 +1,8 @@
 // SPDX-License-Identifier: MIT
 // kmvdrive beside real volumes: what it tells of them and does to them.
-#include <KMVDriveLibrary/KMVDriveLibrary.h>
-#include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <signal.h>
-#include <unistd.h>
-
-#include <filesystem>
-#include <fstream>
-#include <functional>
-#include <string>
-#include <thread>
-
 #include "integration/support/ToolStory.h"
 #include "kmvdrive/CommandLine.h"
+#include "support/Testing.h"
 
 namespace kmv::integration {
 namespace {

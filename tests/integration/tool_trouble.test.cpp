@@ -1,18 +1,8 @@
 // SPDX-License-Identifier: MIT
 // kmvdrive on a machine in trouble, and what it costs: what it asks of the kernel, and that it sleeps with nothing to tell.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <signal.h>
-
-#include <filesystem>
-#include <fstream>
-#include <set>
-#include <sstream>
-#include <string>
-#include <thread>
-
 #include "integration/support/ToolStory.h"
 #include "support/Sanitizers.h"
+#include "support/Testing.h"
 
 namespace kmv::integration {
 namespace {

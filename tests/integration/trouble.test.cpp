@@ -1,18 +1,10 @@
 // SPDX-License-Identifier: MIT
 // Servers that do not answer, and users without rights.
-#include <KMVDriveLibrary/KMVDriveLibrary.h>
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-
-#include <chrono>
-#include <fstream>
-#include <string>
-
 #include "integration/support/FuseServer.h"
 #include "integration/support/Observer.h"
 #include "integration/support/Story.h"
 #include "support/Sanitizers.h"
+#include "support/Testing.h"
 
 namespace kmv::integration {
 namespace {

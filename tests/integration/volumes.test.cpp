@@ -1,19 +1,11 @@
 // SPDX-License-Identifier: MIT
 // What becomes of real volumes when they are attached, mounted, moved, hidden and taken away.
-#include <KMVDriveLibrary/KMVDriveLibrary.h>
-#include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/mount.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <cctype>
-#include <string>
 
 #include "integration/support/FuseServer.h"
 #include "integration/support/Observer.h"
 #include "integration/support/Story.h"
+#include "support/Testing.h"
 
 namespace kmv::integration {
 namespace {

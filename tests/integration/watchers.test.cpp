@@ -1,22 +1,10 @@
 // SPDX-License-Identifier: MIT
 // Every way of watching the mount table over the same mounts: what it says must be what a fresh read of the table says.
-#include <fcntl.h>
-#include <gtest/gtest.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstddef>
-#include <cstdio>
-#include <memory>
-#include <random>
-#include <string>
-#include <vector>
 
 #include "integration/support/Story.h"
 #include "platform/linux/mounts/FanotifyWatcher.h"
@@ -24,6 +12,7 @@
 #include "platform/linux/mounts/MountInfoWatcher.h"
 #include "platform/linux/mounts/MountTable.h"
 #include "platform/posix/SystemFiles.h"
+#include "support/Testing.h"
 
 namespace kmv::integration {
 namespace {

@@ -1,14 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include <KMVDriveLibrary/KMVDriveLibrary.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <memory>
-#include <string>
-
 #include "kmvdrive/Activity.h"
 #include "kmvdrive/DisplayText.h"
 #include "kmvdrive/Screen.h"
+#include "support/Testing.h"
 
 namespace kmv::tool {
 namespace {

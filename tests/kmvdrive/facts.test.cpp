@@ -1,19 +1,8 @@
 // SPDX-License-Identifier: MIT
 // What scripts and people are told of drives: byte for byte, since scripts compare.
-#include <KMVDriveLibrary/DissentStatus.h>
-#include <gmock/gmock.h>
-
-#include <gtest/gtest.h>
-#include <cerrno>
-
-#include <chrono>
-#include <limits>
-#include <memory>
-#include <string>
-#include <vector>
-
 #include "kmvdrive/DriveFacts.h"
 #include "kmvdrive/EventText.h"
+#include "support/Testing.h"
 
 namespace kmv::tool {
 namespace {

@@ -1,12 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <memory>
-#include <string>
-#include <vector>
-
 #include "kmvdrive/DriveLedger.h"
+#include "support/Testing.h"
 
 namespace kmv::tool {
 namespace {

@@ -1,14 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <array>
-#include <csignal>
-#include <string>
-#include <thread>
-
 #include "kmvdrive/Output.h"
+#include "support/Testing.h"
 
 namespace kmv::tool {
 namespace {

@@ -1,20 +1,11 @@
 // SPDX-License-Identifier: MIT
 // The real program on the machine that runs the tests.
-#include <KMVDriveLibrary/KMVDriveLibrary.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <signal.h>
-
-#include <cstdlib>
-#include <future>
 #include <nlohmann/json.hpp>
-#include <set>
-#include <sstream>
-#include <string>
 
 #include "kmvdrive/InitialReport.h"
 #include "support/Process.h"
 #include "support/Terminal.h"
+#include "support/Testing.h"
 
 namespace kmv::test {
 namespace {

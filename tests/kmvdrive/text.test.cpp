@@ -1,14 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include <gtest/gtest.h>
-
-#include <cstdint>
-#include <limits>
-#include <optional>
-#include <string>
-#include <utility>
-
 #include "kmvdrive/CommandLine.h"
 #include "kmvdrive/DisplayText.h"
+#include "support/Testing.h"
 
 namespace kmv::tool {
 namespace {

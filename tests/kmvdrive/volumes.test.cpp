@@ -1,16 +1,12 @@
 // SPDX-License-Identifier: MIT
 // What the program asks of volumes: Codex volumes at one mount point, and attributes shown on a terminal.
-#include <gmock/gmock.h>
-#include <unistd.h>
-
-#include <chrono>
-
 #include "codexvfs/CodexVolume.h"
 #include "kmvdrive/CodexFeed.h"
 #include "kmvdrive/CommandLine.h"
 #include "support/Terminal.h"
+#include "support/Testing.h"
 
-namespace kmv::testing {
+namespace kmv::simulation {
 namespace {
 
 using test::Terminal;
@@ -102,4 +98,4 @@ TEST_F(Attributes, AreEscapedOnATerminalAndAsTheyAreInAPipe) {
 }
 
 }  // namespace
-}  // namespace kmv::testing
+}  // namespace kmv::simulation

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <sys/resource.h>
+#include "support/Testing.h"
 
 namespace kmv::test {
 

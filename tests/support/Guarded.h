@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <memory>
-#include <mutex>
-#include <utility>
+#include "support/Testing.h"
 
 namespace kmv {
 

@@ -3,7 +3,7 @@
 
 #include <malloc.h>
 
-#include <cstddef>
+#include "support/Testing.h"
 
 namespace kmv::test {
 

@@ -1,12 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <cstddef>
-#include <filesystem>
-#include <iterator>
-#include <system_error>
-
 #include "support/Sanitizers.h"
+#include "support/Testing.h"
 
 namespace kmv::test {
 

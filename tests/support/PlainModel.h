@@ -1,17 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <KMVDriveLibrary/KMVDriveLibrary.h>
+#include "support/Testing.h"
 
-#include <algorithm>
-#include <map>
-#include <memory>
-#include <optional>
-#include <set>
-#include <string>
-#include <vector>
-
-namespace kmv::testing {
+namespace kmv::simulation {
 
 using Lines = std::vector<std::string>;
 
@@ -133,4 +125,4 @@ Lines printed(const Drives& drives, const std::set<URL>& urls, const Description
   return lines;
 }
 
-}  // namespace kmv::testing
+}  // namespace kmv::simulation

@@ -1,16 +1,11 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <KMVDriveLibrary/KMVDriveLibrary.h>
 #include <KMVDriveLibrary/testing/SimulatedPlatform.h>
-#include <gtest/gtest.h>
 
-#include <memory>
-#include <string>
-#include <utility>
-#include <vector>
+#include "support/Testing.h"
 
-namespace kmv::testing {
+namespace kmv::simulation {
 
 /// One announcement as an observer saw it.
 struct Heard {
@@ -93,4 +88,4 @@ class RegistryTest : public ::testing::Test {
   KMVDiskArbiter& arbiter = registry.arbiter();
 };
 
-}  // namespace kmv::testing
+}  // namespace kmv::simulation

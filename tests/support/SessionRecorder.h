@@ -1,17 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <KMVDriveLibrary/DescriptionKeys.h>
-
-#include <functional>
-#include <memory>
-#include <optional>
-#include <string>
-#include <utility>
-#include <vector>
-
 #include "platform/Platform.h"
 #include "support/Guarded.h"
+#include "support/Testing.h"
 
 namespace kmv::test {
 

@@ -1,10 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <filesystem>
-#include <fstream>
-#include <random>
-#include <string>
+#include "support/Testing.h"
 
 namespace kmv::test {
 

@@ -1,13 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <fcntl.h>
-#include <stdlib.h>
-#include <unistd.h>
-
-#include <string>
-
 #include "support/Process.h"
+#include "support/Testing.h"
 
 namespace kmv::test {
 

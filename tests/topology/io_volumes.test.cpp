@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include <map>
-
 #include "support/Registry.h"
+#include "support/Testing.h"
 
-namespace kmv::testing {
+namespace kmv::simulation {
 namespace {
 
 using IOVolumes = RegistryTest;
@@ -56,4 +55,4 @@ TEST_F(IOVolumes, TheVolumeOfALocationHasTheRootThatWasFound) {
 }
 
 }  // namespace
-}  // namespace kmv::testing
+}  // namespace kmv::simulation

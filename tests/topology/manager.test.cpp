@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include <cstdint>
-
 #include "support/Registry.h"
+#include "support/Testing.h"
 
-namespace kmv::testing {
+namespace kmv::simulation {
 namespace {
 
 std::shared_ptr<KMVDiskBSDBaseWrapper> wrapperOf(const Dictionary& drive) {
@@ -78,4 +77,4 @@ TEST_F(Manager, ADriveWithoutANameOrANumberIsLoggedAndLeftAsItIs) {
 }
 
 }  // namespace
-}  // namespace kmv::testing
+}  // namespace kmv::simulation

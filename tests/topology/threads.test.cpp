@@ -1,12 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The manager on the real queues, with readers on four threads while drives come and go.
-#include <KMVDriveLibrary/KMVDriveLibrary.h>
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <string>
-#include <thread>
-#include <vector>
+#include "support/Testing.h"
 
 namespace kmv {
 namespace {

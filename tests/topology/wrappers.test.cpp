@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include <gmock/gmock.h>
-
 #include "support/Registry.h"
+#include "support/Testing.h"
 
-namespace kmv::testing {
+namespace kmv::simulation {
 namespace {
 
 using Container = std::shared_ptr<KMVAPFSContainerWrapper>;
@@ -116,4 +115,4 @@ TEST_F(Wrappers, NamesAreTakenAsTheyStandAndEverythingGoesWithTheLastOneThatIsHe
 }
 
 }  // namespace
-}  // namespace kmv::testing
+}  // namespace kmv::simulation

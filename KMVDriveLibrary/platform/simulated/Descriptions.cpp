@@ -34,7 +34,7 @@ bool isWhole(const std::string& bsdName, std::int64_t unit) {
 
 }  // namespace
 
-Dictionary describe(const testing::SimulatedDisk& disk, const std::string& bsdName, double appearanceTime,
+Dictionary describe(const simulation::SimulatedDisk& disk, const std::string& bsdName, double appearanceTime,
                     std::uint64_t number) {
   Dictionary description;
   setText(description, key::kVolumeName, disk.name);
@@ -60,7 +60,7 @@ Dictionary describe(const testing::SimulatedDisk& disk, const std::string& bsdNa
   return description;
 }
 
-Dictionary describe(const testing::SimulatedPathVolume& volume) {
+Dictionary describe(const simulation::SimulatedPathVolume& volume) {
   Dictionary description;
   description.set(key::kVolumePath, mountURL(volume.mountPoint));
   setText(description, key::kVolumeName, volume.name);
@@ -71,7 +71,7 @@ Dictionary describe(const testing::SimulatedPathVolume& volume) {
   return description;
 }
 
-void apply(const testing::DescriptionChanges& changes, Dictionary& description) {
+void apply(const simulation::DescriptionChanges& changes, Dictionary& description) {
   for (const auto& [key, value] : changes) {
     if (value) {
       description.set(key, *value);

@@ -12,12 +12,12 @@
 namespace kmv::simulated {
 
 /// The description of a disk with a device, under the BSD name given. `number` makes its UUID unique.
-Dictionary describe(const testing::SimulatedDisk& disk, const std::string& bsdName, double appearanceTime,
+Dictionary describe(const simulation::SimulatedDisk& disk, const std::string& bsdName, double appearanceTime,
                     std::uint64_t number);
 /// The description of a path volume, mounted.
-Dictionary describe(const testing::SimulatedPathVolume& volume);
+Dictionary describe(const simulation::SimulatedPathVolume& volume);
 
-void apply(const testing::DescriptionChanges& changes, Dictionary& description);
+void apply(const simulation::DescriptionChanges& changes, Dictionary& description);
 
 /// The unit N of "diskN" and all its slices; none for any other name.
 std::optional<std::int64_t> unitOfBSDName(const std::string& bsdName);

@@ -15,8 +15,8 @@ namespace kmv::simulated {
 struct Event {
   enum class Cause { ordinary, move, replacedPath };
 
-  testing::PendingEvent::Kind kind;
-  testing::DiskId disk;
+  simulation::PendingEvent::Kind kind;
+  simulation::DiskId disk;
   std::optional<Dictionary> description;  // snapshot of when it happened; none: it cannot be described
   ChangedKeys changedKeys;        // those of this change; on delivery, those since the last news of a path
   Cause cause = Cause::ordinary;  // lets a session make sense of the event when earlier ones were lost
@@ -25,6 +25,6 @@ struct Event {
 };
 
 /// Every disk that is plugged in, in the order in which they were.
-using DiskTable = std::map<testing::DiskId, Dictionary>;
+using DiskTable = std::map<simulation::DiskId, Dictionary>;
 
 }  // namespace kmv::simulated

@@ -20,14 +20,14 @@ std::vector<std::shared_ptr<SessionState>> EventBus::listeningSessions() {
 
 void EventBus::begin(const std::shared_ptr<SessionState>& session, const DiskTable& present) {
   for (auto disk = present.rbegin(); disk != present.rend(); ++disk) {
-    Event event{testing::PendingEvent::Kind::appeared, disk->first, disk->second, {}};
+    Event event{simulation::PendingEvent::Kind::appeared, disk->first, disk->second, {}};
     if (applyFaults(event)) post(session, std::move(event));
   }
 }
 
 /// False when the event is lost.
 bool EventBus::applyFaults(Event& event) {
-  using testing::ArmedFaults;
+  using simulation::ArmedFaults;
   if (ArmedFaults::strikes(faults_.events)) return false;
   if (ArmedFaults::strikes(faults_.descriptions)) event.description.reset();
   event.missing = std::exchange(faults_.droppedKeys, {});
@@ -55,8 +55,8 @@ void EventBus::release() {
   for (const Held& held : std::exchange(pending_, {})) held.session->deliver(held.event);
 }
 
-std::vector<testing::PendingEvent> EventBus::pending() const {
-  std::vector<testing::PendingEvent> all;
+std::vector<simulation::PendingEvent> EventBus::pending() const {
+  std::vector<simulation::PendingEvent> all;
   for (const Held& held : pending_) all.push_back({held.event.kind, held.event.disk});
   return all;
 }
@@ -78,17 +78,18 @@ void EventBus::deliver(std::size_t index) {
 
 void EventBus::shuffle() {
   // Shuffles the turns of the disks (Fisher-Yates); each turn then takes its disk's next event.
-  std::map<testing::DiskId, std::vector<Held>> eventsOfDisk;
-  std::vector<testing::DiskId> turns;
+  std::map<simulation::DiskId, std::vector<Held>> eventsOfDisk;
+  std::vector<simulation::DiskId> turns;
   for (Held& held : pending_) {
     turns.push_back(held.event.disk);
     eventsOfDisk[turns.back()].push_back(std::move(held));
   }
   for (std::size_t last = turns.size(); last > 1; --last)
     std::swap(turns[last - 1], turns[random_.below(last)]);
-  std::map<testing::DiskId, std::size_t> taken;
+  std::map<simulation::DiskId, std::size_t> taken;
   pending_.clear();
-  for (const testing::DiskId disk : turns) pending_.push_back(std::move(eventsOfDisk[disk][taken[disk]++]));
+  for (const simulation::DiskId disk : turns)
+    pending_.push_back(std::move(eventsOfDisk[disk][taken[disk]++]));
 }
 
 void EventBus::rescan(const DiskTable& present) {

@@ -16,7 +16,7 @@ namespace kmv::simulated {
 /// The way from the machine to its sessions, on which events can be held, lost, reordered or damaged.
 class EventBus {
  public:
-  EventBus(std::uint64_t seed, testing::ArmedFaults& faults) : random_(seed), faults_(faults) {}
+  EventBus(std::uint64_t seed, simulation::ArmedFaults& faults) : random_(seed), faults_(faults) {}
 
   void add(std::shared_ptr<SessionState> session) { sessions_.push_back(std::move(session)); }
   /// Reports the present disks to a session that has just registered, newest first.
@@ -27,7 +27,7 @@ class EventBus {
 
   void hold() { holding_ = true; }
   void release();
-  std::vector<testing::PendingEvent> pending() const;
+  std::vector<simulation::PendingEvent> pending() const;
   void deliver(std::size_t index);
   void lose(std::size_t index) { takeHeld(index); }
   void shuffle();
@@ -45,7 +45,7 @@ class EventBus {
   std::vector<std::shared_ptr<SessionState>> listeningSessions();
 
   Random random_;
-  testing::ArmedFaults& faults_;
+  simulation::ArmedFaults& faults_;
   std::vector<std::shared_ptr<SessionState>> sessions_;
   std::vector<Held> pending_;
   bool holding_ = false;

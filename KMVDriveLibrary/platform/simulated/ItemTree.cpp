@@ -92,7 +92,7 @@ std::optional<std::uint64_t> ItemTree::sizeOf(const std::string& path) const {
   return item->target ? item->target->size() : item->contents ? item->contents->size() : 0;
 }
 
-void ItemTree::mount(testing::DiskId volume, const URL& mountPoint, std::string kind) {
+void ItemTree::mount(simulation::DiskId volume, const URL& mountPoint, std::string kind) {
   const std::string path = mountPoint.path();
   requireAbsolute(path);
   mounts_.mount(volume, mountPoint, std::move(kind), resolve(path, Missing::isKept).value_or(path));

@@ -20,10 +20,10 @@ class ItemTree {
  public:
   explicit ItemTree(const Scheduler& scheduler);
 
-  void mount(testing::DiskId volume, const URL& mountPoint, std::string kind);
-  void unmount(testing::DiskId volume) { mounts_.unmount(volume); }
+  void mount(simulation::DiskId volume, const URL& mountPoint, std::string kind);
+  void unmount(simulation::DiskId volume) { mounts_.unmount(volume); }
   const MountedVolumes& mounts() const { return mounts_; }
-  std::vector<testing::DiskId> takeAffectedVolumes() { return mounts_.takeAffected(); }
+  std::vector<simulation::DiskId> takeAffectedVolumes() { return mounts_.takeAffected(); }
 
   // The verbs. A path that makes no sense aborts the process.
   void createItem(const std::string& path) { items_[placeToChange(path)]; }

@@ -15,8 +15,8 @@
 namespace kmv::simulated {
 namespace {
 
-using testing::DiskId;
-using Kind = testing::PendingEvent::Kind;
+using simulation::DiskId;
+using Kind = simulation::PendingEvent::Kind;
 
 /// Between two disks that appear at the same time; still above a double's resolution at this magnitude.
 constexpr double kShortestTimeBetweenAppearances = 1e-6;
@@ -46,14 +46,14 @@ std::string Machine::freeBSDName() const {
   return "disk" + std::to_string(unit);
 }
 
-DiskId Machine::plugIn(const testing::SimulatedDisk& disk) {
+DiskId Machine::plugIn(const simulation::SimulatedDisk& disk) {
   scheduler_.requireOwnThread();
   const std::uint64_t number = nextDisk_++;
   const std::string bsdName = disk.bsdName.empty() ? freeBSDName() : disk.bsdName;
   return add(DiskId{number}, describe(disk, bsdName, nextAppearanceTime(), number));
 }
 
-DiskId Machine::plugInPathVolume(const testing::SimulatedPathVolume& volume) {
+DiskId Machine::plugInPathVolume(const simulation::SimulatedPathVolume& volume) {
   scheduler_.requireOwnThread();
   if (volume.mountPoint.empty()) fatal("a path volume needs a mount point");
   const DiskId disk{nextDisk_++};
@@ -157,7 +157,7 @@ void Machine::move(DiskId disk, const std::string& newPath) {
 
 void Machine::rename(DiskId disk, const std::string& newName) {
   const Dictionary& description = find(disk);
-  testing::DescriptionChanges changes{{key::kVolumeName, newName}};
+  simulation::DescriptionChanges changes{{key::kVolumeName, newName}};
   const std::string* oldName = description.text(key::kVolumeName);
   const URL* const url = description.url(key::kVolumePath);
   if (oldName != nullptr && url != nullptr && mounts().isReachable(disk) &&
@@ -167,7 +167,7 @@ void Machine::rename(DiskId disk, const std::string& newName) {
   changeDescription(disk, changes);
 }
 
-void Machine::changeDescription(DiskId disk, const testing::DescriptionChanges& changes) {
+void Machine::changeDescription(DiskId disk, const simulation::DescriptionChanges& changes) {
   Dictionary& description = find(disk);
   Dictionary changed = description;
   apply(changes, changed);

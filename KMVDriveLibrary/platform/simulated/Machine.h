@@ -28,32 +28,32 @@ namespace kmv::simulated {
 
 /// The simulated machine, from both sides: the test's verbs and the library's seam. Its own matter is the
 /// disks: what their verbs mean in descriptions, mounts and events.
-class Machine final : public testing::SimulatedPlatform, public Platform {
+class Machine final : public simulation::SimulatedPlatform, public Platform {
  public:
   explicit Machine(std::uint64_t seed);
   Machine(const Machine&) = delete;
   Machine& operator=(const Machine&) = delete;
 
   // --- The verbs. ---
-  testing::DiskId plugIn(const testing::SimulatedDisk& disk) override;
-  testing::DiskId plugInPathVolume(const testing::SimulatedPathVolume& volume) override;
-  void unplug(testing::DiskId disk) override;
-  void mount(testing::DiskId disk, const std::string& path) override;
-  void unmount(testing::DiskId disk) override;
-  void move(testing::DiskId disk, const std::string& newPath) override;
-  void rename(testing::DiskId disk, const std::string& newName) override;
-  void changeDescription(testing::DiskId disk, const testing::DescriptionChanges& changes) override;
-  Dictionary description(testing::DiskId disk) const override {
+  simulation::DiskId plugIn(const simulation::SimulatedDisk& disk) override;
+  simulation::DiskId plugInPathVolume(const simulation::SimulatedPathVolume& volume) override;
+  void unplug(simulation::DiskId disk) override;
+  void mount(simulation::DiskId disk, const std::string& path) override;
+  void unmount(simulation::DiskId disk) override;
+  void move(simulation::DiskId disk, const std::string& newPath) override;
+  void rename(simulation::DiskId disk, const std::string& newName) override;
+  void changeDescription(simulation::DiskId disk, const simulation::DescriptionChanges& changes) override;
+  Dictionary description(simulation::DiskId disk) const override {
     requireDisk(disk);
     return tableOf(disk).at(disk);
   }
-  bool exists(testing::DiskId disk) const override {
+  bool exists(simulation::DiskId disk) const override {
     return disks_.contains(disk) || hiddenPathVolumes_.contains(disk);
   }
 
   void holdEvents() override { bus_.hold(); }
   void releaseEvents() override { bus_.release(); }
-  std::vector<testing::PendingEvent> pendingEvents() const override { return bus_.pending(); }
+  std::vector<simulation::PendingEvent> pendingEvents() const override { return bus_.pending(); }
   void deliver(std::size_t index) override { bus_.deliver(index); }
   void shufflePending() override { bus_.shuffle(); }
   void lose(std::size_t index) override { bus_.lose(index); }
@@ -76,7 +76,7 @@ class Machine final : public testing::SimulatedPlatform, public Platform {
   void setListable(const std::string& folder, bool listable) override {
     items().setListable(folder, listable);
   }
-  void setAnswerTime(testing::DiskId disk, std::chrono::nanoseconds time) override {
+  void setAnswerTime(simulation::DiskId disk, std::chrono::nanoseconds time) override {
     requireDisk(disk);
     fileSystem_.setAnswerTime(disk, time);
   }
@@ -91,7 +91,7 @@ class Machine final : public testing::SimulatedPlatform, public Platform {
     return fileSystem_.items().attribute(path, name);
   }
 
-  void installProgram(const std::string& path, testing::SimulatedProgram program) override {
+  void installProgram(const std::string& path, simulation::SimulatedProgram program) override {
     programs_.programs[path] = std::move(program);
   }
   void removeProgram(const std::string& path) override { programs_.programs.erase(path); }
@@ -111,11 +111,11 @@ class Machine final : public testing::SimulatedPlatform, public Platform {
     ioRegistry_.drivers[path] = counters;
   }
   void removeBlockStorageDriver(const std::string& path) override { ioRegistry_.drivers.erase(path); }
-  void setMediaPath(testing::DiskId disk, const std::string& path) override {
+  void setMediaPath(simulation::DiskId disk, const std::string& path) override {
     requireDisk(disk);
     ioRegistry_.mediaPaths[disk] = path;
   }
-  void hideFromUsers(testing::DiskId disk) override {
+  void hideFromUsers(simulation::DiskId disk) override {
     requireDisk(disk);
     ioRegistry_.hidden.insert(disk);
   }
@@ -146,21 +146,21 @@ class Machine final : public testing::SimulatedPlatform, public Platform {
   // --- For sessions. ---
   /// Reports every disk to a session that has just registered.
   void reportPresentDisks(const std::shared_ptr<SessionState>& session) { bus_.begin(session, disks_); }
-  std::optional<testing::DiskId> diskMountedAt(const std::string& path) const {
+  std::optional<simulation::DiskId> diskMountedAt(const std::string& path) const {
     return fileSystem_.mounts().volumeMountedAt(path);
   }
   /// None when the disk is gone.
-  std::optional<Dictionary> presentDescription(testing::DiskId disk) const;
+  std::optional<Dictionary> presentDescription(simulation::DiskId disk) const;
   // Commands: carried out at once. The result is the dissenter's record, or none.
-  std::optional<Dictionary> requestUnmount(testing::DiskId disk);
-  std::optional<Dictionary> requestRename(testing::DiskId disk, const std::string& newName);
+  std::optional<Dictionary> requestUnmount(simulation::DiskId disk);
+  std::optional<Dictionary> requestRename(simulation::DiskId disk, const std::string& newName);
 
  private:
-  void requireDisk(testing::DiskId disk) const override;
-  const DiskTable& tableOf(testing::DiskId disk) const {
+  void requireDisk(simulation::DiskId disk) const override;
+  const DiskTable& tableOf(simulation::DiskId disk) const {
     return hiddenPathVolumes_.contains(disk) ? hiddenPathVolumes_ : disks_;
   }
-  Dictionary& find(testing::DiskId disk) {
+  Dictionary& find(simulation::DiskId disk) {
     requireDisk(disk);
     return (hiddenPathVolumes_.contains(disk) ? hiddenPathVolumes_ : disks_).at(disk);
   }
@@ -168,12 +168,12 @@ class Machine final : public testing::SimulatedPlatform, public Platform {
   const MountedVolumes& mounts() const { return fileSystem_.mounts(); }
   double nextAppearanceTime();
   std::string freeBSDName() const;
-  testing::DiskId add(testing::DiskId disk, Dictionary description);
-  void followPath(testing::DiskId disk, const Dictionary& description);
+  simulation::DiskId add(simulation::DiskId disk, Dictionary description);
+  void followPath(simulation::DiskId disk, const Dictionary& description);
   void emitWithOthers(std::optional<Event> event);
-  void endPath(testing::DiskId disk);
-  void bringPathBack(testing::DiskId disk);
-  std::optional<Dictionary> refusalOf(testing::DiskId disk, std::deque<Dictionary>& armed) const;
+  void endPath(simulation::DiskId disk);
+  void bringPathBack(simulation::DiskId disk);
+  std::optional<Dictionary> refusalOf(simulation::DiskId disk, std::deque<Dictionary>& armed) const;
 
   Scheduler scheduler_;
   SimulatedFileSystem fileSystem_{scheduler_, armedFaults()};
@@ -186,7 +186,7 @@ class Machine final : public testing::SimulatedPlatform, public Platform {
   EventBus bus_;
   DiskTable disks_;  // those that sessions know of
   DiskTable hiddenPathVolumes_;
-  std::set<testing::DiskId> pathVolumes_;
+  std::set<simulation::DiskId> pathVolumes_;
   std::uint64_t nextDisk_ = 1;
   double lastAppearanceTime_ = 0;
 };

@@ -11,13 +11,13 @@ bool holds(const Place& place, const Place& item) {
   return item.first == place.first && isAtOrBelow(item.second, place.second);
 }
 
-void MountedVolumes::mount(testing::DiskId volume, const URL& mountPoint, std::string kind,
+void MountedVolumes::mount(simulation::DiskId volume, const URL& mountPoint, std::string kind,
                            const std::string& where) {
   noteAffected(where);
   mounts_.push_back({volume, mountPoint, std::move(kind), where, placeOf(where)});
 }
 
-void MountedVolumes::unmount(testing::DiskId volume) {
+void MountedVolumes::unmount(simulation::DiskId volume) {
   const Mount* const ended = find(volume);
   if (ended == nullptr) return;
   for (Mount& mount : mounts_) {
@@ -36,18 +36,18 @@ void MountedVolumes::noteAffected(const std::string& where) {
   }
 }
 
-const MountedVolumes::Mount* MountedVolumes::find(testing::DiskId volume) const {
+const MountedVolumes::Mount* MountedVolumes::find(simulation::DiskId volume) const {
   const auto mount = std::find_if(mounts_.begin(), mounts_.end(),
                                   [volume](const Mount& one) { return one.volume == volume; });
   return mount == mounts_.end() ? nullptr : &*mount;
 }
 
-const URL* MountedVolumes::mountPoint(testing::DiskId volume) const {
+const URL* MountedVolumes::mountPoint(simulation::DiskId volume) const {
   const Mount* const mount = find(volume);
   return mount == nullptr ? nullptr : &mount->url;
 }
 
-bool MountedVolumes::isReachable(testing::DiskId volume) const {
+bool MountedVolumes::isReachable(simulation::DiskId volume) const {
   const Mount* const mount = find(volume);
   if (mount == nullptr) return false;
   if (!mount->where.empty()) return placeOf(mount->where) == Place{volume, {}};
@@ -55,19 +55,20 @@ bool MountedVolumes::isReachable(testing::DiskId volume) const {
                       [](const Mount& later) { return later.where.empty(); });
 }
 
-bool MountedVolumes::carriesMounts(testing::DiskId volume) const {
+bool MountedVolumes::carriesMounts(simulation::DiskId volume) const {
   return std::any_of(mounts_.begin(), mounts_.end(),
                      [volume](const Mount& mount) { return mount.on.first == volume; });
 }
 
-std::optional<testing::DiskId> MountedVolumes::volumeMountedAt(const std::string& path) const {
+std::optional<simulation::DiskId> MountedVolumes::volumeMountedAt(const std::string& path) const {
   for (const Mount& mount : mounts_) {
     if (mount.url.path() == path && isReachable(mount.volume)) return mount.volume;
   }
   return std::nullopt;
 }
 
-void MountedVolumes::forEachReachable(const std::function<void(testing::DiskId, const URL&)>& visit) const {
+void MountedVolumes::forEachReachable(
+    const std::function<void(simulation::DiskId, const URL&)>& visit) const {
   for (const Mount& mount : mounts_) {
     if (isReachable(mount.volume)) visit(mount.volume, mount.url);
   }

@@ -15,7 +15,7 @@ namespace kmv::simulated {
 
 /// The volume that holds an item (none: the machine itself) and the path from there, "/" first; "" for the volume's
 /// root.
-using Place = std::pair<std::optional<testing::DiskId>, std::string>;
+using Place = std::pair<std::optional<simulation::DiskId>, std::string>;
 
 /// True when `item` is at `place` or below it, on the same volume.
 bool holds(const Place& place, const Place& item);
@@ -26,22 +26,22 @@ bool holds(const Place& place, const Place& item);
 class MountedVolumes {
  public:
   /// `where`: the mount point with links resolved; empty for the root. `kind` is what `hidden` says of it.
-  void mount(testing::DiskId volume, const URL& mountPoint, std::string kind, const std::string& where);
+  void mount(simulation::DiskId volume, const URL& mountPoint, std::string kind, const std::string& where);
   /// What stood on the volume stands on the place below it from now on.
-  void unmount(testing::DiskId volume);
+  void unmount(simulation::DiskId volume);
 
   /// The mount point, reachable or not; null when it is not mounted.
-  const URL* mountPoint(testing::DiskId volume) const;
+  const URL* mountPoint(simulation::DiskId volume) const;
   /// Whether paths lead to the volume: no other mount covers or shadows it.
-  bool isReachable(testing::DiskId volume) const;
+  bool isReachable(simulation::DiskId volume) const;
   /// Whether other mounts stand on the volume, which keep it from being unmounted.
-  bool carriesMounts(testing::DiskId volume) const;
+  bool carriesMounts(simulation::DiskId volume) const;
   /// The reachable volume that is mounted there, by the text of the path.
-  std::optional<testing::DiskId> volumeMountedAt(const std::string& path) const;
+  std::optional<simulation::DiskId> volumeMountedAt(const std::string& path) const;
   /// The volumes whose reachability mounts and unmounts may have changed since the last call.
-  std::vector<testing::DiskId> takeAffected() { return std::exchange(affected_, {}); }
+  std::vector<simulation::DiskId> takeAffected() { return std::exchange(affected_, {}); }
   /// Every reachable volume, in the order of the mounts.
-  void forEachReachable(const std::function<void(testing::DiskId, const URL&)>& visit) const;
+  void forEachReachable(const std::function<void(simulation::DiskId, const URL&)>& visit) const;
   /// The others, with the rule that hides them.
   std::vector<HiddenMount> hidden() const;
 
@@ -52,17 +52,17 @@ class MountedVolumes {
 
  private:
   struct Mount {
-    testing::DiskId volume;
+    simulation::DiskId volume;
     URL url;  // as it was mounted
     std::string kind;
     std::string where;
     Place on;
   };
-  const Mount* find(testing::DiskId volume) const;
+  const Mount* find(simulation::DiskId volume) const;
   void noteAffected(const std::string& where);
 
   std::vector<Mount> mounts_;
-  std::vector<testing::DiskId> affected_;
+  std::vector<simulation::DiskId> affected_;
 };
 
 }  // namespace kmv::simulated

@@ -13,12 +13,12 @@
 namespace kmv::simulated {
 namespace {
 
-using Kind = testing::PendingEvent::Kind;
+using Kind = simulation::PendingEvent::Kind;
 
 /// The disk of an event, for the length of the callback.
 class EventDisk final : public Disk {
  public:
-  EventDisk(const Event& event, const std::function<void(testing::DiskId)>& vanish)
+  EventDisk(const Event& event, const std::function<void(simulation::DiskId)>& vanish)
       : event_(event), vanish_(vanish) {}
 
   std::optional<Dictionary> copyDescription() const override {
@@ -29,7 +29,7 @@ class EventDisk final : public Disk {
 
  private:
   const Event& event_;
-  const std::function<void(testing::DiskId)>& vanish_;
+  const std::function<void(simulation::DiskId)>& vanish_;
 };
 
 bool contains(const ChangedKeys& keys, const char* key) {

@@ -17,7 +17,7 @@ namespace kmv::simulated {
 class SessionState : public std::enable_shared_from_this<SessionState> {
  public:
   /// `vanish` unplugs a disk that goes away while it is being described.
-  explicit SessionState(std::function<void(testing::DiskId)> vanish) : vanish_(std::move(vanish)) {}
+  explicit SessionState(std::function<void(simulation::DiskId)> vanish) : vanish_(std::move(vanish)) {}
 
   void setQueue(std::shared_ptr<SerialQueue> queue) { queue_ = std::move(queue); }
   /// Aborts the process when the library registers twice or before it set the queue.
@@ -48,13 +48,13 @@ class SessionState : public std::enable_shared_from_this<SessionState> {
   void rememberChange(Event& event);
   void call(const Event& event) const;
 
-  const std::function<void(testing::DiskId)> vanish_;
+  const std::function<void(simulation::DiskId)> vanish_;
   std::shared_ptr<SerialQueue> queue_;
   DiskCallbacks callbacks_;
   void* context_ = nullptr;
   bool registered_ = false;
   bool closed_ = false;
-  std::map<testing::DiskId, Told> told_;
+  std::map<simulation::DiskId, Told> told_;
 };
 
 }  // namespace kmv::simulated

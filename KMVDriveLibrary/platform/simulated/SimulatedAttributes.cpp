@@ -3,7 +3,7 @@
 
 namespace kmv::simulated {
 
-using testing::SimulatedRun;
+using simulation::SimulatedRun;
 
 SimulatedAttributes::SimulatedAttributes(SimulatedFileSystem& fileSystem, SimulatedPrograms& programs)
     : fileSystem_(fileSystem), programs_(programs) {

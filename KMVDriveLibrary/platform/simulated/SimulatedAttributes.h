@@ -30,8 +30,8 @@ class SimulatedAttributes final : public ExtendedAttributes {
   }
 
  private:
-  testing::SimulatedRun tool(const std::vector<std::string>& words);
-  testing::SimulatedRun list(const std::string& path);
+  simulation::SimulatedRun tool(const std::vector<std::string>& words);
+  simulation::SimulatedRun list(const std::string& path);
 
   SimulatedFileSystem& fileSystem_;
   SimulatedPrograms& programs_;

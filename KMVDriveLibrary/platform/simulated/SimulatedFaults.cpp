@@ -2,7 +2,7 @@
 #include <KMVDriveLibrary/DescriptionKeys.h>
 #include <KMVDriveLibrary/testing/SimulatedFaults.h>
 
-namespace kmv::testing {
+namespace kmv::simulation {
 
 Dictionary SimulatedFaults::dissenter(std::optional<std::int64_t> status,
                                       std::optional<std::int64_t> processID) {
@@ -12,4 +12,4 @@ Dictionary SimulatedFaults::dissenter(std::optional<std::int64_t> status,
   return record;
 }
 
-}  // namespace kmv::testing
+}  // namespace kmv::simulation

@@ -8,7 +8,7 @@
 
 namespace kmv::simulated {
 
-void SimulatedFileSystem::setAnswerTime(testing::DiskId volume, std::chrono::nanoseconds time) {
+void SimulatedFileSystem::setAnswerTime(simulation::DiskId volume, std::chrono::nanoseconds time) {
   if (time <= std::chrono::nanoseconds::zero()) {
     answerTimes_.erase(volume);
   } else {
@@ -21,11 +21,11 @@ void SimulatedFileSystem::waitFor(const std::string& path, Asks asks) const {
   if (answerTimes_.empty()) return;
   std::vector<Place> places;
   items_.resolve(path, ItemTree::Missing::isKept, &places);
-  std::set<testing::DiskId> asked;
+  std::set<simulation::DiskId> asked;
   for (const auto& [volume, rest] : places) {
     if (volume && (asks == Asks::alsoForRoots || !rest.empty())) asked.insert(*volume);
   }
-  for (const testing::DiskId volume : asked) {
+  for (const simulation::DiskId volume : asked) {
     const auto time = answerTimes_.find(volume);
     if (time != answerTimes_.end()) scheduler_.waitInTask("an item \"" + path + "\"", time->second);
   }
@@ -34,8 +34,8 @@ void SimulatedFileSystem::waitFor(const std::string& path, Asks asks) const {
 std::vector<URL> SimulatedFileSystem::mountedVolumeURLs() {
   scheduler_.requireOwnThread();
   std::vector<URL> urls;
-  if (testing::ArmedFaults::strikes(faults_.mountedVolumeLists)) return urls;
-  mounts().forEachReachable([&urls](testing::DiskId, const URL& url) { urls.push_back(url); });
+  if (simulation::ArmedFaults::strikes(faults_.mountedVolumeLists)) return urls;
+  mounts().forEachReachable([&urls](simulation::DiskId, const URL& url) { urls.push_back(url); });
   return urls;
 }
 

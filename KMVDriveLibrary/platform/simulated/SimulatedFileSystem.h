@@ -23,7 +23,7 @@ namespace kmv::simulated {
 /// from the tree of items then.
 class SimulatedFileSystem : public Volumes, public Files, public TreeWalk {
  public:
-  SimulatedFileSystem(Scheduler& scheduler, testing::ArmedFaults& faults)
+  SimulatedFileSystem(Scheduler& scheduler, simulation::ArmedFaults& faults)
       : scheduler_(scheduler), faults_(faults) {}
 
   std::vector<URL> mountedVolumeURLs() override;
@@ -41,7 +41,7 @@ class SimulatedFileSystem : public Volumes, public Files, public TreeWalk {
   const ItemTree& items() const { return items_; }
   const MountedVolumes& mounts() const { return items_.mounts(); }
   void addHiddenMount(HiddenMount mount) { hiddenMounts_.push_back(std::move(mount)); }
-  void setAnswerTime(testing::DiskId volume, std::chrono::nanoseconds time);
+  void setAnswerTime(simulation::DiskId volume, std::chrono::nanoseconds time);
 
   /// Which folders on the way to the item are asked for: a volume's root is known without asking the volume.
   enum class Asks { alsoForRoots, belowRoots };
@@ -55,10 +55,10 @@ class SimulatedFileSystem : public Volumes, public Files, public TreeWalk {
   bool walk(const Walk& walk, const std::string& shownPath, const std::string& resolvedFolder);
 
   Scheduler& scheduler_;
-  testing::ArmedFaults& faults_;
+  simulation::ArmedFaults& faults_;
   ItemTree items_{scheduler_};
   std::vector<HiddenMount> hiddenMounts_;
-  std::map<testing::DiskId, std::chrono::nanoseconds> answerTimes_;
+  std::map<simulation::DiskId, std::chrono::nanoseconds> answerTimes_;
 };
 
 }  // namespace kmv::simulated

@@ -25,7 +25,7 @@ class SimulatedIORegistry::Reader final : public DriveStatisticsReader {
   explicit Reader(SimulatedIORegistry& registry) : registry_(registry) {}
 
   void read(std::uint32_t, DriveStatistics& statistics) override {
-    statistics.wereDriversFound = !testing::ArmedFaults::strikes(registry_.faults_.driverLookups);
+    statistics.wereDriversFound = !simulation::ArmedFaults::strikes(registry_.faults_.driverLookups);
     if (!statistics.wereDriversFound) return;
     DriveStatistics now = registry_.presentStatistics();
     now.generation = samePlaces(statistics, now) ? statistics.generation : statistics.generation + 1;
@@ -59,7 +59,7 @@ DriveStatistics SimulatedIORegistry::presentStatistics() const {
   DriveStatistics now;
   now.wereDriversFound = true;
   for (const auto& [path, counters] : drivers) now.drivers.push_back({path, counters});
-  fileSystem_.mounts().forEachReachable([&](testing::DiskId disk, const URL& url) {
+  fileSystem_.mounts().forEachReachable([&](simulation::DiskId disk, const URL& url) {
     if (hidden.contains(disk)) return;
     const auto media = mediaPaths.find(disk);
     now.volumes.push_back({url, media == mediaPaths.end() ? std::string() : media->second});

@@ -19,7 +19,7 @@ namespace kmv::simulated {
 /// The services, disks, drivers and media that the test put there.
 class SimulatedIORegistry final : public IORegistry {
  public:
-  SimulatedIORegistry(const SimulatedFileSystem& fileSystem, testing::ArmedFaults& faults)
+  SimulatedIORegistry(const SimulatedFileSystem& fileSystem, simulation::ArmedFaults& faults)
       : fileSystem_(fileSystem), faults_(faults) {}
 
   std::vector<IOService> servicesMatchingBSDName(const std::string& name) override;
@@ -28,7 +28,7 @@ class SimulatedIORegistry final : public IORegistry {
   std::unique_ptr<DriveStatisticsReader> makeStatisticsReader() override;
 
   /// The disk is gone; its id is never reused.
-  void forget(testing::DiskId disk) {
+  void forget(simulation::DiskId disk) {
     mediaPaths.erase(disk);
     hidden.erase(disk);
   }
@@ -42,8 +42,8 @@ class SimulatedIORegistry final : public IORegistry {
   std::map<std::string, Disks> disks;
   // Drivers by path.
   std::map<std::string, std::optional<DriverCounters>> drivers;
-  std::map<testing::DiskId, std::string> mediaPaths;
-  std::set<testing::DiskId> hidden;
+  std::map<simulation::DiskId, std::string> mediaPaths;
+  std::set<simulation::DiskId> hidden;
   std::size_t questions = 0;
 
  private:
@@ -52,7 +52,7 @@ class SimulatedIORegistry final : public IORegistry {
   DriveStatistics presentStatistics() const;
 
   const SimulatedFileSystem& fileSystem_;
-  testing::ArmedFaults& faults_;
+  simulation::ArmedFaults& faults_;
 };
 
 }  // namespace kmv::simulated

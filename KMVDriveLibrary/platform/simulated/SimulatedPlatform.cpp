@@ -8,7 +8,7 @@
 #include "platform/LibraryCopies.h"
 #include "platform/simulated/Machine.h"
 
-namespace kmv::testing {
+namespace kmv::simulation {
 
 SimulatedPlatform& SimulatedPlatform::install(std::uint64_t seed) {
   if (libraryCopies > 1)
@@ -23,4 +23,4 @@ SimulatedPlatform& SimulatedPlatform::install(std::uint64_t seed) {
   return installed;
 }
 
-}  // namespace kmv::testing
+}  // namespace kmv::simulation

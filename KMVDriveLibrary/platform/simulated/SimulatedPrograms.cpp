@@ -6,7 +6,7 @@ namespace kmv::simulated {
 ChildProcess::Result SimulatedPrograms::run(const Request& request) {
   const auto program = programs.find(request.program);
   if (program == programs.end()) return {false, request.program + ": No such file or directory", {}, {}};
-  const testing::SimulatedRun run = program->second(request.arguments);
+  const simulation::SimulatedRun run = program->second(request.arguments);
   return {true, {}, run.output + (request.collectsErrors ? run.errors : std::string()), run.exitStatus};
 }
 

@@ -16,7 +16,7 @@ class SimulatedPrograms final : public ChildProcess {
   Result run(const Request& request) override;
   bool exists(const std::string& program) override { return programs.contains(program); }
 
-  std::map<std::string, testing::SimulatedProgram> programs;
+  std::map<std::string, simulation::SimulatedProgram> programs;
 };
 
 }  // namespace kmv::simulated

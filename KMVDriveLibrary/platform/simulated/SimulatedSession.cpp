@@ -12,17 +12,17 @@ namespace {
 /// A disk that the library looked up: described as it is at the moment of each question.
 class PresentDisk final : public Disk {
  public:
-  PresentDisk(testing::DiskId disk, const Machine& machine) : disk_(disk), machine_(machine) {}
+  PresentDisk(simulation::DiskId disk, const Machine& machine) : disk_(disk), machine_(machine) {}
 
   std::optional<Dictionary> copyDescription() const override { return machine_.presentDescription(disk_); }
-  testing::DiskId id() const { return disk_; }
+  simulation::DiskId id() const { return disk_; }
 
  private:
-  testing::DiskId disk_;
+  simulation::DiskId disk_;
   const Machine& machine_;
 };
 
-testing::DiskId idOf(const Disk& disk) {
+simulation::DiskId idOf(const Disk& disk) {
   const auto* const ours = dynamic_cast<const PresentDisk*>(&disk);
   if (ours == nullptr) fatal("a command needs a disk that diskFromVolumePath gave");
   return ours->id();
@@ -52,17 +52,17 @@ std::unique_ptr<Disk> SimulatedSession::diskFromVolumePath(const URL& volume) {
 }
 
 void SimulatedSession::unmount(const Disk& disk, CommandCompletion completion, void* context) {
-  const testing::DiskId id = idOf(disk);
+  const simulation::DiskId id = idOf(disk);
   complete(id, machine_.requestUnmount(id), completion, context);
 }
 
 void SimulatedSession::rename(const Disk& disk, const std::string& newName, CommandCompletion completion,
                               void* context) {
-  const testing::DiskId id = idOf(disk);
+  const simulation::DiskId id = idOf(disk);
   complete(id, machine_.requestRename(id, newName), completion, context);
 }
 
-void SimulatedSession::complete(testing::DiskId disk, std::optional<Dictionary> dissenter,
+void SimulatedSession::complete(simulation::DiskId disk, std::optional<Dictionary> dissenter,
                                 CommandCompletion completion, void* context) {
   state_->async([disk, dissenter = std::move(dissenter), completion, context, &machine = machine_] {
     PresentDisk present(disk, machine);

@@ -31,7 +31,7 @@ class SimulatedSession final : public DiskArbitrationSession {
 
  private:
   /// Reports a command's end on the session's queue.
-  void complete(testing::DiskId disk, std::optional<Dictionary> dissenter, CommandCompletion completion,
+  void complete(simulation::DiskId disk, std::optional<Dictionary> dissenter, CommandCompletion completion,
                 void* context);
 
   std::shared_ptr<SessionState> state_;

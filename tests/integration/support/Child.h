@@ -1,18 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <fcntl.h>
-#include <poll.h>
-#include <signal.h>
 #include <sys/prctl.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <cstdint>
-#include <cstdio>
-#include <exception>
-#include <functional>
-#include <optional>
+#include "support/Testing.h"
 
 namespace kmv::integration {
 

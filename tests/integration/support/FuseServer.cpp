@@ -1,15 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "integration/support/FuseServer.h"
 
-#include <signal.h>
 #include <sys/mount.h>
 
-#include <algorithm>
-#include <fstream>
-#include <stdexcept>
-#include <utility>
-
 #include "integration/support/Namespace.h"
+#include "support/Testing.h"
 
 namespace kmv::integration {
 namespace {

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <string>
-
 #include "support/Process.h"
+#include "support/Testing.h"
 
 namespace kmv::integration {
 

@@ -1,21 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "integration/support/Namespace.h"
 
-#include <fcntl.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <cerrno>
-#include <filesystem>
-#include <fstream>
-#include <set>
-#include <stdexcept>
-#include <system_error>
+#include "support/Testing.h"
 
 namespace kmv::integration {
 namespace {

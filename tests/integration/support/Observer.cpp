@@ -1,14 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "integration/support/Observer.h"
 
-#include <gtest/gtest.h>
-#include <poll.h>
-
-#include <algorithm>
-#include <set>
-
 #include "integration/support/Namespace.h"
 #include "support/Process.h"
+#include "support/Testing.h"
 
 namespace kmv::integration {
 namespace {

@@ -1,13 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <KMVDriveLibrary/KMVDriveLibrary.h>
-
-#include <functional>
-#include <optional>
-#include <string>
-#include <utility>
-#include <vector>
+#include "support/Testing.h"
 
 namespace kmv::integration {
 

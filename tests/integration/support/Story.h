@@ -1,16 +1,10 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <optional>
-#include <string>
-#include <utility>
-
 #include "integration/support/Namespace.h"
 #include "integration/support/Volume.h"
 #include "support/Process.h"
+#include "support/Testing.h"
 
 namespace kmv::integration {
 

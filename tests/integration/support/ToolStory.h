@@ -2,12 +2,10 @@
 #pragma once
 
 #include <nlohmann/json.hpp>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "integration/support/FuseServer.h"
 #include "integration/support/Story.h"
+#include "support/Testing.h"
 
 namespace kmv::integration {
 

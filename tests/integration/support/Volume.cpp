@@ -1,19 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "integration/support/Volume.h"
 
-#include <fcntl.h>
 #include <linux/blkpg.h>
 #include <linux/loop.h>
 #include <sys/ioctl.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <filesystem>
-#include <stdexcept>
-#include <system_error>
-#include <utility>
 
 #include "support/Process.h"
+#include "support/Testing.h"
 
 namespace kmv::integration {
 namespace {

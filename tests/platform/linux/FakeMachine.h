@@ -1,15 +1,10 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <filesystem>
-#include <initializer_list>
-#include <memory>
-#include <string>
-#include <utility>
-
 #include "platform/linux/LinuxOptions.h"
 #include "platform/linux/mounts/MountTable.h"
 #include "support/TemporaryFolder.h"
+#include "support/Testing.h"
 
 namespace kmv::test {
 

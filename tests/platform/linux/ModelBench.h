@@ -1,17 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <KMVDriveLibrary/DescriptionKeys.h>
-
-#include <map>
-#include <optional>
-#include <sstream>
-#include <string>
-#include <utility>
-#include <vector>
-
 #include "platform/linux/session/DiskModel.h"
 #include "platform/posix/SystemFiles.h"
+#include "support/Testing.h"
 
 namespace kmv::test {
 

@@ -3,28 +3,14 @@
 // elsewhere.
 #include "platform/linux/session/Commands.h"
 
-#include <KMVDriveLibrary/DescriptionKeys.h>
-
-#include <gtest/gtest.h>
-
-#include <sys/stat.h>
 #include <sys/sysmacros.h>
-
-#include <atomic>
-#include <cerrno>
-#include <cstdint>
-#include <cstdlib>
-#include <future>
-#include <memory>
-#include <sstream>
-#include <string>
-#include <utility>
 
 #include "platform/linux/session/CommandThreads.h"
 #include "platform/linux/session/Holders.h"
 #include "support/OtherThreads.h"
 #include "support/Process.h"
 #include "support/TemporaryFolder.h"
+#include "support/Testing.h"
 
 namespace kmv {
 namespace {

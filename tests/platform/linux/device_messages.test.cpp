@@ -1,12 +1,9 @@
 // SPDX-License-Identifier: MIT
-#include <gtest/gtest.h>
-
-#include <string>
-
 #include "platform/linux/FakeMachine.h"
 #include "platform/linux/devices/SysfsFacts.h"
 #include "platform/linux/devices/UdevRecord.h"
 #include "platform/linux/session/ProcessFiles.h"
+#include "support/Testing.h"
 
 namespace kmv {
 namespace {

@@ -2,10 +2,8 @@
 // What hosts hear when devices and mounts come and go.
 #include "platform/linux/session/DiskModel.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "platform/linux/ModelBench.h"
+#include "support/Testing.h"
 
 namespace kmv {
 namespace {

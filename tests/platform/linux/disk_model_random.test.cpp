@@ -1,16 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Random machines, heard of through two sources that are late by different amounts. Whatever the
 // interleaving, listeners end up with what is there.
-#include <gtest/gtest.h>
-
-#include <deque>
-#include <functional>
-#include <map>
-#include <random>
-#include <set>
-#include <string>
-
 #include "platform/linux/ModelBench.h"
+#include "support/Testing.h"
 
 namespace kmv {
 namespace {

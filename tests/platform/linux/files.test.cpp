@@ -1,25 +1,12 @@
 // SPDX-License-Identifier: MIT
 // What this backend's files, walks and attributes do beyond what every backend does.
-#include <KMVDriveLibrary/host/OrvaneLogging.h>
-#include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/stat.h>
 #include <sys/xattr.h>
-#include <unistd.h>
-
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <memory>
-#include <string>
-#include <vector>
 
 #include "platform/linux/LinuxPlatform.h"
 #include "support/DescriptorLimit.h"
 #include "support/Process.h"
 #include "support/TemporaryFolder.h"
+#include "support/Testing.h"
 
 namespace kmv {
 namespace {

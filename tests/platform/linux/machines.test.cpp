@@ -1,20 +1,11 @@
 // SPDX-License-Identifier: MIT
 // Whole machines as plain folders: what is a disk, how it is described, and which mounts are drives.
-#include <KMVDriveLibrary/Degradation.h>
-#include <KMVDriveLibrary/DescriptionKeys.h>
-#include <KMVDriveLibrary/host/OrvaneLogging.h>
-
-#include <gtest/gtest.h>
-
-#include <sstream>
-#include <string>
-#include <vector>
-
 #include "platform/linux/FakeMachine.h"
 #include "platform/linux/devices/BlockDevices.h"
 #include "platform/linux/devices/Description.h"
 #include "platform/linux/devices/Probe.h"
 #include "platform/linux/mounts/LinuxVolumes.h"
+#include "support/Testing.h"
 
 namespace kmv {
 namespace {

@@ -1,12 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "platform/linux/mounts/MountInfo.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <string>
-
 #include "platform/linux/mounts/MountTableWatcher.h"
+#include "support/Testing.h"
 
 namespace kmv {
 namespace {

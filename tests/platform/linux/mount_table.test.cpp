@@ -2,19 +2,10 @@
 // One table for everybody: who follows it is told every difference, whoever else made the table catch up.
 #include "platform/linux/mounts/MountTable.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <chrono>
-#include <optional>
-#include <string>
-#include <utility>
-#include <vector>
-
 #include "platform/linux/FakeMachine.h"
 #include "platform/linux/LinuxPlatform.h"
 #include "platform/linux/ModelBench.h"
+#include "support/Testing.h"
 
 namespace kmv::test {
 namespace {

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Stacks of block devices as sysfs shows them, written by hand.
-#include <gtest/gtest.h>
-
 #include "platform/linux/FakeMachine.h"
 #include "platform/linux/devices/PhysicalDisks.h"
+#include "support/Testing.h"
 
 namespace kmv::test {
 namespace {

@@ -1,28 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include <gtest/gtest.h>
-#include <poll.h>
-#include <pthread.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <array>
-#include <atomic>
-#include <chrono>
-#include <csignal>
-#include <fstream>
-#include <future>
-#include <iterator>
-#include <memory>
-#include <stdexcept>
-#include <string>
-#include <thread>
-#include <utility>
-#include <vector>
-
 #include "platform/linux/queues/Queues.h"
 #include "platform/linux/queues/WorkerPool.h"
 #include "support/OtherThreads.h"
+#include "support/Testing.h"
 
 namespace kmv::test {
 namespace {

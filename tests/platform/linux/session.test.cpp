@@ -1,16 +1,5 @@
 // SPDX-License-Identifier: MIT
 // The session over a machine of plain folders.
-#include <KMVDriveLibrary/Degradation.h>
-#include <KMVDriveLibrary/host/OrvaneLogging.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <optional>
-#include <string>
-#include <string_view>
-#include <utility>
-
 #include "platform/linux/FakeMachine.h"
 #include "platform/linux/LinuxPlatform.h"
 #include "platform/linux/ModelBench.h"
@@ -20,6 +9,7 @@
 #include "support/Guarded.h"
 #include "support/Process.h"
 #include "support/SessionRecorder.h"
+#include "support/Testing.h"
 
 namespace kmv::test {
 namespace {

@@ -1,14 +1,10 @@
 // SPDX-License-Identifier: MIT
 // What the kernel counts, and which counters belong to which volume.
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
-
 #include "platform/linux/FakeMachine.h"
 #include "platform/linux/devices/BlockStatistics.h"
 #include "platform/linux/devices/LinuxDriveStatistics.h"
 #include "support/DescriptorLimit.h"
+#include "support/Testing.h"
 
 namespace kmv::test {
 namespace {

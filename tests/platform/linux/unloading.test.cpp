@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <dlfcn.h>
-#include <gtest/gtest.h>
+
+#include "support/Testing.h"
 
 namespace kmv::test {
 namespace {

@@ -1,17 +1,10 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <KMVDriveLibrary/KMVDriveLibrary.h>
-#include <gtest/gtest.h>
-
-#include <memory>
-#include <string>
-#include <utility>
-#include <vector>
-
 #include "platform/macos/MacPlatform.h"
 #include "platform/macos/double/FakePlatform.h"
 #include "support/Guarded.h"
+#include "support/Testing.h"
 
 namespace kmv::macos {
 

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include "platform/macos/double/FakePlatform.h"
+#include "support/Testing.h"
 
 namespace kmv::macos {
 

@@ -1,14 +1,9 @@
 // SPDX-License-Identifier: MIT
 // What the doubles themselves promise: order, threads, snapshots, who owns what, and that misuse stops.
-#include <gmock/gmock.h>
-
-#include <functional>
-#include <string>
-#include <vector>
-
 #include "platform/macos/MacTest.h"
 #include "platform/macos/double/FakePlatform.h"
 #include "platform/macos/double/Object.h"
+#include "support/Testing.h"
 
 namespace kmv::fake {
 namespace {

@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The whole library on macOS' raw events: what a host hears of and finds in the lists.
-#include <KMVDriveLibrary/DissentStatus.h>
-#include <gmock/gmock.h>
-
 #include "platform/macos/MacLibrary.h"
+#include "support/Testing.h"
 
 namespace kmv::macos {
 namespace {

@@ -1,15 +1,10 @@
 // SPDX-License-Identifier: MIT
 // The library's main queue among what a host does with the platform's.
 #include <CoreFoundation/CoreFoundation.h>
-#include <gmock/gmock.h>
-#include <poll.h>
-
-#include <chrono>
-#include <memory>
-#include <thread>
 
 #include "platform/macos/MacTest.h"
 #include "platform/macos/Queues.h"
+#include "support/Testing.h"
 
 namespace kmv::macos {
 namespace {

@@ -2,12 +2,8 @@
 // What only the platform's queues do: tasks that others start on them, exceptions, quality of service, delays.
 #include "platform/macos/Queues.h"
 
-#include <gmock/gmock.h>
-
-#include <memory>
-#include <stdexcept>
-
 #include "platform/macos/MacTest.h"
+#include "support/Testing.h"
 
 namespace kmv::macos {
 namespace {

@@ -1,11 +1,9 @@
 // SPDX-License-Identifier: MIT
 // Random machines: the registry's lists must be those of a plain model that is told the raw events.
-#include <map>
-#include <random>
-
 #include "platform/macos/DiskSession.h"
 #include "platform/macos/MacLibrary.h"
 #include "support/PlainModel.h"
+#include "support/Testing.h"
 
 namespace kmv::macos {
 namespace {
@@ -18,7 +16,7 @@ class RawEvents {
     session_.registerCallbacks({&appeared, &disappeared, &changed}, this);
   }
 
-  void tell(testing::PlainModel& model) {
+  void tell(simulation::PlainModel& model) {
     for (const Event& event : events_.with([](auto& events) { return std::exchange(events, {}); })) {
       if (event.what == 'a') model.appeared(event.description);
       if (event.what == 'd') model.disappeared(event.description);
@@ -119,15 +117,15 @@ class MacRandom : public MacLibrary {
     const auto urls = arbiter().volumeURLsCurrentlyMounted()->snapshot();
     std::vector<Dictionary> unmounted;
     for (const auto& description : arbiter().unmountedDictionaries()) unmounted.push_back(*description);
-    ASSERT_EQ(testing::printed(arbiter().mountedDictionaries(), {urls.begin(), urls.end()}, unmounted),
-              testing::printed(model_.present, model_.urls, model_.unmounted))
+    ASSERT_EQ(simulation::printed(arbiter().mountedDictionaries(), {urls.begin(), urls.end()}, unmounted),
+              simulation::printed(model_.present, model_.urls, model_.unmounted))
         << "seed " << seed;
   }
 
   std::unique_ptr<RawEvents> raw_;
 
  private:
-  testing::PlainModel model_;
+  simulation::PlainModel model_;
 };
 
 TEST_F(MacRandom, TheListsAreThoseOfThePlainModelAfterEveryFewEvents) {

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 // The platform's registry of devices: services, whole and physical disks, counted drivers.
-#include <gmock/gmock.h>
 #include <sys/mount.h>
 
 #include "platform/macos/MacIORegistry.h"
 #include "platform/macos/MacTest.h"
 #include "platform/macos/RegistryEntries.h"
+#include "support/Testing.h"
 
 namespace kmv::macos {
 namespace {

@@ -1,12 +1,10 @@
 // SPDX-License-Identifier: MIT
 // What only a session with the platform's daemon meets: tests/contract has what every session does.
-#include <KMVDriveLibrary/DissentStatus.h>
-#include <gmock/gmock.h>
-
 #include "platform/macos/DiskSession.h"
 #include "platform/macos/MacPlatform.h"
 #include "platform/macos/MacTest.h"
 #include "support/SessionRecorder.h"
+#include "support/Testing.h"
 
 namespace kmv::macos {
 namespace {

@@ -1,17 +1,13 @@
 // SPDX-License-Identifier: MIT
 // Volumes of paths, walks, attributes, child processes, versions, services of the network.
-#include <gmock/gmock.h>
 #include <sys/mount.h>
-#include <sys/resource.h>
-#include <unistd.h>
-
-#include <cstdio>
 
 #include "platform/macos/MacPlatform.h"
 #include "platform/macos/MacTest.h"
 #include "platform/macos/MountTable.h"
 #include "platform/posix/WalkReader.h"
 #include "support/TemporaryFolder.h"
+#include "support/Testing.h"
 
 namespace kmv::macos {
 namespace {

@@ -2,11 +2,8 @@
 // Property lists of the platform as the library's values, and back.
 #include "platform/macos/Values.h"
 
-#include <gmock/gmock.h>
-
-#include <memory>
-
 #include "platform/macos/MacTest.h"
+#include "support/Testing.h"
 
 namespace kmv::macos {
 namespace {

@@ -2,12 +2,9 @@
 #pragma once
 
 #include <KMVDriveLibrary/testing/SimulatedPlatform.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <string>
 
 #include "support/SessionRecorder.h"
+#include "support/Testing.h"
 
 namespace kmv {
 
@@ -22,7 +19,7 @@ class SimulatedMachine : public ::testing::Test {
     const URL* path = disk.url(key::kVolumePath);
     return (name == nullptr ? "?" : *name) + (path == nullptr ? "" : " at " + path->path());
   }
-  testing::DiskId plugIn(const std::string& name, const std::string& mountPoint = {}) {
+  simulation::DiskId plugIn(const std::string& name, const std::string& mountPoint = {}) {
     return machine.plugIn({.name = name, .mountPoint = mountPoint});
   }
   /// The lines since the last call.
@@ -31,7 +28,7 @@ class SimulatedMachine : public ::testing::Test {
     return recorder.take();
   }
 
-  testing::SimulatedPlatform& machine = testing::SimulatedPlatform::install(7);
+  simulation::SimulatedPlatform& machine = simulation::SimulatedPlatform::install(7);
   Platform& platform = Platform::current();
   test::SessionRecorder recorder{platform, nameOf};
 };

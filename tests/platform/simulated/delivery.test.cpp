@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Events that are held, reordered, lost, found again or damaged, and the other faults.
-#include <set>
-
 #include "platform/simulated/Machine.h"
 #include "platform/simulated/SimulatedMachine.h"
+#include "support/Testing.h"
 
 namespace kmv {
 namespace {
@@ -24,7 +23,7 @@ TEST_F(SimulatedDelivery, HeldEventsComeWhenAndInTheOrderTheTestWants) {
   machine.deliver(1);
   machine.deliverNext();
   EXPECT_THAT(heard(), ElementsAre("appeared B", "appeared A"));
-  EXPECT_EQ(machine.pendingEvents().at(1).kind, testing::PendingEvent::Kind::appeared);
+  EXPECT_EQ(machine.pendingEvents().at(1).kind, simulation::PendingEvent::Kind::appeared);
   EXPECT_DEATH(machine.deliver(2), "only 2 are held");
   machine.releaseEvents();
   plugIn("E");
@@ -118,11 +117,11 @@ std::vector<std::uint64_t> shuffledOrder(std::uint64_t seed) {
   for (int i = 0; i < 10; ++i) machine.rename(machine.plugIn({.name = "OLD"}), "NEW");
   machine.shufflePending();
   std::vector<std::uint64_t> order;
-  std::set<testing::DiskId> seen;
+  std::set<simulation::DiskId> seen;
   for (const auto& event : machine.pendingEvents()) {
     order.push_back(static_cast<std::uint64_t>(event.disk));
     const bool first = seen.insert(event.disk).second;
-    EXPECT_EQ(event.kind == testing::PendingEvent::Kind::appeared, first)
+    EXPECT_EQ(event.kind == simulation::PendingEvent::Kind::appeared, first)
         << "a disk appears before it changes";
   }
   return order;

@@ -101,7 +101,7 @@ TEST_F(SimulatedMachine, WhoAsksASlowVolumeWaitsWhileOthersGoOnAndAHangingOneSto
   machine.runUntilIdle();
   EXPECT_EQ(order, "other answered later");
   EXPECT_EQ(machine.now(), 30s);
-  machine.setAnswerTime(share, testing::SimulatedPlatform::kNever);
+  machine.setAnswerTime(share, simulation::SimulatedPlatform::kNever);
   EXPECT_EQ(platform.files().itemKind("/mnt/local"), ItemKind::file);
   EXPECT_EQ(platform.volumes().volumeURL(URL::fileURLWithPath("/mnt/share", true))->path(), "/mnt/share");
   asking->async([&] { platform.extendedAttributes().get("/mnt/share/file", "a"); });
@@ -140,8 +140,8 @@ TEST_F(SimulatedMachine, StatisticsHaveANewGenerationWhenPlacesChangeAndNotWhenC
 }
 
 TEST_F(SimulatedMachine, WrongUseStopsTheProcess) {
-  EXPECT_DEATH(testing::SimulatedPlatform::install(), "installed once");
-  const testing::DiskId unknown{99};
+  EXPECT_DEATH(simulation::SimulatedPlatform::install(), "installed once");
+  const simulation::DiskId unknown{99};
   EXPECT_DEATH(machine.unmount(unknown), "no disk 99");
   EXPECT_DEATH(machine.vanishWhileDescribed(unknown), "no disk 99");
   EXPECT_DEATH(machine.setMediaPath(unknown, "/disk"), "no disk 99");

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Seeds and virtual time; what every backend's queues do is in tests/contract.
-#include <thread>
-
 #include "platform/simulated/Scheduler.h"
 #include "platform/simulated/SimulatedMachine.h"
+#include "support/Testing.h"
 
 namespace kmv {
 namespace {

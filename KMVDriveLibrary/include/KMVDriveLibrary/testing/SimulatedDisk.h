@@ -9,7 +9,7 @@
 #include <optional>
 #include <string>
 
-namespace kmv::testing {
+namespace kmv::simulation {
 
 /// Identifies a disk of the simulated machine; never reused.
 enum class DiskId : std::uint64_t {};
@@ -47,4 +47,4 @@ struct SimulatedPathVolume {
   DescriptionChanges description = {};   ///< applied last: overrides or removes any entry
 };
 
-}  // namespace kmv::testing
+}  // namespace kmv::simulation

@@ -10,7 +10,7 @@
 #include <set>
 #include <string>
 
-namespace kmv::testing {
+namespace kmv::simulation {
 
 /// The faults that are armed and have not struck yet. Hosts do not use it: they arm faults with the verbs of
 /// `SimulatedFaults`; the part of the machine that a fault is about takes it from here.
@@ -81,4 +81,4 @@ class SimulatedFaults {
   ArmedFaults armed_;
 };
 
-}  // namespace kmv::testing
+}  // namespace kmv::simulation

@@ -17,7 +17,7 @@
 #include <utility>
 #include <vector>
 
-namespace kmv::testing {
+namespace kmv::simulation {
 
 /// What a program did.
 struct SimulatedRun {
@@ -181,4 +181,4 @@ class SimulatedPlatform : public SimulatedFaults {
   ~SimulatedPlatform() = default;
 };
 
-}  // namespace kmv::testing
+}  // namespace kmv::simulation

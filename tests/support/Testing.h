@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: MIT
+// What nearly every test needs: the test framework, the library as hosts see it, the standard library and POSIX. It is
+// precompiled once for all test programs, so a test includes it instead of a list of its own.
+#pragma once
+
+#include <KMVDriveLibrary/Degradation.h>
+#include <KMVDriveLibrary/DescriptionKeys.h>
+#include <KMVDriveLibrary/DissentStatus.h>
+#include <KMVDriveLibrary/KMVDriveLibrary.h>
+#include <KMVDriveLibrary/host/OrvaneLogging.h>
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cctype>
+#include <cerrno>
+#include <chrono>
+#include <cmath>
+#include <csignal>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <deque>
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <future>
+#include <initializer_list>
+#include <iostream>
+#include <iterator>
+#include <limits>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <numeric>
+#include <optional>
+#include <ostream>
+#include <random>
+#include <set>
+#include <shared_mutex>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <thread>
+#include <tuple>
+#include <type_traits>
+#include <utility>
+#include <vector>
