@@ -14,6 +14,11 @@ void OrvaneLog::setSink(Sink sink) {
   sink_.swap(shared);
 }
 
+bool OrvaneLog::hasSink() const {
+  const kmv::MutexLock lock(mutex_);
+  return sink_ != nullptr;
+}
+
 void OrvaneLog::log(Level level, std::string_view line) const {
   std::shared_ptr<const Sink> sink;
   {

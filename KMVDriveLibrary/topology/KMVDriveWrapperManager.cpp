@@ -26,6 +26,8 @@ std::string textOrNil(const std::optional<kmv::Value>& value) {
 void logRejection(const kmv::Dictionary& contents, const std::optional<kmv::Value>& name,
                   const std::optional<kmv::Value>& unit) {
   const OrvaneLog& log = OrvaneLog::defaultLog();
+  if (!log.hasSink())
+    return;  // every volume without a device comes here, and a real number's text is slow to make
   log.logDebug("KMV-Could not find either name '" + textOrNil(name) + "' or unit '" + textOrNil(unit) + "'");
   log.logDebug("KMV-RejectedDriveInfo");
   for (const auto& [key, value] : contents)

@@ -26,6 +26,8 @@ class KMV_EXPORT OrvaneLog {
   /// Replaces the sink; an empty one drops lines again.
   /// A line that another thread is logging may still reach the old sink.
   void setSink(Sink sink);
+  /// Whether anybody hears the lines, so that lines that cost much to make need not be made.
+  bool hasSink() const;
 
   /// Selector: logDebug:
   void logDebug(std::string_view line) const;

@@ -26,14 +26,13 @@ void LinuxMainQueue::async(Task task) {
 /// The descriptor is kept readable exactly while tasks are pending and nobody drains them: one write a batch.
 void LinuxMainQueue::append(Entry entry) {
   refuseInForkedChild("a task was queued");
-  MutexLock lock(mutex_);
-  entries_.push_back(std::move(entry));
-  if (entries_.size() > 1) return;
-  if (hasMainThread_) {
-    wake_.notifyOne();
-  } else {
-    makeReadable();
+  {
+    const MutexLock lock(mutex_);
+    entries_.push_back(std::move(entry));
+    if (entries_.size() > 1) return;
+    if (!hasMainThread_) return makeReadable();
   }
+  wake_.notifyOne();  // with the mutex released, or the woken thread would wait for it at once
 }
 
 void LinuxMainQueue::sync(TaskReference task) {

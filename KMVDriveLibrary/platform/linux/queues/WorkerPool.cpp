@@ -73,14 +73,15 @@ bool WorkerPool::needsWorkers() const {
 /// Sees to it that there are as many idle workers as work may be taken; false when the system has no thread
 /// left.
 bool WorkerPool::provideWorker() {
+  bool needsThread = false, needsWake = false;
   {
     const MutexLock lock(mutex_);
-    if (!needsWorkers()) {
-      if (startableLine() != nullptr) workArrived_.notifyOne();
-      return true;
-    }
-    ++idle_;
+    needsThread = needsWorkers();
+    needsWake = !needsThread && startableLine() != nullptr;
+    if (needsThread) ++idle_;
   }
+  if (needsWake) workArrived_.notifyOne();  // with the mutex released: the woken thread needs it
+  if (!needsThread) return true;
   if (startDetachedThread("kmv-worker", workerBody, this)) return true;
   const MutexLock lock(mutex_);
   --idle_;
