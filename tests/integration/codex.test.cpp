@@ -180,7 +180,7 @@ TEST_F(CodexStory, AServerThatHangsOrDiesKeepsNobodyWaitingButWhoAsksAboutIt) {
     EXPECT_EQ(**answer, watched);
   }
 
-  healthy.kill();
+  healthy.end();
   EXPECT_TRUE(wrapper->vfsIsReady()) << "what is built is not asked again";
   EXPECT_EQ(wrapper->getFileSizeOfItem(urlOf(point)), 0);
   EXPECT_EQ(wrapper->vfsFileAttributes(), std::nullopt);
@@ -195,7 +195,7 @@ TEST_F(CodexStory, AWalkOutlivesItsServer) {
   std::atomic<std::int64_t> size{-1};
   std::thread walk([&] { size = wrapper->getFileSizeOfItem(urlOf(point)); });
   ASSERT_TRUE(eventually([&] { return requests() > 500; }));
-  server.kill();
+  server.end();
   walk.join();
   EXPECT_GT(size, 0);
   EXPECT_LT(size, 40'000 * 1000) << "what was seen up to then";

@@ -50,17 +50,14 @@ class Registry {
   std::vector<Heard> heard;
 
  private:
-  void listen(std::string_view name, std::string shortName) {
-    registrations_.push_back(NotificationCenter::defaultCenter().addObserver(name, [this,
-                                                                                    shortName =
-                                                                                        std::move(shortName)](
-                                                                                       const Notification&
-                                                                                           notification) {
-      const auto contents = notification.object.dictionary();
+  void listen(std::string_view name, const std::string& word) {
+    const auto hear = [this, word](const Notification& news) {
+      const auto contents = news.object.dictionary();
       const URL* url = contents->url(kDiskURLKey);
-      heard.push_back({shortName, url ? url->path() : "", machine.currentQueueLabel(), notification.object});
+      heard.push_back({word, url ? url->path() : "", machine.currentQueueLabel(), news.object});
       fresh_.push_back(heard.back());
-    }));
+    };
+    registrations_.push_back(NotificationCenter::defaultCenter().addObserver(name, hear));
   }
 
   std::vector<NotificationCenter::Registration> registrations_;

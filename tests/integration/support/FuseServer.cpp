@@ -3,7 +3,6 @@
 
 #include <sys/mount.h>
 
-#include "integration/support/Namespace.h"
 #include "support/Testing.h"
 
 namespace kmv::integration {
@@ -17,11 +16,12 @@ char stateOf(pid_t process) {
   return name == std::string::npos || name + 2 >= text.size() ? '?' : text[name + 2];
 }
 
+/// True once the server answers: it then stands for another device than the folder around it.
 bool isMounted(const std::string& point) {
-  const auto table = readMountTable();
-  return std::any_of(table.begin(), table.end(), [&](const MountLine& line) {
-    return line.point == point && line.kind.starts_with("fuse");
-  });
+  struct stat own {
+  }, around{};
+  return stat(point.c_str(), &own) == 0 && stat((point + "/..").c_str(), &around) == 0 &&
+         own.st_dev != around.st_dev;
 }
 
 }  // namespace
@@ -36,13 +36,12 @@ FuseServer::FuseServer(std::string point, const test::Process::Words& words)
 }
 
 FuseServer::~FuseServer() {
-  process_.signal(SIGKILL);
-  process_.exitCode();
-  if (isMounted(point_)) umount2(point_.c_str(), MNT_DETACH | UMOUNT_NOFOLLOW);
+  end(SIGKILL);
+  umount2(point_.c_str(), MNT_DETACH | UMOUNT_NOFOLLOW);
 }
 
-void FuseServer::kill() {
-  process_.signal(SIGKILL);
+void FuseServer::end(int number) {
+  process_.signal(number);
   process_.exitCode();
 }
 
@@ -50,15 +49,6 @@ void FuseServer::stop() {
   process_.signal(SIGSTOP);
   if (!test::eventually([this] { return stateOf(process_.id()) == 'T'; }))
     throw std::runtime_error("the server runs on");
-}
-
-void FuseServer::resume() {
-  process_.signal(SIGCONT);
-}
-
-void FuseServer::terminate() {
-  process_.signal(SIGTERM);
-  process_.exitCode();
 }
 
 }  // namespace kmv::integration

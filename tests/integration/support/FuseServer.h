@@ -20,13 +20,11 @@ class FuseServer {
   FuseServer(const FuseServer&) = delete;
   FuseServer& operator=(const FuseServer&) = delete;
 
-  /// Ends the server without a chance to unmount: a dead mount stays.
-  void kill();
+  /// Killed, it has no chance to unmount: a dead mount stays. Terminated, it unmounts.
+  void end(int number = SIGKILL);
   /// It answers nothing until `resume`. Returns when it has stopped.
   void stop();
-  void resume();
-  /// It unmounts and ends.
-  void terminate();
+  void resume() { process_.signal(SIGCONT); }
 
  private:
   std::string point_;

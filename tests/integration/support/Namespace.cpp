@@ -22,19 +22,6 @@ void writeFile(const char* path, const std::string& text) {
   check(static_cast<bool>(file), path);
 }
 
-std::string decodeOctal(const std::string& text) {
-  std::string bytes;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    if (text[i] == '\\' && i + 3 < text.size()) {
-      bytes += static_cast<char>(std::stoi(text.substr(i + 1, 3), nullptr, 8));
-      i += 3;
-    } else {
-      bytes += text[i];
-    }
-  }
-  return bytes;
-}
-
 /// A folder that is there already and holds nothing that the tests use: whatever becomes of a test, nothing
 /// is left of it.
 std::string folderToCover() {
@@ -117,49 +104,13 @@ Namespace::Namespace(As who) {
 }
 
 Namespace::~Namespace() {
-  auto table = readMountTable();
-  std::reverse(table.begin(), table.end());
-  for (const MountLine& line : table) {
-    if (line.point == scratch_ || line.point.starts_with(scratch_ + "/")) {
-      umount2(line.point.c_str(), MNT_DETACH | UMOUNT_NOFOLLOW);
-    }
-  }
+  umount2(scratch_.c_str(), MNT_DETACH | UMOUNT_NOFOLLOW);  // with everything below
 }
 
 std::string Namespace::folder(const std::string& name) const {
   const std::string whole = path(name);
   check(mkdir(whole.c_str(), 0755) == 0, whole);
   return whole;
-}
-
-std::vector<MountLine> readMountTable() {
-  std::vector<MountLine> table;
-  std::ifstream file("/proc/self/mountinfo");
-  for (std::string line; std::getline(file, line);) {
-    std::vector<std::string> fields;
-    std::size_t from = 0;
-    for (std::size_t to = 0; (to = line.find(' ', from)) != std::string::npos; from = to + 1) {
-      fields.push_back(line.substr(from, to - from));
-    }
-    fields.push_back(line.substr(from));
-    const auto dash = std::find(fields.begin(), fields.end(), "-");
-    if (fields.end() - dash < 3) continue;
-    table.push_back(
-        {fields[2], decodeOctal(fields[3]), decodeOctal(fields[4]), dash[1], decodeOctal(dash[2])});
-  }
-  return table;
-}
-
-std::vector<std::string> volumePointsBelow(const std::string& folder) {
-  std::vector<std::string> points;
-  std::set<std::pair<std::string, std::string>> seen;
-  for (const MountLine& line : readMountTable()) {
-    const bool isVolume = line.source.starts_with("/dev/") || line.kind.starts_with("fuse");
-    if (!isVolume || !line.point.starts_with(folder + "/")) continue;
-    if (seen.insert({line.device, line.root}).second) points.push_back(line.point);
-  }
-  std::sort(points.begin(), points.end());
-  return points;
 }
 
 void mountVolume(const std::string& source, const std::string& point, const std::string& kind,

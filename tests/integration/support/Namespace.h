@@ -36,17 +36,6 @@ class Namespace {
   std::string scratch_;
 };
 
-/// One line of /proc/self/mountinfo, read here without the library's help.
-struct MountLine {
-  std::string device, root, point, kind, source;
-};
-std::vector<MountLine> readMountTable();
-
-/// The mount points below `folder` at which one of `readMountTable` shows a file system with a device or
-/// server of its own, each file system at the oldest of its mounts, in ascending order. For tables without
-/// mounts on top of others.
-std::vector<std::string> volumePointsBelow(const std::string& folder);
-
 /// Some machines keep FUSE for root; in this mount namespace everybody has it from now on.
 void openFuseToEveryone();
 

@@ -42,7 +42,8 @@ class Observer {
   /// No drive was announced twice without having gone; a gtest failure otherwise.
   void expectAlternation() const;
 
-  /// Compares the registry's drives with the mount table; a gtest failure where they differ.
+  /// Compares the registry's drives with the mounted devices, none of which may be mounted twice; a gtest failure where
+  /// they differ.
   void compareWithMountTable();
 
  private:

@@ -52,7 +52,6 @@ class Watch {
     if (event.at("event") == "activity") activity_.update(event.at("drives"));
     return activity_;
   }
-  const json& activity() const { return activity_; }
   Process& process() { return process_; }
   /// Asks it to end, and reads what it still says.
   void stop() {

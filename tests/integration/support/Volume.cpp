@@ -97,11 +97,6 @@ std::string makeImage(const std::string& path, const std::string& kind, const st
   return path;
 }
 
-std::string copyImage(const std::string& image, const std::string& path) {
-  std::filesystem::copy_file(image, path);
-  return path;
-}
-
 std::string missingForImages(const std::string& kind) {
   return test::isInstalled("mkfs." + kind) ? "" : "needs mkfs." + kind;
 }

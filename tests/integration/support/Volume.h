@@ -37,9 +37,6 @@ class LoopDevice {
 /// new UUID. A program of e2fsprogs, xfsprogs or btrfs-progs makes it. Failure: throws std::runtime_error.
 std::string makeImage(const std::string& path, const std::string& kind, const std::string& label);
 
-/// A byte for byte copy of an image, UUID included.
-std::string copyImage(const std::string& image, const std::string& path);
-
 /// The program that `makeImage` needs for this kind; for a reason to skip.
 std::string missingForImages(const std::string& kind);
 
