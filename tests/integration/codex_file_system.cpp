@@ -6,8 +6,7 @@
 // Folders "d00000" with files "f00000" each, besides the odd files of "clips". What the kernel may keep, it
 // keeps for `keeps` seconds, none at all by default. Each attribute takes `delay`. It is mounted as "fuse.NAME",
 // by default as a Codex volume. Attributes of the top tell and change it: "user.requests" counts,
-// "user.document" is the state document. Setting "user.size" of a file changes the size that it reports. Ends
-// with its parent.
+// "user.document" is the state document. Ends with its parent.
 #define FUSE_USE_VERSION 31
 #include <fuse.h>
 #include <signal.h>
@@ -185,16 +184,11 @@ int getAttribute(const char* path, const char* name, char* buffer, std::size_t s
 
 int setAttribute(const char* path, const char* name, const char* bytes, std::size_t size, int) {
   ++requests;
-  const std::string_view attribute(name);
-  const std::string value(bytes, size);
+  if (path != std::string_view("/") || name != std::string_view("user.document")) return -EROFS;
   const std::unique_lock lock(mutex);
-  if (path == std::string_view("/") && attribute == "user.document") {
-    nodes.at("/.codexvfs").content = value;
-    nodes.at("/.codexvfs").size = value.size();
-    return 0;
-  }
-  if (attribute != "user.size") return -EROFS;
-  nodes.at(path).size = std::strtoull(value.c_str(), nullptr, 10);
+  Node& document = nodes.at("/.codexvfs");
+  document.content.assign(bytes, size);
+  document.size = size;
   return 0;
 }
 

@@ -1,19 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "support/Process.h"
 
-#include <fcntl.h>
-#include <poll.h>
-#include <signal.h>
 #include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstdlib>
-#include <fstream>
-#include <sstream>
-#include <system_error>
-#include <thread>
 
 extern char** environ;
 
@@ -74,10 +62,6 @@ Process::~Process() {
   errors_.close();
 }
 
-void Process::signal(int number) const {
-  ::kill(id_, number);
-}
-
 void Process::Stream::close() {
   if (descriptor >= 0) ::close(std::exchange(descriptor, -1));
 }
@@ -106,18 +90,6 @@ std::optional<std::string> Process::readLine(std::chrono::milliseconds limit) {
   std::string line = text.substr(0, end);
   text.erase(0, end + 1);
   return line;
-}
-
-std::string Process::readAll() {
-  return output_.readAll();
-}
-
-std::string Process::readErrors() {
-  return errors_.readAll();
-}
-
-void Process::closeOutput() {
-  output_.close();
 }
 
 unsigned long long Process::caughtSignals() const {
@@ -157,10 +129,6 @@ bool isInstalled(const std::string& program) {
     if (access((folder + "/" + program).c_str(), X_OK) == 0) return true;
   }
   return false;
-}
-
-void shortPause() {
-  std::this_thread::sleep_for(std::chrono::milliseconds(2));
 }
 
 }  // namespace kmv::test

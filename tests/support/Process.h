@@ -1,13 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <sys/types.h>
-
-#include <chrono>
-#include <optional>
-#include <string>
-#include <utility>
-#include <vector>
+#include "support/Testing.h"
 
 namespace kmv::test {
 
@@ -15,7 +9,14 @@ inline constexpr std::chrono::seconds kPatience{20};  // for whatever must happe
 
 /// Polls `condition` until it holds; false when it does not within `kPatience`.
 template <typename Condition>
-bool eventually(Condition condition);
+bool eventually(Condition condition) {
+  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  return true;
+}
 
 /// A child process with its output at the end of a pipe. Killed at the end of its lifetime if it still runs.
 class Process {
@@ -32,16 +33,16 @@ class Process {
   Process& operator=(const Process&) = delete;
 
   pid_t id() const { return id_; }
-  void signal(int number) const;
+  void signal(int number) const { kill(id_, number); }
 
   /// The next line of output without its line feed; none when it does not come in time or the output ends.
   std::optional<std::string> readLine(std::chrono::milliseconds limit = kPatience);
   /// The output up to its end.
-  std::string readAll();
+  std::string readAll() { return output_.readAll(); }
   /// The reader goes away.
-  void closeOutput();
+  void closeOutput() { output_.close(); }
   /// stderr up to its end; empty unless it is kept.
-  std::string readErrors();
+  std::string readErrors() { return errors_.readAll(); }
 
   /// Waits until the program has a handler of its own for `number`: from then on it can be asked to end.
   bool waitUntilItHandles(int number) const;
@@ -80,17 +81,5 @@ Ran run(Process::Words words, const Process::Words& environment = {},
 
 /// True when a program of this name stands in PATH.
 bool isInstalled(const std::string& program);
-
-void shortPause();
-
-template <typename Condition>
-bool eventually(Condition condition) {
-  const auto deadline = std::chrono::steady_clock::now() + kPatience;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    shortPause();
-  }
-  return true;
-}
 
 }  // namespace kmv::test
