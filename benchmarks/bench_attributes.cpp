@@ -22,8 +22,6 @@
 
 #include "platform/Platform.h"
 
-extern char** environ;  // NOLINT(readability-redundant-declaration)
-
 namespace {
 
 constexpr int kRounds = 15;

@@ -34,8 +34,6 @@
 #include <unordered_map>
 #include <vector>
 
-extern char** environ;  // NOLINT(readability-redundant-declaration)
-
 namespace {
 
 constexpr char kAttribute[] = "user.codex.estimatedHDESize";

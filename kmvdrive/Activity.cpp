@@ -41,7 +41,7 @@ std::shared_ptr<Object> diskOf(const Dictionary& drive) {
 }
 
 std::string rateText(double rate) {
-  return sizeText(static_cast<std::int64_t>(std::min(rate, 9e18))) + "/s";
+  return sizeText(static_cast<std::uint64_t>(std::min(rate, 1.8e19))) + "/s";
 }
 
 /// A bar of at most `kBarWidth` columns, in eighths of one.

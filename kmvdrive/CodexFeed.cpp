@@ -91,7 +91,7 @@ void CodexFeed::ask(const Dictionary& drive) {
 
 std::string codexText(const CodexStatus& status) {
   if (!status.isBuilt) return "initialising";
-  return status.size ? "built, " + sizeText(*status.size) : "built";
+  return status.size ? "built, " + sizeText(static_cast<std::uint64_t>(*status.size)) : "built";
 }
 
 JSON jsonOfCodexVolume(const CodexStatus& status) {

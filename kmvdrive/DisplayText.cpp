@@ -124,7 +124,7 @@ std::string_view clippedText(std::string_view text, std::size_t columns) {
   return text.substr(0, end);
 }
 
-std::string sizeText(std::int64_t bytes) {
+std::string sizeText(std::uint64_t bytes) {
   constexpr const char* kUnits[] = {"B", "kB", "MB", "GB", "TB", "PB", "EB"};
   auto amount = static_cast<double>(bytes);
   std::size_t unit = 0;

@@ -24,7 +24,7 @@ std::size_t displayWidth(std::string_view text);
 std::string_view clippedText(std::string_view text, std::size_t columns);
 
 /// A number of bytes for people, in powers of 1000 as drives are sold: "512 B", "1.5 GB", "16 TB".
-std::string sizeText(std::int64_t bytes);
+std::string sizeText(std::uint64_t bytes);
 
 /// How text for people looks: with colour on a terminal that wants it, else plain.
 class Style {

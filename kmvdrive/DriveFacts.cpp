@@ -29,8 +29,8 @@ JSON textOrNone(const Dictionary& drive, std::string_view key) {
 
 std::string sizeCell(const Dictionary& drive, std::string_view key) {
   const Value* size = drive.find(key);
-  if (size == nullptr || !size->isNumber() || size->integerValue() < 0) return {};
-  return sizeText(size->integerValue());
+  if (size == nullptr || !size->isNumber() || size->doubleValue() < 0) return {};
+  return sizeText(size->unsignedValue());
 }
 
 /// The identity that the registry gave the drive; what is not mounted has only the UUID of the volume.
@@ -61,7 +61,7 @@ const Print kReal{[](const Dictionary& drive, std::string_view key) {
                   nullptr, Table::Align::right};
 const Print kBytes{[](const Dictionary& drive, std::string_view key) {
                      const Value* size = drive.find(key);
-                     return size == nullptr ? JSON() : JSON(size->integerValue());
+                     return size == nullptr ? JSON() : jsonOfInteger(*size);
                    },
                    sizeCell, Table::Align::right};
 

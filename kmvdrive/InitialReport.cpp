@@ -15,6 +15,8 @@
 #include <string>
 #include <utility>
 
+#include "kmvdrive/DisplayText.h"
+
 namespace kmv::tool {
 namespace {
 
@@ -23,7 +25,9 @@ using Clock = EventLoop::Clock;
 // Long enough for a disk that has to be probed to be known, also on a busy machine: with half of this, one
 // list in ten missed a disk that had just been unmounted.
 constexpr std::chrono::milliseconds kQuietPeriod{200};
-constexpr std::chrono::seconds kLimit{3};
+// The library holds a disk back for five seconds at most while its signature is read, and then announces it
+// without; one more second for what follows.
+constexpr std::chrono::seconds kLimit{6};
 
 /// What has happened so far; touched on the main thread only.
 struct Progress {
@@ -89,12 +93,24 @@ class InitialReport {
   /// before its registration stays on the list for ever.
   bool isAwaiting() const {
     const auto unregistered = arbiter_.disksAlreadyMountedAtInit()->snapshot();
-    return std::any_of(unregistered.begin(), unregistered.end(), [this](const URL& url) {
-      return arbiter_.forceReadDetailsOfDriveMountedAtPath(url.path()) != nullptr;
-    });
+    return std::any_of(unregistered.begin(), unregistered.end(),
+                       [this](const URL& url) { return isMounted(url); });
+  }
+
+  /// The mount points of these volumes, for a line of text.
+  std::string awaited() const {
+    std::string points;
+    for (const URL& url : arbiter_.disksAlreadyMountedAtInit()->snapshot()) {
+      if (isMounted(url)) points += (points.empty() ? "" : ", ") + visibleText(url.path());
+    }
+    return points;
   }
 
  private:
+  bool isMounted(const URL& url) const {
+    return arbiter_.forceReadDetailsOfDriveMountedAtPath(url.path()) != nullptr;
+  }
+
   /// While a fence is in flight only news can help.
   Clock::time_point nextLook() const { return fenceInFlight_ ? limit_ : std::min(limit_, quietUntil_); }
 
@@ -136,8 +152,8 @@ class InitialReport {
 bool awaitInitialReport(EventLoop& loop) {
   InitialReport report(loop);
   if (!report.await()) return false;
-  if (report.isAwaiting())
-    std::fputs("kmvdrive: some mounted volumes could not be identified in time\n", stderr);
+  if (const std::string awaited = report.awaited(); !awaited.empty())
+    std::fprintf(stderr, "kmvdrive: not identified in time: %s\n", awaited.c_str());
   warnOfDegradations();
   return true;
 }

@@ -149,7 +149,7 @@ JSON jsonOfPart(const StoragePart& part) {
          {std::pair("name", "volumeName"), std::pair("kind", "kind"), std::pair("uuid", "uuid")}) {
       if (facts.contains(key)) object[jsonKey] = facts[key];
     }
-    if (const Value* size = part.drives.front()->find(key::kMediaSize)) object["size"] = size->integerValue();
+    if (const Value* size = part.drives.front()->find(key::kMediaSize)) object["size"] = jsonOfInteger(*size);
   }
   object["mountPoints"] = JSON::array();
   for (const auto& drive : part.drives) {
@@ -220,7 +220,8 @@ Line lineOf(const StorageDisk& disk) {
     below += (below.empty() ? "on " : ", ") + physical.name;
   }
   Line line{joined({disk.name.empty() ? "disk " + disk.unit.description() : disk.name,
-                    disk.bytes ? sizeText(*disk.bytes) : std::string(), disk.model, below})};
+                    disk.bytes ? sizeText(static_cast<std::uint64_t>(*disk.bytes)) : std::string(),
+                    disk.model, below})};
   for (const StoragePart& partition : disk.partitions) line.below.push_back(lineOf(partition));
   for (const StorageContainer& container : disk.containers) {
     line.below.push_back({joined({container.name, "container"})});

@@ -62,12 +62,16 @@ JSON jsonOfArray(const Array& values) {
 
 }  // namespace
 
+JSON jsonOfInteger(const Value& number) {
+  return number.integerValue() < 0 ? JSON(number.integerValue()) : JSON(number.unsignedValue());
+}
+
 JSON jsonOf(const Value& value) {
   switch (value.kind()) {
     case Value::Kind::boolean:
       return value.boolValue();
     case Value::Kind::integer:
-      return value.integerValue() < 0 ? JSON(value.integerValue()) : JSON(value.unsignedValue());
+      return jsonOfInteger(value);
     case Value::Kind::real:
       return value.doubleValue();
     case Value::Kind::date:

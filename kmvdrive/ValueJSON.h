@@ -16,6 +16,9 @@ using JSON = nlohmann::ordered_json;
 /// description.
 JSON jsonOf(const Value& value);
 
+/// The number as an integer of 64 bits, with a sign or above the signed range; 0 for what is no number.
+JSON jsonOfInteger(const Value& number);
+
 /// `document` on one line, ended by a line feed. Always valid JSON and plain ASCII, so that no name can drive
 /// a terminal: other characters are escaped, and bytes that are not valid UTF-8 become U+FFFD ("url" still
 /// has them, percent-encoded).

@@ -26,6 +26,7 @@ class Soak : public RegistryTest {
   void round() {
     const DiskId card = plugIn("Card", "/Volumes/Card");
     settle();
+    machine.writeFile("/Volumes/Card/kept.mov", "bytes");  // which goes with the card
     lookUp(file("/Volumes/Card/clip.mov"), folder("/Volumes/Card"));
     command();
     change(card);
@@ -210,7 +211,10 @@ class Soak : public RegistryTest {
     const auto named = NotificationCenter::defaultCenter().addObserver("soak", [](const auto&) {});
     const auto all = NotificationCenter::defaultCenter().addObserver(std::nullopt, [](const auto&) {});
     NotificationCenter::defaultCenter().post({"soak", {}, nullptr});
-    plugInAndOut();
+    const DiskId disk = plugIn("Listened", "/Volumes/Listened");
+    settle();
+    machine.unplug(disk);
+    settle();
     arbiter.removeAdditionalInformationListener(listener);
     const auto queue = makeSerialQueue("soak");
     queue->async([] {});
@@ -218,13 +222,6 @@ class Soak : public RegistryTest {
     mainQueue().after(std::chrono::milliseconds(1), [] {});
     machine.advance(std::chrono::milliseconds(1));
     KMVDriveWrapperManager().addInformationAboutDiskDictionary(std::make_shared<DriveDictionary>());
-  }
-
-  void plugInAndOut() {
-    const DiskId disk = plugIn("Listened", "/Volumes/Listened");
-    settle();
-    machine.unplug(disk);
-    settle();
   }
 
   std::uint64_t bytes_ = 0;

@@ -165,7 +165,7 @@ TEST_F(FuseStory, APlainUserIsToldThatTheRightIsMissingButTakesAnOwnFuseMountAwa
   EXPECT_TRUE(isMounted(point));
   EXPECT_EQ(blkidValue(card.node(), "LABEL"), "Card");
 
-  if (!isInstalled("fusermount3")) GTEST_SKIP() << "the rest needs fusermount3";
+  if (!isInstalled("fusermount3")) GTEST_SKIP() << "needs fusermount3 for the rest";
   ASSERT_EQ(chown(own.c_str(), kNobody, kNobody), 0);
   openFuseToEveryone();
   const std::string program = copyProgram(KMV_CODEX_FILE_SYSTEM, space());

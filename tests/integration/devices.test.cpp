@@ -42,7 +42,7 @@ class DeviceStory : public VolumeStory {
 
 TEST_F(DeviceStory, ADiskAndAPartitionThatAreFormattedWhileAttachedAreListedAndMounted) {
   LoopDevice disk = newDisk();
-  if (!disk.addPartition(1, kMegabyte, 8 * kMegabyte)) GTEST_SKIP() << "no partitions on loop devices";
+  if (!disk.addPartition(1, kMegabyte, 8 * kMegabyte)) GTEST_SKIP() << "needs partitions on loop devices";
   const std::string partition = disk.name() + "p1";
   // Keeps the disk's own page cache alive, and what it remembers of the partition.
   const FileDescriptor other(open(disk.node().c_str(), O_RDONLY | O_CLOEXEC));
@@ -60,7 +60,7 @@ TEST_F(DeviceStory, ADiskAndAPartitionThatAreFormattedWhileAttachedAreListedAndM
 
 TEST_F(DeviceStory, AProbeOpensTheWholeDiskAloneAndNotWhileSomebodyHasLockedIt) {
   LoopDevice disk = newDisk();
-  if (!disk.addPartition(1, kMegabyte, 8 * kMegabyte)) GTEST_SKIP() << "no partitions on loop devices";
+  if (!disk.addPartition(1, kMegabyte, 8 * kMegabyte)) GTEST_SKIP() << "needs partitions on loop devices";
   format(disk.name() + "p1", "Card");
   LinuxOptions options;
   options.devRoot =

@@ -67,7 +67,7 @@ TEST_F(ToolStory, TheTreeShowsADiskWithItsPartitionsUntilItIsDetached) {
     const int place = *number - '0';
     const std::string node = disk.node() + "p" + number;
     if (!disk.addPartition(place, (32 * place - 31) * kMegabyte, 32 * kMegabyte))
-      GTEST_SKIP() << "needs a kernel with partitions on loop devices";
+      GTEST_SKIP() << "needs partitions on loop devices";
     ASSERT_TRUE(eventually([&] { return access(node.c_str(), R_OK) == 0; }));
     ASSERT_EQ(run({"mkfs.ext4", "-q", "-L", std::string("Part") + number, node}).exitCode, 0);
   }

@@ -82,6 +82,13 @@ TEST_F(ToolStory, WatchAsksNothingOfTheVolumesItWatches) {
   mountVolume(early.node(), first, "ext4");
   bindMount(first, space().folder("volumes/bound"));
 
+  // Longer than a listing waits when nothing is held back.
+  const char* const slow = "inject=openat:delay_enter=1000000";
+  const Ran listed = run({"strace", "-D", "-f", "-qq", "-o", "/dev/null", "-P", early.node(), "-e", slow,
+                          KMVDRIVE_PROGRAM, "list", "--json"},
+                         {"ASAN_OPTIONS=detect_leaks=0"}, Process::Errors::kept);
+  EXPECT_THAT(listed.errors + listed.output, AllOf(StartsWith("{"), HasSubstr(R"("name":"Early")")));
+
   const std::string trace = space().path("trace");
   // The leak sanitizer cannot do its work in a traced process.
   Watch watch(volumes, traced(trace, kmvdrive({"watch", "--json"})), {"ASAN_OPTIONS=detect_leaks=0"});
@@ -98,7 +105,6 @@ TEST_F(ToolStory, WatchAsksNothingOfTheVolumesItWatches) {
   }));
   watch.stop();  // then the trace is complete as well
   EXPECT_EQ(callsThatTouch(volumes, trace), std::vector<std::string>());
-  EXPECT_FALSE(callsThatTouch("/sys/", trace).empty()) << "the trace shows nothing";
 
   // The same look finds a call on a mount point, and one below it through a descriptor.
   const std::string other = space().path("other-trace");

@@ -21,7 +21,7 @@ Dictionary fullDrive() {
           {"DAVolumeUUID", kVolume},
           {"driveUUIDKey", "an identity"},
           {"DAMediaBSDName", "sda1"},
-          {"DAMediaSize", 32'000'000'000},
+          {"DAMediaSize", UINT64_MAX},
           {"DAMediaRemovableActual", true},
           {"DAMediaEjectable", true},
           {"DAVolumeNetwork", 1},  // any number has a truth
@@ -95,7 +95,7 @@ TEST(DriveFacts, ATableHasAColumnForEachFactThatPeopleCompare) {
   EXPECT_TRUE(headings(Columns::unmountedVerbose).starts_with(headings(Columns::unmounted)));
   EXPECT_THAT(
       driveCells(Columns::mounted, fullDrive()),
-      ElementsAre("new", "exfat", "32 GB", "/media/new\n", "an identity", "removable,ejectable,network"));
+      ElementsAre("new", "exfat", "18 EB", "/media/new\n", "an identity", "removable,ejectable,network"));
   EXPECT_THAT(driveCells(Columns::unmounted,
                          {{"DAMediaBSDName", "sdb"}, {"DAVolumeUUID", kVolume}, {"DAMediaSize", -1}}),
               ElementsAre("", "", "", "sdb", kVolume.string(), ""));
@@ -107,7 +107,7 @@ std::string shown(DriveEvent event, const Dictionary& drive, bool coloured = fal
 
 TEST(EventText, AnEventIsOneLine) {
   EXPECT_EQ(shown(DriveEvent::changed, fullDrive()),
-            "  changed  /media/new\\x0a (was /media/old)  \"new\"  exfat, 32 GB, sda1, "
+            "  changed  /media/new\\x0a (was /media/old)  \"new\"  exfat, 18 EB, sda1, "
             "removable,ejectable,network\n");
   const Dictionary card{{"DAVolumePath", URL::fileURLWithPath("/card", true)}, {"DAVolumeKind", "vfat"}};
   EXPECT_EQ(shown(DriveEvent::present, card, true), "  present  /card  vfat\n");

@@ -26,13 +26,13 @@ TEST(DisplayText, WidthsAndSizesAreWhatPeopleSee) {
   for (const auto& [text, width] : widths) EXPECT_EQ(displayWidth(text), width) << text;
   EXPECT_EQ(clippedText("aü界b", 3), "aü");
   EXPECT_EQ(clippedText("aü界b", 4), "aü界");
-  const std::pair<std::int64_t, const char*> sizes[] = {{0, "0 B"},
-                                                        {999, "999 B"},
-                                                        {1500, "1.5 kB"},
-                                                        {9'960'000, "10 MB"},
-                                                        {999'600, "1.0 MB"},  // never 1000 kB
-                                                        {16'000'000'000'000, "16 TB"},
-                                                        {std::numeric_limits<std::int64_t>::max(), "9.2 EB"}};
+  const std::pair<std::uint64_t, const char*> sizes[] = {{0, "0 B"},
+                                                         {999, "999 B"},
+                                                         {1500, "1.5 kB"},
+                                                         {9'960'000, "10 MB"},
+                                                         {999'600, "1.0 MB"},  // never 1000 kB
+                                                         {16'000'000'000'000, "16 TB"},
+                                                         {UINT64_MAX, "18 EB"}};
   for (const auto& [bytes, text] : sizes) EXPECT_EQ(sizeText(bytes), text);
 }
 

@@ -19,7 +19,7 @@ class TaskReference {
  public:
   template <typename F>
   requires(!std::is_same_v<std::remove_cvref_t<F>, TaskReference>)
-      // NOLINTNEXTLINE(google-explicit-constructor,bugprone-forwarding-reference-overload): callers pass a lambda
+      // NOLINTNEXTLINE(google-explicit-constructor,bugprone-forwarding-reference-overload): callers write `sync([&] {...})`, and `requires` leaves copies out
       TaskReference(F&& callable)
       : target_(const_cast<void*>(static_cast<const void*>(std::addressof(callable)))),
         call_([](void* target) { (*static_cast<std::remove_reference_t<F>*>(target))(); }) {}

@@ -14,7 +14,7 @@ namespace {
 /// The kernel counts without a sign, the platform's numbers have one.
 std::uint64_t countIn(const Dictionary& statistics, const char* key) {
   const Value* const count = statistics.find(key);
-  return count == nullptr ? 0 : static_cast<std::uint64_t>(count->integerValue());
+  return count == nullptr ? 0 : count->unsignedValue();
 }
 
 std::optional<DriverCounters> countersOf(const IOHandle& driver) {

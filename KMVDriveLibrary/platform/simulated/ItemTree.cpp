@@ -98,6 +98,10 @@ void ItemTree::mount(simulation::DiskId volume, const URL& mountPoint, std::stri
   mounts_.mount(volume, mountPoint, std::move(kind), resolve(path, Missing::isKept).value_or(path));
 }
 
+void ItemTree::forget(simulation::DiskId volume) {
+  std::erase_if(items_, [volume](const auto& item) { return item.first.first == volume; });
+}
+
 /// The place of an item; a link as the last component is not followed. None for a relative path and behind a
 /// loop of links.
 std::optional<Place> ItemTree::placeOfLinkItself(const std::string& path) const {

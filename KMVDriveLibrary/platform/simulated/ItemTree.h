@@ -22,6 +22,8 @@ class ItemTree {
 
   void mount(simulation::DiskId volume, const URL& mountPoint, std::string kind);
   void unmount(simulation::DiskId volume) { mounts_.unmount(volume); }
+  /// Drops the items of a volume that never comes back. REQUIRES: it is not mounted.
+  void forget(simulation::DiskId volume);
   const MountedVolumes& mounts() const { return mounts_; }
   std::vector<simulation::DiskId> takeAffectedVolumes() { return mounts_.takeAffected(); }
 

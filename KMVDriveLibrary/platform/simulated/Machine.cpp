@@ -122,6 +122,7 @@ void Machine::unplug(DiskId disk) {
   ioRegistry_.forget(disk);
   fileSystem_.setAnswerTime(disk, {});
   items().unmount(disk);
+  items().forget(disk);  // no disk gets its number again
   emitWithOthers(wasHidden ? std::nullopt
                            : std::optional(Event{Kind::disappeared, disk, std::move(last), {}}));
 }

@@ -126,8 +126,7 @@ void Scheduler::sync(const QueueStatePointer& queue, const TaskReference& task) 
     fatal("deadlock: a task of queue \"" + currentQueueLabel() + "\" waits for queue \"" + queue->label +
           "\", which waits for that task");
   }
-  // `queue` may refer into the last handle, which the task may drop: the copy is needed.
-  // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): see above
+  // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): the task may drop the handle that `queue` is in
   const QueueStatePointer held = queue;
   for (auto earlier = held->tasks.size(); earlier > 0; --earlier) runFirst(held);
   const Running running(*this, *held, false);
