@@ -53,7 +53,7 @@ class ModelBench {
   /// file system without a device, or "btrfs:/root" on sda.
   /// "KIND=source" names another source.
   ///   plug NAME [MEDIUM]   insert NAME [MEDIUM] (nobody hears of it)   unplug NAME
-  ///   mount ID WHAT POINT [PARENT]   umount ID   move ID POINT   replace ID ID2 WHAT POINT (in one difference)
+  ///   mount ID WHAT POINT [PARENT]   umount ID   replace ID ID2 WHAT POINT (in one difference)
   void does(const std::string& steps) {
     std::istringstream all(steps);
     for (std::string step; std::getline(all >> std::ws, step, ';');) doOne(step);
@@ -122,10 +122,6 @@ class ModelBench {
     if (verb != "mount") {
       words >> id;
       delta.detached = {mounts_.at(id)};
-    }
-    if (verb == "move") {
-      delta.attached = delta.detached;
-      words >> delta.attached.front().point;
     }
     if (verb == "mount" || verb == "replace") delta.attached = {mountOf(words)};
     if (id != 0) mounts_.erase(id);

@@ -176,8 +176,6 @@ TEST(Machines, AMountWithoutDeviceIsNamedAfterItsPoint) {
   EXPECT_EQ(*share.text(key::kVolumeName), "Set 4");
   EXPECT_EQ(share.boolValue(key::kVolumeNetwork), true);
   EXPECT_EQ(share.boolValue(key::kVolumeMountable), true);
-  EXPECT_FALSE(share.contains(key::kMediaBSDName));
-  EXPECT_FALSE(share.contains(key::kVolumeUUID));
 }
 
 /// Which mounts of a table are drives. Each verdict: rule or "-", then the point.

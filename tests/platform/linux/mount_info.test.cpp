@@ -79,14 +79,6 @@ class MountTables : public ::testing::Test {
   std::vector<MountEntry> table_;
 };
 
-TEST_F(MountTables, TellWhatCameAndWhatWent) {
-  EXPECT_THAT(points(next(line(1, "/") + line(2, "/a") + line(3, "/b")).attached),
-              ElementsAre("/", "/a", "/b"));
-  const MountDelta delta = next(line(1, "/") + line(3, "/b") + line(4, "/c"));
-  EXPECT_THAT(points(delta.detached), ElementsAre("/a"));
-  EXPECT_THAT(points(delta.attached), ElementsAre("/c"));
-}
-
 TEST_F(MountTables, IgnoreARemountButNotAReusedId) {
   next(line(1, "/") + line(2, "/a"));
   EXPECT_TRUE(next(line(1, "/") + line(2, "/a", "ro - ext4 /dev/sda1 ro")).empty());
