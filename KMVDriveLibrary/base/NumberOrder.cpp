@@ -4,7 +4,6 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
-#include <utility>
 
 namespace kmv {
 namespace {
@@ -38,8 +37,10 @@ int compare(const Value& value, double real) {
 
 bool NumberOrder::operator()(const Value& a, const Value& b) const {
   // Those above the signed range have its end in common, and their unsigned values apart.
-  if (isInteger(a) && isInteger(b))
-    return std::pair(a.integerValue(), a.unsignedValue()) < std::pair(b.integerValue(), b.unsignedValue());
+  if (isInteger(a) && isInteger(b)) {
+    const std::int64_t left = a.integerValue(), right = b.integerValue();
+    return left != right ? left < right : a.unsignedValue() < b.unsignedValue();
+  }
   const double left = realOf(a), right = realOf(b);
   if (std::isnan(left) || std::isnan(right)) return !std::isnan(left);
   if (isInteger(a)) return compare(a, right) < 0;
