@@ -36,6 +36,7 @@ struct Listing {
   MountedDictionaries drives;
   KMVDiskArbiter::UnmountedDictionaries unmounted;
   std::vector<HiddenMount> hidden;
+  MountEvents events;                                       // with `--verbose`
   std::optional<std::map<std::string, CodexStatus>> codex;  // by path; none without `--verbose`
 
   const CodexStatus* codexVolume(const Dictionary& drive) const {
@@ -72,6 +73,10 @@ JSON jsonOfHiddenMounts(const std::vector<HiddenMount>& mounts) {
   return array;
 }
 
+JSON jsonOf(const MountEvents& events) {
+  return {{"watcher", events.watcher}, {"reason", events.reason}, {"missed", events.missed}};
+}
+
 std::string listingAsJSON(const Listing& listing, const ListOptions& options) {
   JSON document = {{"schema", 1}, {"drives", JSON::array()}, {"unmounted", JSON::array()}};
   for (const auto& [url, drive] : listing.drives) {
@@ -82,6 +87,7 @@ std::string listingAsJSON(const Listing& listing, const ListOptions& options) {
   }
   for (const auto& description : listing.unmounted)
     document["unmounted"].push_back(jsonOfDrive(*description));
+  if (options.verbose && !listing.events.watcher.empty()) document["mountEvents"] = jsonOf(listing.events);
   if (options.all) document["hidden"] = jsonOfHiddenMounts(listing.hidden);
   addDegradations(document);
   return jsonLine(document);
@@ -119,6 +125,15 @@ std::string hiddenAsTable(const Listing& listing, const Style& style) {
   return "\n" + table.text(style);
 }
 
+/// "Mount events: listmount (fanotify: Operation not permitted), 2 missed".
+std::string mountEventsAsText(const MountEvents& events) {
+  if (events.watcher.empty()) return {};
+  std::string text = "\nMount events: " + events.watcher;
+  if (!events.reason.empty()) text += " (" + events.reason + ")";
+  if (events.missed != 0) text += ", " + std::to_string(events.missed) + " missed";
+  return text + "\n";
+}
+
 /// Some platforms report whole disks and unknown partitions too, as not mountable: those are no volumes.
 KMVDiskArbiter::UnmountedDictionaries unmountedVolumes(const KMVDiskArbiter& arbiter) {
   auto volumes = arbiter.unmountedDictionaries();
@@ -129,16 +144,17 @@ KMVDiskArbiter::UnmountedDictionaries unmountedVolumes(const KMVDiskArbiter& arb
 ExitCode list(CommandContext& context, const ListOptions& options) {
   if (!awaitInitialReport(context.loop)) return ExitCode::ok;
   const KMVDiskArbiter& arbiter = KMVDiskArbiter::sharedInstance();
-  Listing listing{arbiter.mountedDictionaries(), unmountedVolumes(arbiter), {}, {}};
+  Listing listing{arbiter.mountedDictionaries(), unmountedVolumes(arbiter), {}, {}, {}};
   if (options.verbose) {
     listing.codex = askCodexVolumes(context.loop, listing.drives);
     if (!listing.codex) return ExitCode::ok;
+    listing.events = mountEvents();
   }
   if (options.all) listing.hidden = hiddenMounts();
-  context.output.write(options.json ? listingAsJSON(listing, options)
-                                    : drivesAsTable(listing, context.style) +
-                                          unmountedAsTable(listing, context.style) +
-                                          hiddenAsTable(listing, context.style));
+  context.output.write(
+      options.json ? listingAsJSON(listing, options)
+                   : drivesAsTable(listing, context.style) + unmountedAsTable(listing, context.style) +
+                         hiddenAsTable(listing, context.style) + mountEventsAsText(listing.events));
   return ExitCode::ok;
 }
 
@@ -184,7 +200,8 @@ void addListCommand(CLI::App& app, Action& chosen) {
   const auto options = optionsOf(*command, chosen, list);
   command->add_flag("--json", options->json, "Print one JSON object");
   command->add_flag("--all", options->all, "Show also the mounts that are no drives, and why they are not");
-  command->add_flag("-v,--verbose", options->verbose, "Ask Codex volumes for their state and size");
+  command->add_flag("-v,--verbose", options->verbose,
+                    "Ask Codex volumes for their state and size; tell how mounts are heard of");
 }
 
 void addWhereCommand(CLI::App& app, Action& chosen) {

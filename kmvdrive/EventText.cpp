@@ -172,6 +172,17 @@ std::string codexAsText(EventTime time, const CodexStatus& status, const Style& 
          codexText(status) + "\n";
 }
 
+std::string missedAsJSON(EventTime time, std::uint64_t mounts) {
+  JSON line = lineOf("missed", time);
+  line["mounts"] = mounts;
+  return jsonLine(line);
+}
+
+std::string missedAsText(EventTime time, std::uint64_t mounts, const Style& style) {
+  return beginningOf({"missed", Style::Look::notice}, time, style) + std::to_string(mounts) +
+         (mounts == 1 ? " mount" : " mounts") + " may have come and gone unseen\n";
+}
+
 std::string refusalText(const Dictionary& rejection) {
   const auto numberUnder = [&](const char* key) {
     const Value* number = rejection.find(key);

@@ -4,6 +4,7 @@
 #include <KMVDriveLibrary/Value.h>
 
 #include <chrono>
+#include <cstdint>
 #include <string>
 
 #include "kmvdrive/Activity.h"
@@ -27,6 +28,10 @@ std::string activityAsJSON(EventTime time, const ActivityBoard::Activities& acti
 /// What is known of a Codex volume.
 std::string codexAsJSON(EventTime time, const CodexStatus& status);
 std::string codexAsText(EventTime time, const CodexStatus& status, const Style& style);
+
+/// Mounts that may have come and gone unseen, so many since the last such line.
+std::string missedAsJSON(EventTime time, std::uint64_t mounts);
+std::string missedAsText(EventTime time, std::uint64_t mounts, const Style& style);
 
 /// Why the platform said no, from the object of "kDiskEjectionRejected": a sentence without its full stop,
 /// with the platform's status and the process that holds the volume, if known: "something on it is in use

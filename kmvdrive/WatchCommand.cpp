@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <KMVDriveLibrary/DescriptionKeys.h>
+#include <KMVDriveLibrary/HiddenMounts.h>
 #include <KMVDriveLibrary/KMVDriveKeys.h>
 #include <KMVDriveLibrary/NotificationCenter.h>
 #include <KMVDriveLibrary/Queue.h>
@@ -7,6 +8,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <functional>
 #include <memory>
@@ -101,6 +103,11 @@ class Report {
   void tell(const CodexStatus& status) {
     write(json_ ? codexAsJSON(now(), status) : codexAsText(now(), status, context_.style));
   }
+  /// The registry hears only of what is still there, so what it missed is told beside its announcements.
+  void tellMissed() {
+    const std::uint64_t missed = mountEvents().missed, more = missed - std::exchange(missed_, missed);
+    if (more != 0) write(json_ ? missedAsJSON(now(), more) : missedAsText(now(), more, context_.style));
+  }
 
  private:
   static EventTime now() { return std::chrono::system_clock::now(); }
@@ -109,6 +116,7 @@ class Report {
   CommandContext& context_;
   const bool json_;
   bool isRead_ = true;
+  std::uint64_t missed_ = 0;
   CodexFeed codex_{[this](const CodexStatus& status) { tell(status); }};
 };
 
@@ -123,8 +131,7 @@ ExitCode watch(CommandContext& context, const WatchOptions& options) {
       feed;  // the monitor wakes up every second, so only who asks for JSON pays for it
   if (options.json) feed.emplace([&report](const auto& activities) { report.tell(activities); });
   const auto deadline = deadlineAfterSeconds(options.seconds);
-  while (report.isRead() && context.loop.wait(deadline) == Wake::worked) {
-  }
+  while (report.isRead() && context.loop.wait(deadline) == Wake::worked) report.tellMissed();
   return ExitCode::ok;
 }
 

@@ -19,6 +19,7 @@ class ForwardingVolumes : public Volumes {
   explicit ForwardingVolumes(Volumes& target) : target_(target) {}
   std::vector<URL> mountedVolumeURLs() override { return target_.mountedVolumeURLs(); }
   std::vector<HiddenMount> hiddenMounts() override { return target_.hiddenMounts(); }
+  MountEvents mountEvents() override { return target_.mountEvents(); }
   std::optional<URL> volumeURL(const URL& url) override { return target_.volumeURL(url); }
 
  private:

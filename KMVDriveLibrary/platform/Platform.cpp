@@ -54,4 +54,8 @@ std::vector<HiddenMount> hiddenMounts() {
   return Platform::current().volumes().hiddenMounts();
 }
 
+MountEvents mountEvents() {
+  return Platform::current().volumes().mountEvents();
+}
+
 }  // namespace kmv

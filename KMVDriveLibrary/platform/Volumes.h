@@ -23,6 +23,9 @@ class Volumes {
   /// Touches no volume.
   virtual std::vector<HiddenMount> hiddenMounts() = 0;
 
+  /// How mounts are heard of; empty where something else tells the library of them, each by itself.
+  virtual MountEvents mountEvents() { return {}; }
+
   /// The root URL (a directory URL) of the volume that holds the item at `url`; none when there is no such
   /// item, or the URL is not an absolute file URL.
   /// Links in the path are followed; a link as the last component is treated as the platform does (Linux and

@@ -99,7 +99,7 @@ static_assert(
           &Gatherer::ltfsAttributeNameForAttribute, &Gatherer::findLocationOfLTFSStartBlockAtLocation,
           &Gatherer::findValueOfExtendedAttribute, &DiskDescriptionChanged, &URLByStandardizingPath,
           &URL::fileURLWithPath, &URL::fromString, &UUID::fromString, &NotificationCenter::addObserver,
-          &makeSerialQueue, &MainQueue::drain, &MainQueue::fileDescriptor, &hiddenMounts>);
+          &makeSerialQueue, &MainQueue::drain, &MainQueue::fileDescriptor, &hiddenMounts, &mountEvents>);
 static_assert(std::is_base_of_v<KMVVolumePartitionWrapper, Container>);
 static_assert(!std::is_base_of_v<KMVDiskBSDBaseWrapper, Root>);
 static_assert(static_cast<int>(VirtualFileSystemType::codexHDE) == 2);

@@ -4,7 +4,9 @@
 #include <linux/seccomp.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
+#include <sys/ptrace.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 
 #include "integration/support/Story.h"
 #include "platform/linux/mounts/FanotifyWatcher.h"
@@ -71,19 +73,20 @@ class Mutator {
     }
   }
 
- private:
-  static constexpr const char* kPlaces[] = {"a", "b", "c", "up", "up/d"};
-
-  std::string anyPlace() {
-    static const char* const kAll[] = {"a", "a/inner", "b", "b/inner", "c", "up/d", "moved/d", "up"};
-    return space_.path(kAll[random_() % std::size(kAll)]);
-  }
   /// A file system that no server answers for any more is a drive like every other.
   static void mountDrive(const std::string& place) {
     const int server = ::open("/dev/fuse", O_RDWR | O_CLOEXEC);
     const std::string options = "fd=" + std::to_string(server) + ",rootmode=40000,user_id=0,group_id=0";
     ::mount("drive", place.c_str(), "fuse.kmvtest", 0, options.c_str());
     ::close(server);
+  }
+
+ private:
+  static constexpr const char* kPlaces[] = {"a", "b", "c", "up", "up/d"};
+
+  std::string anyPlace() {
+    static const char* const kAll[] = {"a", "a/inner", "b", "b/inner", "c", "up/d", "moved/d", "up"};
+    return space_.path(kAll[random_() % std::size(kAll)]);
   }
   static void mountBeneath(const std::string& place) {
     constexpr unsigned kBeneath = 0x200, kFromDescriptor = 0x4;
@@ -223,6 +226,69 @@ TEST_F(Story, FanotifyTellsEachMountOfABurstAndWhatIsThereAfterTooMany) {
   EXPECT_GT(watcher->missed(), 8000u);
   EXPECT_TRUE(probe->hasChanged()) << "another took the records";
   EXPECT_FALSE(probe->hasChanged());
+}
+
+/// The system calls of a child between each pair of its `getppid`, but for those that get memory.
+std::vector<int> systemCallsOf(const std::function<void()>& story) {
+  const pid_t child = ::fork();
+  if (child == 0) {
+    ::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
+    ::raise(SIGSTOP);
+    story();
+    std::_Exit(0);
+  }
+  std::vector<int> counts;
+  bool isCounted = false;
+  int status = 0;
+  ::waitpid(child, &status, 0);
+  ::ptrace(PTRACE_SETOPTIONS, child, nullptr, PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL);
+  while (::ptrace(PTRACE_SYSCALL, child, nullptr, nullptr) == 0 && ::waitpid(child, &status, 0) == child &&
+         WIFSTOPPED(status)) {
+    __ptrace_syscall_info call{};
+    ::ptrace(PTRACE_GET_SYSCALL_INFO, child, sizeof call, &call);
+    if (call.op != PTRACE_SYSCALL_INFO_ENTRY) continue;
+    const auto number = static_cast<long>(call.entry.nr);
+    if (number == SYS_getppid) {
+      isCounted = !isCounted;
+      if (isCounted) counts.push_back(0);
+    } else if (isCounted && number != SYS_brk && number != SYS_mmap && number != SYS_munmap) {
+      ++counts.back();
+    }
+  }
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  return counts;
+}
+
+TEST_P(Watchers, AskAboutWhatAnEventIsAboutAtAnyNumberOfMounts) {
+  if (GetParam() == std::string("mountinfo")) GTEST_SKIP() << "reads the whole table";
+  constexpr int kDrives = 20, kMounts = 1000, kEvents = 6;
+  for (int i = 0; i < kDrives; ++i) Mutator::mountDrive(space().folder("drive" + std::to_string(i)));
+  for (int i = 0; i < kMounts; ++i) mountVolume("memory", space().folder("m" + std::to_string(i)), "tmpfs");
+  const std::string place = space().folder("place");
+  const auto counts = systemCallsOf([&] {
+    MountTable table(std::move(watcher_), [](const MountEntry&, bool) { return true; });
+    const auto read = [&] { table.read([](const MountTree&) {}); };
+    const auto countRead = [&] {
+      ::syscall(SYS_getppid);
+      read();
+      ::syscall(SYS_getppid);
+    };
+    read();
+    for (int event = 0; event < kEvents; ++event) {
+      Mutator::mountDrive(place);
+      countRead();
+      ::umount2(place.c_str(), MNT_DETACH);
+      countRead();
+    }
+  });
+  // The machine has drives of its own, and one comes and goes.
+  const int drives = static_cast<int>(truth(/*drivesOnly=*/true).size()) + 1;
+  const int most = GetParam() == std::string("fanotify") ? 4 : 3 + drives;
+  ASSERT_EQ(counts.size(), 2u * kEvents);
+  for (const int count : counts) {
+    EXPECT_GT(count, 0);
+    EXPECT_LE(count, most);
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(, Watchers, ::testing::Values("fanotify", "listmount", "mountinfo"),

@@ -3,6 +3,7 @@
 
 #include <KMVDriveLibrary/Export.h>
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -20,5 +21,19 @@ struct HiddenMount {
 /// Reads the table; touches no mounted file system.
 /// Thread: any.
 KMV_EXPORT std::vector<HiddenMount> hiddenMounts();
+
+/// How the library hears of mounts.
+struct MountEvents {
+  std::string
+      watcher;  ///< "fanotify", "listmount" or "mountinfo", best first: see docs/platforms.md; empty elsewhere
+  std::string reason;  ///< why it is not a better one, for people; empty for the best
+  /// Mounts that may have come and gone unseen since the library was first asked: what the kernel reported and
+  /// nothing explains. A remount counts where the kernel's reports name nothing.
+  std::uint64_t missed = 0;
+};
+
+/// The way in use now: a sandbox that begins later may change it.
+/// Thread: any.
+KMV_EXPORT MountEvents mountEvents();
 
 }  // namespace kmv

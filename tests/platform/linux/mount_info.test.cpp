@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "platform/linux/mounts/MountInfo.h"
 
-#include "platform/linux/mounts/MountTableWatcher.h"
+#include "platform/linux/FakeMachine.h"
+#include "platform/linux/mounts/MountInfoWatcher.h"
 #include "support/Testing.h"
 
 namespace kmv {
@@ -67,17 +68,45 @@ std::vector<std::string> points(const std::vector<MountEntry>& entries) {
   return texts;
 }
 
+/// The file read again tells what two whole tables, compared, tell.
 class MountTables : public ::testing::Test {
  protected:
   MountDelta next(const std::string& text) {
+    machine_.mounts(text);
     auto newer = parseMountInfo(text);
     auto delta = diffMountTables(table_, newer);
     table_ = std::move(newer);
+    const auto watched = watcher_.refresh(false);
+    const MountDelta told = watched->empty() ? MountDelta() : watched->front();
+    EXPECT_EQ(points(told.detached), points(delta.detached)) << text;
+    EXPECT_EQ(points(told.attached), points(delta.attached)) << text;
     for (std::size_t i = 1; i < table_.size(); ++i) EXPECT_LT(table_[i - 1].order, table_[i].order);
     return delta;
   }
+  test::FakeMachine machine_;
+  MountInfoWatcher watcher_{machine_.options()};
   std::vector<MountEntry> table_;
 };
+
+TEST_F(MountTables, AreComparedWholeOrWhereTheyDiffer) {
+  std::mt19937 random(7);
+  std::vector<std::string> lines;
+  const auto at = [&](std::size_t place) { return lines.begin() + static_cast<std::ptrdiff_t>(place); };
+  for (int step = 0; step < 400 && !HasFailure(); ++step) {
+    const int id = static_cast<int>(random() % 90);
+    const std::string beginning = std::to_string(id) + " ";
+    std::erase_if(lines, [&](const std::string& one) { return one.starts_with(beginning); });
+    const std::string point = "/" + std::string(random() % 4, '1') + std::to_string(id % 3);
+    lines.insert(at(random() % (lines.size() + 1)), id % 9 == 0 ? "no record\n" : line(id, point));
+    while (lines.size() > random() % 40 + 1) lines.erase(at(random() % lines.size()));
+    std::string text;
+    for (const std::string& one : lines) text += one;
+    next(text.substr(0, text.size() - random() % 2));  // with and without its last line feed
+  }
+  const std::string torn = line(2, "/before") + line(3, "/b") + line(2, "/behind");  // it moved meanwhile
+  next(torn);
+  next(torn.substr(torn.find('\n') + 1));
+}
 
 TEST_F(MountTables, IgnoreARemountButNotAReusedId) {
   next(line(1, "/") + line(2, "/a"));

@@ -7,6 +7,8 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
+#include <cstddef>
 #include <cstring>
 #include <utility>
 
@@ -44,6 +46,7 @@ class FanotifyProbe final : public MountChangeProbe {
     if (turn % 2 != 0) return true;
     return std::exchange(seen_, turn) != turn;
   }
+  bool wasOvertaken() const override { return turn_.load(std::memory_order_acquire) != seen_; }
 
  private:
   const int reports_;
@@ -51,15 +54,21 @@ class FanotifyProbe final : public MountChangeProbe {
   std::uint64_t seen_ = ~std::uint64_t{0};
 };
 
+std::nullptr_t failed(int* error) {
+  if (error != nullptr) *error = errno;
+  return nullptr;
+}
+
 }  // namespace
 
-std::unique_ptr<FanotifyWatcher> FanotifyWatcher::make(const LinuxOptions& options, KernelMounts kernel) {
+std::unique_ptr<FanotifyWatcher> FanotifyWatcher::make(const LinuxOptions& options, KernelMounts kernel,
+                                                       int* error) {
   FileDescriptor reports(::fanotify_init(kReportMounts | FAN_CLASS_NOTIF | FAN_CLOEXEC | FAN_NONBLOCK, 0));
-  if (!reports) return nullptr;
+  if (!reports) return failed(error);
   const FileDescriptor nameSpace(::open((options.procRoot + "/self/ns/mnt").c_str(), O_RDONLY | O_CLOEXEC));
   if (!nameSpace || ::fanotify_mark(reports.get(), FAN_MARK_ADD | kMarkNameSpace, kAttached | kDetached,
                                     nameSpace.get(), nullptr) != 0)
-    return nullptr;
+    return failed(error);
   return std::unique_ptr<FanotifyWatcher>(new FanotifyWatcher(options, kernel, std::move(reports)));
 }
 

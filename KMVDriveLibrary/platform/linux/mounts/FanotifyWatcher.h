@@ -17,8 +17,9 @@ namespace kmv {
 /// Remounts are not told, and change nothing that the table has.
 class FanotifyWatcher final : public StatmountWatcher {
  public:
-  /// Null where the kernel does not know such reports, or refuses them.
-  static std::unique_ptr<FanotifyWatcher> make(const LinuxOptions& options, KernelMounts kernel);
+  /// Null where the kernel does not know such reports, or refuses them; `error` is the `errno` then.
+  static std::unique_ptr<FanotifyWatcher> make(const LinuxOptions& options, KernelMounts kernel,
+                                               int* error = nullptr);
 
   int descriptor() const override { return reports_.get(); }
   std::unique_ptr<MountChangeProbe> makeProbe() const override;

@@ -95,16 +95,21 @@ KernelMounts::Answer answerIn(const char* buffer) {
 
 }  // namespace
 
-std::optional<KernelMounts> KernelMounts::open() {
+std::optional<KernelMounts> KernelMounts::open(int* error) {
   KernelMounts mounts;
   const Ids ids = mounts.idsAbove(0);
-  if (ids.ids.empty()) return std::nullopt;
+  const auto failed = [error](int why) {
+    if (error != nullptr) *error = why;
+    return std::nullopt;
+  };
+  if (ids.ids.empty()) return failed(ids.error);
   alignas(Record) std::array<char, kUsualBytes> buffer;
-  if (callStatmount(0, ids.ids.front(), buffer.data(), buffer.size()) != 0) return std::nullopt;
+  if (const int why = callStatmount(0, ids.ids.front(), buffer.data(), buffer.size()); why != 0)
+    return failed(why);
   const auto& record = *reinterpret_cast<const Record*>(buffer.data());
   // The source came with the same kernel as the subtype, which not every mount has.
   constexpr std::uint64_t kNeeded = kSuperblock | kIds | kPoint | kType | kNameSpace | kSource;
-  if ((record.mask & kNeeded) != kNeeded) return std::nullopt;
+  if ((record.mask & kNeeded) != kNeeded) return failed(ENOSYS);
   mounts.nameSpace_ = record.nameSpace;
   return mounts;
 }

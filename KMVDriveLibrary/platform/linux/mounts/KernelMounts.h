@@ -14,8 +14,9 @@ namespace kmv {
 class KernelMounts {
  public:
   /// For the present name space of the calling thread; none where the kernel lacks the calls (before 6.13
-  /// they did not tell all that is asked here) or something refuses them.
-  static std::optional<KernelMounts> open();
+  /// they did not tell all that is asked here) or something refuses them; `error`
+  /// is the `errno` then.
+  static std::optional<KernelMounts> open(int* error = nullptr);
 
   struct Answer {
     int error = 0;  ///< ENOENT: there is no such mount, or none that can be reached from our root

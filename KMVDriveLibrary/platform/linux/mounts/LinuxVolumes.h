@@ -18,6 +18,7 @@ class LinuxVolumes final : public Volumes {
 
   std::vector<URL> mountedVolumeURLs() override;
   std::vector<HiddenMount> hiddenMounts() override;
+  MountEvents mountEvents() override { return mounts_->events(); }
   std::optional<URL> volumeURL(const URL& url) override;
 
  private:

@@ -58,14 +58,15 @@ std::uint64_t orderBetween(std::uint64_t previous, std::uint64_t next, const Mou
 
 }  // namespace
 
-MountDelta diffMountTables(const std::vector<MountEntry>& older, std::vector<MountEntry>& newer) {
+MountDelta diffMountTables(const std::vector<MountEntry>& older, std::vector<MountEntry>& newer,
+                           std::uint64_t before, std::uint64_t behind) {
   const std::vector<std::uint64_t> kept = keptOrders(older, newer);
   MountDelta delta;
   delta.detached = detachedFrom(older, kept);
   OrdersById gone;
   for (const MountEntry& entry : delta.detached) gone.emplace(entry.id, entry.order);
-  std::uint64_t previous = 0;
-  std::uint64_t end = older.empty() ? 0 : older.back().order;
+  std::uint64_t previous = before;
+  std::uint64_t end = older.empty() ? before : older.back().order;
   std::size_t next = 0;  // the nearest entry from here on that stays
   for (std::size_t i = 0; i < newer.size(); ++i) {
     if (kept[i] != 0) {
@@ -74,7 +75,9 @@ MountDelta diffMountTables(const std::vector<MountEntry>& older, std::vector<Mou
     }
     next = std::max(next, i);
     while (next < newer.size() && kept[next] == 0) ++next;
-    if (next == newer.size()) {
+    if (next == newer.size() && behind != 0) {
+      previous = newer[i].order = orderBetween(previous, behind, newer[i], gone);
+    } else if (next == newer.size()) {
       previous = newer[i].order = end =
           std::max(end, previous) + kOrderStep;  // a new mount, behind all that stay
     } else {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <vector>
 
@@ -22,7 +23,10 @@ using MountDeltas = std::vector<std::shared_ptr<const MountDelta>>;
 /// The difference between two reads of the table, and the order of the newer one expressed in that of the
 /// older: mounts that stayed keep their `order`, new ones get one that fits. On return `newer` holds the
 /// whole new table. REQUIRES: `older` ascends by `order`; ids differ within each table.
-MountDelta diffMountTables(const std::vector<MountEntry>& older, std::vector<MountEntry>& newer);
+/// Of two tables with the same beginning and end only what is between may be given, with the orders of the
+/// neighbours that stay: 0 where there is none.
+MountDelta diffMountTables(const std::vector<MountEntry>& older, std::vector<MountEntry>& newer,
+                           std::uint64_t before = 0, std::uint64_t behind = 0);
 
 /// Coalesces successive differences into one. What came and went in between is in neither list.
 MountDelta joinMountDeltas(const MountDeltas& deltas);

@@ -75,6 +75,11 @@ std::unique_ptr<MountChangeProbe> MountTable::makeProbe() const {
   return watcher_->makeProbe();
 }
 
+MountEvents MountTable::events() const {
+  const MutexLock lock(mutex_);
+  return {watcher_->name(), watcher_->reason(), watcher_->missed()};
+}
+
 void MountTable::updateTree() {
   for (const auto& delta : unapplied_.take()) tree_.apply(*delta);
 }

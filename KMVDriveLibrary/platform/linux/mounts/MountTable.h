@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <KMVDriveLibrary/HiddenMounts.h>
 #include <KMVDriveLibrary/Mutex.h>
 
 #include <functional>
@@ -45,6 +46,7 @@ class MountTable {
   /// where only `MountInfoFile` reports a change.
   int descriptor() const KMV_EXCLUDES(mutex_);
   std::unique_ptr<MountChangeProbe> makeProbe() const KMV_EXCLUDES(mutex_);
+  MountEvents events() const KMV_EXCLUDES(mutex_);
 
  private:
   friend class MountFollower;

@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/linux/LinuxOptions.h"
@@ -19,6 +20,9 @@ class MountChangeProbe {
   /// True after each change since the last call that was complete before this one; also without one. The first
   /// call says true. Cost: one poll.
   virtual bool hasChanged() = 0;
+  /// True when somebody took the report of a change that `hasChanged` did not tell yet. Costs no system call; where
+  /// nobody takes the reports of others, false.
+  virtual bool wasOvertaken() const { return false; }
 };
 
 /// Watches the mount table. What lies behind works on differences only, so a kernel interface that names each
@@ -42,9 +46,15 @@ class MountTableWatcher {
 
   /// Which way this is, in a word, for people.
   virtual std::string name() const = 0;
+  /// Why it is not a better one, for people; empty for the best.
+  virtual std::string reason() const { return reason_; }
+  void setReason(std::string reason) { reason_ = std::move(reason); }
   /// Mounts that came and went unseen, as far as that is known: where the kernel's reports name nothing, the reports
   /// that nothing explains.
   virtual std::uint64_t missed() const { return 0; }
+
+ private:
+  std::string reason_;
 };
 
 /// The best watcher for this machine. The place that chooses: another watcher needs nothing else.

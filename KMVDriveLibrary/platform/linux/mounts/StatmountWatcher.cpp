@@ -22,6 +22,7 @@ std::optional<MountTableWatcher::Changes> StatmountWatcher::refresh(bool anew) {
   }
   if (known_.isRefused()) {
     instead_ = std::make_unique<MountInfoWatcher>(options_, known_.all());
+    instead_->setReason("listmount and statmount were refused since " + ownName() + " began");
     return readInstead(/*anew=*/true);
   }
   if (!isComplete_ && changes_.empty()) return std::nullopt;

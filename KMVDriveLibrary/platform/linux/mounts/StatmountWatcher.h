@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <cstdint>
 #include <memory>
+#include <optional>
+#include <string>
 
 #include "platform/linux/mounts/KnownMounts.h"
 #include "platform/linux/mounts/MountTableWatcher.h"
@@ -16,7 +19,8 @@ class StatmountWatcher : public MountTableWatcher {
 
   std::optional<Changes> refresh(bool anew) final;
   std::string name() const final;
-  std::uint64_t missed() const final { return known_.missed(); }
+  std::string reason() const final { return instead_ ? instead_->reason() : MountTableWatcher::reason(); }
+  std::uint64_t missed() const final { return known_.missed() + (instead_ ? instead_->missed() : 0); }
 
  protected:
   /// Takes the kernel's reports: what they name is compared with what is known. True when all must be compared,
