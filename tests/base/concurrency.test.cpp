@@ -1,35 +1,9 @@
 // SPDX-License-Identifier: MIT
-// What threads share: live dictionaries, collections, the semaphore.
+// What threads share: live dictionaries, collections, the semaphore, the notification centre.
 #include "support/Testing.h"
 
 namespace kmv {
 namespace {
-
-TEST(DriveDictionary, SnapshotsStayAndReadersSeeUpdatesAtomically) {
-  DriveDictionary drive({{"a", 0}, {"b", 0}, {"gone", 1}});
-  const DictionarySnapshot before = drive.snapshot();
-  drive.remove("gone");
-  EXPECT_FALSE(drive.value("gone"));
-  std::atomic<bool> done{false};
-  std::thread writer([&] {
-    for (int i = 1; i <= 2000; ++i) {
-      drive.update([&](Dictionary& contents) {
-        contents.set("a", i);
-        contents.set("b", i);
-      });
-    }
-    done = true;
-  });
-  bool torn = false;
-  while (!done) {
-    const auto contents = drive.snapshot();
-    torn = torn || !(*contents->find("a") == *contents->find("b"));
-  }
-  writer.join();
-  EXPECT_FALSE(torn);
-  EXPECT_EQ(drive.value("a"), Value(2000));
-  EXPECT_EQ(*before, (Dictionary{{"a", 0}, {"b", 0}, {"gone", 1}}));
-}
 
 /// Runs `action` on `other` and gives it time; true when it ended meanwhile, which it cannot when it waits for a
 /// lock that the caller holds.
@@ -45,16 +19,20 @@ bool endsMeanwhile(std::thread& other, std::function<void()> action) {
   return *ended;
 }
 
-TEST(DriveDictionary, ASnapshotWaitsForTheUpdateInProgress) {
-  DriveDictionary drive({{"a", 0}});
+TEST(DriveDictionary, SnapshotsStayAndWaitForTheUpdateInProgress) {
+  DriveDictionary drive({{"a", 0}, {"gone", 1}});
+  const DictionarySnapshot before = drive.snapshot();
+  drive.remove("gone");
   DictionarySnapshot seen;
   std::thread reader;
   drive.update([&](Dictionary& contents) {
     contents.set("a", 1);
     EXPECT_FALSE(endsMeanwhile(reader, [&] { seen = drive.snapshot(); }));
+    contents.set("b", 2);
   });
   reader.join();
-  EXPECT_EQ(*seen, (Dictionary{{"a", 1}}));
+  EXPECT_EQ(*seen, (Dictionary{{"a", 1}, {"b", 2}}));
+  EXPECT_EQ(*before, (Dictionary{{"a", 0}, {"gone", 1}}));
 }
 
 /// Calls `whileCopied` when a dictionary copies it, which it does under its lock.
@@ -120,20 +98,90 @@ TEST(Semaphore, ManyWritersTakeAllUnitsWithoutDeadlockAndWaitForAHostsUnit) {
   EXPECT_EQ(semaphore.count(), 8);
 }
 
-TEST(SemaphoreDeathTest, AWriterWithinAWriterStopsInsteadOfHanging) {
+TEST(SemaphoreDeathTest, AWriterThatWouldWaitForItsOwnUnitsStopsInsteadOfHanging) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  Semaphore semaphore(8);
-  const Semaphore::ExclusiveHold outer(semaphore, 8);
-  EXPECT_DEATH(Semaphore::ExclusiveHold(semaphore, 8), "writers' semaphore");
+  for (const int held : {8, 2}) {  // all of them, and a part beside another thread's
+    Semaphore semaphore(8);
+    const Semaphore::ExclusiveHold ours(semaphore, held);
+    if (held < 8) std::thread([&] { const Semaphore::ExclusiveHold theirs(semaphore, held); }).join();
+    EXPECT_EQ(semaphore.count(), 8 - held);
+    EXPECT_DEATH(Semaphore::ExclusiveHold(semaphore, held), "writers' semaphore");
+  }
 }
 
-TEST(SemaphoreDeathTest, PartialHoldsOfSeveralThreadsAreEachKnown) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  Semaphore semaphore(8);
-  const Semaphore::ExclusiveHold ours(semaphore, 2);
-  std::thread([&] { const Semaphore::ExclusiveHold theirs(semaphore, 2); }).join();
-  EXPECT_EQ(semaphore.count(), 6);
-  EXPECT_DEATH(Semaphore::ExclusiveHold(semaphore, 2), "writers' semaphore");
+using Registration = NotificationCenter::Registration;
+
+struct NotificationCenterTest : testing::Test {
+  auto noting(char letter) {
+    return [this, letter](const Notification&) { heard += letter; };
+  }
+  auto add(std::optional<std::string_view> name, char letter, const void* object = nullptr) {
+    return center->addObserver(name, noting(letter), object);
+  }
+  std::string post(const std::string& name, const NotificationObject& object = {}) {
+    heard.clear();
+    center->post({name, object, nullptr});
+    return heard;
+  }
+  std::unique_ptr<NotificationCenter> center = std::make_unique<NotificationCenter>();
+  std::string heard;
+};
+
+TEST_F(NotificationCenterTest, CallsInOrderOfRegistrationAndFiltersObjectsByIdentity) {
+  const auto drive = std::make_shared<DriveDictionary>(Dictionary{{"k", 1}});
+  const auto twin = std::make_shared<DriveDictionary>(Dictionary{{"k", 1}});
+  const Registration all[] = {add("name", 'a'), add(std::nullopt, 'b'), add("name", 'c', drive.get()),
+                              add("other", 'd'), add(std::nullopt, 'e')};
+  EXPECT_EQ(post("name"), "abe");
+  EXPECT_EQ(post("name", twin), "abe");
+  EXPECT_EQ(post("name", drive), "abce");
+  EXPECT_EQ(post("other"), "bde") << "a new name begins with the observers of all names";
+  EXPECT_EQ(post("unheard of"), "be");
+  EXPECT_EQ(NotificationObject(drive).dictionary()->doubleValue("k"), 1);
+  EXPECT_EQ(NotificationObject(drive->snapshot()).drive(), nullptr);
+}
+
+TEST_F(NotificationCenterTest, LetsObserversChangeTheListWhileTheyRun) {
+  Registration added, self, last;
+  const auto first = center->addObserver("n", [&](const Notification&) {
+    heard += '1';
+    last.unregister();
+    added = add("n", '3');
+  });
+  self = center->addObserver("n", [&](const Notification&) {
+    heard += 's';
+    self.unregister();
+  });
+  last = add("n", '2');
+  EXPECT_EQ(post("n"), "1s") << "removed ones are not called any more, new ones not yet";
+  EXPECT_EQ(post("n"), "1") << "the new one was replaced by the next new one";
+}
+
+TEST_F(NotificationCenterTest, RegistrationsEndWithTheirOwnerAndOutliveTheCentre) {
+  { const auto shortLived = add("n", 'x'); }
+  auto kept = add("n", '1');
+  Registration moved = std::move(kept);
+  EXPECT_EQ(post("n"), "1");
+  moved = add("n", '2');  // ends the one it held
+  EXPECT_EQ(post("n"), "2");
+  center.reset();
+  moved.unregister();
+}
+
+TEST_F(NotificationCenterTest, SurvivesPostsAndChangesFromManyThreads) {
+  std::atomic<int> calls{0};
+  std::atomic<bool> done{false};
+  const auto steady = center->addObserver("n", [&](const Notification&) { ++calls; });
+  std::thread poster([&] {
+    for (int i = 0; i < 2000; ++i) center->post({"n", {}, nullptr});
+    done = true;
+  });
+  while (!done) {
+    const auto passing = center->addObserver(calls % 2 ? std::optional<std::string_view>("n") : std::nullopt,
+                                             [](const Notification&) {});
+  }
+  poster.join();
+  EXPECT_EQ(calls, 2000);
 }
 
 }  // namespace

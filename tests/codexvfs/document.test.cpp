@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The document's two readers: JSON as the platform reads it, and the flags.
 #include "base/AttributeNumber.h"
-#include "base/ByteCountText.h"
 #include "codexvfs/CodexVFSState.h"
 #include "codexvfs/JSONDocument.h"
 #include "support/Testing.h"
@@ -103,35 +102,6 @@ TEST(AttributeNumber, IsAWholeNumberOf64Bits) {
   EXPECT_EQ(numberInAttribute("-9223372036854775808"), INT64_MIN);
   for (const char* text : {"", "-", "+-5", "--5", "1 2", "12 GB", "0x10", "1.5", "9223372036854775808"})
     EXPECT_EQ(numberInAttribute(text), std::nullopt) << text;
-}
-
-TEST(ByteCount, IsWrittenAsThePlatformWritesIt) {
-  std::string texts;
-  for (const std::int64_t bytes : {0LL,
-                                   1LL,
-                                   -1LL,
-                                   2LL,
-                                   999LL,
-                                   1000LL,
-                                   -1023LL,
-                                   1536LL,
-                                   11999LL,
-                                   999999LL,
-                                   1048576LL,
-                                   1500000LL,
-                                   123456789LL,
-                                   999900000LL,
-                                   999999999LL,
-                                   1234567898LL,
-                                   5500000000LL,
-                                   -12345678987LL,
-                                   1000000000000LL,
-                                   1000000000000000LL})
-    texts += byteCountText(bytes) + ", ";
-  EXPECT_EQ(
-      texts + byteCountText(INT64_MAX) + ", " + byteCountText(INT64_MIN),
-      "Zero KB, 1 byte, -1 byte, 2 bytes, 999 bytes, 1 KB, -1 KB, 2 KB, 12 KB, 1 MB, 1 MB, 1.5 MB, 123.5 MB, "
-      "999.9 MB, 1 GB, 1.23 GB, 5.5 GB, -12.35 GB, 1 TB, 1 PB, 9.22 EB, -9.22 EB");
 }
 
 }  // namespace
