@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // What the two lists hold is compared with a plain model in random_events.test.cpp; here is what surrounds it.
+#include "support/Memory.h"
 #include "support/Registry.h"
 
 namespace kmv::simulation {
@@ -83,6 +84,139 @@ TEST_F(Lists, ExistenceIsAskedOnlyOfMountedRoots) {
   EXPECT_FALSE(arbiter.rootVolumeURLStillExists(file("/Volumes/A"))) << "another URL";
   EXPECT_FALSE(arbiter.rootVolumeURLStillExists(folder("/elsewhere")));
   EXPECT_FALSE(arbiter.rootVolumeURLStillExists(folder("/Volumes/gone")));
+}
+
+using Changes = RegistryTest;
+
+TEST_F(Changes, AVolumeThatMovesIsNewAgainAndARenamedOneKeepsItsDrive) {
+  const DiskId disk = plugIn("A", "/Volumes/A");
+  const auto wasMountedBefore = [&] {
+    return registry.drive("/Volumes/A")->value(kDiskMountedPriorToApplicationInstance);
+  };
+  registry.start();
+  EXPECT_EQ(wasMountedBefore(), Value(true));
+  machine.unmount(disk);
+  machine.mount(disk, "/Volumes/A");
+  EXPECT_EQ(news(), (Lines{"new /Volumes/A", "removed /Volumes/A", "new /Volumes/A"}));
+  EXPECT_EQ(wasMountedBefore(), Value(false)) << "only its first mount was";
+  const auto drive = registry.drive("/Volumes/A");
+  machine.rename(disk, "New Name");
+  EXPECT_EQ(news(), (Lines{"changed /Volumes/New Name"}));
+  EXPECT_EQ(registry.heard.back().object.drive(), drive);
+  EXPECT_EQ(registry.heard.back().queue, arbiter.arbiterQueue()->label());
+  EXPECT_EQ(registry.drive("/Volumes/New Name"), drive);
+  // The same live drive under another key: found by its content, while its own path leads to nothing.
+  arbiter.presentDiskDictionaries()->remove(folder("/Volumes/New Name"));
+  arbiter.presentDiskDictionaries()->set(folder("/alias"), drive);
+  machine.rename(disk, "Newer");
+  EXPECT_EQ(news(), (Lines{"changed /Volumes/Newer"})) << "announced but not listed";
+  EXPECT_EQ(registry.drive("/Volumes/Newer"), nullptr);
+  EXPECT_EQ(registry.drive("/alias"), drive);
+}
+
+/// Notes what it is shown and adds a key.
+class Annotator : public KMVDiskAdditionalInformationProtocol {
+ public:
+  Annotator(Registry& registry, std::string mark) : registry_(registry), mark_(std::move(mark)) {}
+
+  bool addInformationAboutDiskDictionary(const std::shared_ptr<DriveDictionary>& drive) override {
+    const URL path = *drive->value(kDiskURLKey)->asURL();
+    const bool isListed = registry_.arbiter().presentDiskDictionaries()->find(path) == drive;
+    shown.push_back(mark_ + " " + path.path() + " on " + registry_.machine.currentQueueLabel() +
+                    (isListed ? " listed" : "") + (drive->value(kDiskUUIDKey) ? " identified" : "") +
+                    " free " + std::to_string(registry_.arbiter().readerWriterSemaphore()->count()));
+    drive->set("annotation", mark_);
+    return false;  // ignored
+  }
+  static inline Lines shown;
+
+ private:
+  Registry& registry_;
+  std::string mark_;
+};
+
+class UnmountedAnnotator : public Annotator {
+ public:
+  using Annotator::Annotator;
+  bool addInformationAboutUnmountedDiskDictionary(const std::shared_ptr<DriveDictionary>& disk) override {
+    shown.push_back("unmounted " + *disk->value(kDiskVolumeName)->asText());
+    disk->set("annotation", true);
+    return true;
+  }
+};
+
+using Listeners = RegistryTest;
+
+TEST_F(Listeners, SeeANewDriveListedIdentifiedAndUnlockedBeforeItIsAnnounced) {
+  const auto first = std::make_shared<Annotator>(registry, "first"),
+             second = std::make_shared<Annotator>(registry, "second");
+  arbiter.addAdditionalInformationListener(first);
+  arbiter.addAdditionalInformationListener(second);
+  arbiter.addAdditionalInformationListener(first);  // held once
+  const DiskId disk = plugIn("A", "/Volumes/A");
+  registry.start();
+  const std::string state = " /Volumes/A on " + arbiter.arbiterQueue()->label() + " listed identified free 8";
+  EXPECT_EQ(Annotator::shown, (Lines{"first" + state, "second" + state}));
+  EXPECT_EQ(registry.heard.at(0).object.drive()->value("annotation"), Value("second"));
+
+  machine.rename(disk, "B");
+  machine.unmount(disk);
+  machine.runUntilIdle();
+  EXPECT_EQ(Annotator::shown.size(), 2u) << "not for renames and removals";
+  arbiter.removeAdditionalInformationListener(second);
+  arbiter.arbiterQueue()->sync(
+      [&] { arbiter.removeAdditionalInformationListener(second); });  // nothing to do
+  machine.mount(disk, "/Volumes/B");
+  machine.runUntilIdle();
+  EXPECT_EQ(Annotator::shown.size(), 3u);
+}
+
+TEST_F(Listeners, SeeUnmountedDisksOnlyWhenTheyAskAndAnnotateACopy) {
+  arbiter.addAdditionalInformationListener(std::make_shared<Annotator>(registry, "plain"));
+  arbiter.addAdditionalInformationListener(std::make_shared<UnmountedAnnotator>(registry, "curious"));
+  plugIn("A");
+  registry.start();
+  EXPECT_EQ(Annotator::shown, (Lines{"unmounted A"}));
+  EXPECT_FALSE(arbiter.unmountedDictionaries().at(0)->contains("annotation"));
+}
+
+TEST(PresentDriveTable, FollowsTheContentOfADriveUnderEachOfItsKeysAsLongAsItHasOne) {
+  const auto a = std::make_shared<DriveDictionary>(Dictionary{{"driveUUIDKey", "one"}});
+  const URL first = URL::fileURLWithPath("/a", true), second = URL::fileURLWithPath("/a2", true);
+  {
+    PresentDriveTable table;
+    table.set(first, a);
+    table.set(second, a);
+    a->set("driveUUIDKey", "two");
+    EXPECT_EQ(table.firstWithUUID("one"), nullptr);
+    EXPECT_EQ(table.firstWithUUID("two"), a);
+    table.remove(first);
+    a->set("driveUUIDKey", "three");
+    EXPECT_EQ(table.firstWithUUID("three"), a) << "still there under its other key";
+    EXPECT_TRUE(table.remove(second));
+    EXPECT_FALSE(table.remove(second));
+    EXPECT_EQ(table.firstWithUUID("three"), nullptr);
+    table.set(first, a);
+  }
+  a->set("driveUUIDKey", "without the table");
+}
+
+TEST(PresentDriveTable, KeepsNothingOfChangesThatNobodyLooksUp) {
+  const auto stays = std::make_shared<DriveDictionary>(), leaves = std::make_shared<DriveDictionary>();
+  const URL first = URL::fileURLWithPath("/a", true), second = URL::fileURLWithPath("/b", true);
+  PresentDriveTable table;
+  table.set(first, stays);
+  const std::size_t before = test::bytesAllocated();
+  for (int i = 0; i < 20'000; ++i) {
+    stays->set("driveUUIDKey", std::to_string(i));
+    table.set(second, leaves);
+    leaves->set("driveUUIDKey", "left");
+    table.remove(second);
+    PresentDriveTable().set(first, stays);
+  }
+  EXPECT_LT(test::bytesAllocated(), before + test::kBytesOfNoise);
+  EXPECT_EQ(table.firstWithUUID("19999"), stays);
+  EXPECT_EQ(table.firstWithUUID("left"), nullptr);
 }
 
 }  // namespace
