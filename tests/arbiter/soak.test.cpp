@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
-// Rounds in which everything happens that a host and a machine can do and that could keep something, and after which everything is as before:
-// memory must be flat. KMV_SOAK_ROUNDS in the environment makes it a long run by hand; docs/testing.md.
+// Rounds in which everything happens that a host and a machine can do and that could keep something, and after which
+// everything is as before: memory must be flat. KMV_SOAK_ROUNDS in the environment makes it a long run by hand;
+// docs/testing.md.
 #include "support/Memory.h"
 #include "support/Registry.h"
 #include "support/Sanitizers.h"
