@@ -46,7 +46,6 @@ class FanotifyProbe final : public MountChangeProbe {
     if (turn % 2 != 0) return true;
     return std::exchange(seen_, turn) != turn;
   }
-  bool wasOvertaken() const override { return turn_.load(std::memory_order_acquire) != seen_; }
 
  private:
   const int reports_;

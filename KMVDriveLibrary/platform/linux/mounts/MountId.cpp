@@ -11,28 +11,25 @@ namespace {
 
 // Newer than some C libraries know.
 constexpr unsigned kStatxMountId = 0x1000;
-constexpr unsigned kStatxUniqueMountId = 0x4000;
 
-MountIdAnswer ask(int descriptor, const char* path, int flags, MountIdKind wanted) {
+MountIdAnswer ask(int descriptor, const char* path, int flags) {
   struct statx status;  // filled by the call; clearing it would cost a tenth of what a look-up does beside it
-  const unsigned mask = wanted == MountIdKind::uniqueIfKnown ? kStatxUniqueMountId : 0;
-  if (::statx(descriptor, path, flags | AT_NO_AUTOMOUNT | AT_STATX_DONT_SYNC, mask, &status) != 0)
-    return {errno};
+  if (::statx(descriptor, path, flags | AT_NO_AUTOMOUNT | AT_STATX_DONT_SYNC, 0, &status) != 0)
+    return {errno, 0};
 #ifdef STATX_MNT_ID
-  if ((status.stx_mask & kStatxUniqueMountId) != 0) return {0, status.stx_mnt_id, /*isUnique=*/true};
   if ((status.stx_mask & kStatxMountId) != 0) return {0, status.stx_mnt_id};
 #endif
-  return {ENOSYS};
+  return {ENOSYS, 0};
 }
 
 }  // namespace
 
-MountIdAnswer mountIdAtPath(const std::string& path, MountIdKind wanted) {
-  return ask(AT_FDCWD, path.c_str(), 0, wanted);
+MountIdAnswer mountIdAtPath(const std::string& path) {
+  return ask(AT_FDCWD, path.c_str(), 0);
 }
 
 MountIdAnswer mountIdOfOpenFile(int descriptor) {
-  return ask(descriptor, "", AT_EMPTY_PATH, MountIdKind::reused);
+  return ask(descriptor, "", AT_EMPTY_PATH);
 }
 
 }  // namespace kmv

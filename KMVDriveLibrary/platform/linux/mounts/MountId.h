@@ -11,15 +11,13 @@ namespace kmv {
 struct MountIdAnswer {
   int error = 0;
   std::uint64_t id = 0;
-  bool isUnique = false;  ///< never given to another mount; such ids are above all that are reused
 };
-enum class MountIdKind { reused, uniqueIfKnown };
 
 // Both ask for nothing but the mount, which the kernel knows by itself: another user's or a stopped server is
 // not asked about the mount's root. Automounts stay as they are. A path is followed, and may wait for the
 // servers that it leads through.
 
-MountIdAnswer mountIdAtPath(const std::string& path, MountIdKind wanted = MountIdKind::reused);
+MountIdAnswer mountIdAtPath(const std::string& path);
 
 /// Of the descriptor's open file. While it is open the kernel does not reuse its mount's id.
 MountIdAnswer mountIdOfOpenFile(int descriptor);

@@ -20,9 +20,6 @@ class MountChangeProbe {
   /// True after each change since the last call that was complete before this one; also without one. The first
   /// call says true. Cost: one poll.
   virtual bool hasChanged() = 0;
-  /// True when somebody took the report of a change that `hasChanged` did not tell yet. Costs no system call; where
-  /// nobody takes the reports of others, false.
-  virtual bool wasOvertaken() const { return false; }
 };
 
 /// Watches the mount table. What lies behind works on differences only, so a kernel interface that names each

@@ -232,18 +232,10 @@ const MountEntry* MountTree::mountWithReusedId(std::uint64_t reusedId) const {
 
 const MountEntry* MountTree::volumeOf(std::uint64_t reusedId) const {
   const auto found = byReusedId_.find(reusedId);
-  return found == byReusedId_.end() ? nullptr : volumeOfNode(*found->second);
-}
-
-const MountEntry* MountTree::volumeOfMount(std::uint64_t id) const {
-  const auto found = mounts_.find(id);
-  return found == mounts_.end() ? nullptr : volumeOfNode(*found->second);
-}
-
-const MountEntry* MountTree::volumeOfNode(const Node& node) const {
-  const Instance* instance = node.instance;
+  if (found == byReusedId_.end()) return nullptr;
+  const Instance* instance = found->second->instance;
   while (instance != nullptr && instance->canonical == nullptr) instance = outerOf(*instance);
-  return instance == nullptr ? &node.entry : &instance->canonical->entry;
+  return instance == nullptr ? &found->second->entry : &instance->canonical->entry;
 }
 
 const MountEntry* MountTree::mountAbove(std::string_view path) const {

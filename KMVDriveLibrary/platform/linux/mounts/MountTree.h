@@ -75,8 +75,6 @@ class MountTree {
   /// folder. A mount that is no volume, or whose volume cannot be reached, stands for itself. By the id
   /// that files of /proc and statx show; null for an unknown one. Valid until the next change.
   const MountEntry* volumeOf(std::uint64_t reusedId) const;
-  /// The same by the mount's own id.
-  const MountEntry* volumeOfMount(std::uint64_t id) const;
 
   /// The reachable mount on whose point `path` lies, or the nearest one above it, judged by the text alone;
   /// null when there is none. Cost: one look-up for each folder of the path.
@@ -97,7 +95,6 @@ class MountTree {
     std::set<InstanceKey> instances;
   };
 
-  const MountEntry* volumeOfNode(const Node& node) const;
   void insert(const MountEntry& entry, Dirty& dirty, std::uint64_t attachedAt);
   void erase(std::uint64_t id, Dirty& dirty);
   void markNeighbours(const Node& node, Dirty& dirty) const;

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "platform/linux/mounts/VolumeLookup.h"
 
-#include <time.h>
-
 #include <cerrno>
 #include <utility>
 
@@ -12,16 +10,10 @@ namespace {
 /// A table that changes faster than it can be looked at is taken as it is after so many looks.
 constexpr int kMostLooks = 16;
 
-std::optional<URL> urlOf(const MountEntry* volume) {
+std::optional<URL> rootOf(const MountTree& tree, std::uint64_t mountId) {
+  const MountEntry* volume = tree.volumeOf(mountId);
   if (volume == nullptr) return std::nullopt;  // mounted elsewhere, or no longer
   return URL::fileURLWithPath(volume->point, /*isDirectory=*/true);
-}
-
-/// The kernel's clock as of its last tick (some milliseconds), which costs a few nanoseconds.
-std::int64_t tick() {
-  timespec now{};
-  ::clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
-  return now.tv_sec * std::int64_t{1'000'000'000} + now.tv_nsec;
 }
 
 }  // namespace
@@ -37,53 +29,36 @@ VolumeLookup::VolumeLookup(const LinuxOptions& options, std::shared_ptr<MountTab
 VolumeLookup::~VolumeLookup() = default;
 
 std::optional<URL> VolumeLookup::volumeHolding(const std::string& path) {
-  Answer answer = view_.empty()
-                      ? find([&path](MountIdKind wanted) { return mountIdAtPath(path, wanted); })
-                      : find([&](MountIdKind wanted) { return mountIdAtPath(view_ + path, wanted); });
+  Answer answer = view_.empty() ? find([&path] { return mountIdAtPath(path); })
+                                : find([this, &path] { return mountIdAtPath(view_ + path); });
   const bool isDenied = answer.error == EACCES || answer.error == EPERM || answer.error == ENOSYS;
   return isDenied ? rootAbove(path) : std::move(answer.root);
 }
 
 VolumeLookup::Answer VolumeLookup::find(const Question& ask) {
   Cache& cache = cacheOfThisThread();
-  MountIdKind wanted =
-      tableHasUniqueIds_.load(std::memory_order_relaxed) ? MountIdKind::uniqueIfKnown : MountIdKind::reused;
-  bool wasUnknown = false;
   for (int look = 0;; ++look) {
     const std::uint64_t changesBefore = cache.changes;
-    const MountIdAnswer mount = ask(wanted);
+    const MountIdAnswer mount = ask();
     if (mount.error != 0) return {mount.error, std::nullopt};
     bool isCertain = false;
-    auto root = rootIfCertain(cache, mount, changesBefore, isCertain);
-    const bool isLast = isCertain || look >= kMostLooks;
-    if (isLast && !root && mount.isUnique) {
-      wasUnknown = true;
-      wanted = MountIdKind::reused;
-      continue;
-    }
-    if (isLast && root && wasUnknown) tableHasUniqueIds_.store(false, std::memory_order_relaxed);
-    if (isLast) return {0, std::move(root)};
+    auto root = rootIfCertain(cache, mount.id, changesBefore, isCertain);
+    if (isCertain || look == kMostLooks) return {0, std::move(root)};
   }
 }
 
 /// Certain is what was found without a change of the table since before the item was asked.
 /// Another thread of the cache may have seen the change, which the descriptor reports only once.
-std::optional<URL> VolumeLookup::rootIfCertain(Cache& cache, const MountIdAnswer& mount,
+std::optional<URL> VolumeLookup::rootIfCertain(Cache& cache, std::uint64_t mountId,
                                                std::uint64_t changesBefore, bool& isCertain) {
   const MutexLock lock(cache.mutex);
-  auto known = cache.roots.find(mount.id);
-  if (known != cache.roots.end() && known->second.isOwn && mount.isUnique && cache.isFresh()) {
-    isCertain = true;
-    return known->second.url;
-  }
   isCertain = !cache.isOutdated() && cache.changes == changesBefore;
-  known = cache.roots.find(mount.id);
-  if (known != cache.roots.end()) return known->second.url;
-  auto root = rootOfMount(mount);
+  const auto known = cache.roots.find(mountId);
+  if (known != cache.roots.end()) return known->second;
+  auto root = rootOfMount(mountId);
   isCertain = isCertain && !cache.isOutdated();
-  if (!root) return std::nullopt;
-  if (isCertain) cache.roots.emplace(mount.id, *root);
-  return std::move(root->url);
+  if (root && isCertain) cache.roots.emplace(mountId, *root);
+  return root;
 }
 
 VolumeLookup::Cache& VolumeLookup::cacheOfThisThread() {
@@ -94,23 +69,15 @@ VolumeLookup::Cache& VolumeLookup::cacheOfThisThread() {
 
 // Without a descriptor nothing is ever certain, nor cached.
 bool VolumeLookup::Cache::isOutdated() {
-  askedAt = tick();  // before the question
   if (!probe->hasChanged()) return false;
   roots.clear();
   ++changes;
   return true;
 }
 
-bool VolumeLookup::Cache::isFresh() const {
-  return askedAt == tick() && !probe->wasOvertaken();
-}
-
-std::optional<VolumeLookup::Root> VolumeLookup::rootOfMount(const MountIdAnswer& mount) const {
-  std::optional<Root> root;
-  mounts_->read([&](const MountTree& tree) {
-    const MountEntry* const volume = mount.isUnique ? tree.volumeOfMount(mount.id) : tree.volumeOf(mount.id);
-    if (auto url = urlOf(volume)) root = Root{std::move(*url), volume->id == mount.id};
-  });
+std::optional<URL> VolumeLookup::rootOfMount(std::uint64_t mountId) const {
+  std::optional<URL> root;
+  mounts_->read([&](const MountTree& tree) { root = rootOf(tree, mountId); });
   return root;
 }
 
@@ -118,7 +85,7 @@ std::optional<VolumeLookup::Root> VolumeLookup::rootOfMount(const MountIdAnswer&
 std::optional<URL> VolumeLookup::rootAbove(const std::string& path) const {
   std::optional<URL> root;
   mounts_->read([&](const MountTree& tree) {
-    if (const MountEntry* mount = tree.mountAbove(path)) root = urlOf(tree.volumeOfMount(mount->id));
+    if (const MountEntry* mount = tree.mountAbove(path)) root = rootOf(tree, mount->reusedId);
   });
   return root;
 }

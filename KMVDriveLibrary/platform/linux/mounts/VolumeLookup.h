@@ -23,9 +23,7 @@ namespace kmv {
 /// Which volume holds an item: one question for its mount's id, then a look-up in the mount table.
 ///
 /// The kernel reuses mount ids, so an id counts only when the table did not change between the last look at
-/// it and the answer; asking whether it did is one poll. A unique id needs no poll for the volume to be the right
-/// one: only its place may have changed, by a move. That is asked for once in a tick of the kernel's clock, and
-/// when the watcher has taken a report since. Threads: any. The item is asked
+/// it and the answer; asking whether it did is one poll. Threads: any. The item is asked
 /// outside the locks, so a look-up that waits for a dead server delays no other, and what was found is cached
 /// in shards, so that threads do not contend.
 class VolumeLookup {
@@ -37,11 +35,7 @@ class VolumeLookup {
   std::optional<URL> volumeHolding(const std::string& path);
 
  private:
-  using Question = std::function<MountIdAnswer(MountIdKind wanted)>;
-  struct Root {
-    URL url;
-    bool isOwn;  // of the very mount that holds the item, and not of another that shows the same
-  };
+  using Question = std::function<MountIdAnswer()>;
   struct Answer {
     int error = 0;  // of the question
     std::optional<URL> root;
@@ -52,27 +46,23 @@ class VolumeLookup {
   struct alignas(64) Cache {
     /// True once after each change of the table, and at first.
     bool isOutdated() KMV_REQUIRES(mutex);
-    /// True when it was found up to date within this tick of the kernel's clock. Costs no system call.
-    bool isFresh() const KMV_REQUIRES(mutex);
 
     Mutex mutex;
     std::unique_ptr<MountChangeProbe> probe KMV_GUARDED_BY(mutex);
     std::atomic<std::uint64_t> changes{0};  // seen by whichever of its threads looked
-    std::int64_t askedAt KMV_GUARDED_BY(mutex) = -1;
-    std::unordered_map<std::uint64_t, Root> roots KMV_GUARDED_BY(mutex);
+    std::unordered_map<std::uint64_t, URL> roots KMV_GUARDED_BY(mutex);
   };
   static constexpr std::size_t kCaches = 8;
 
   Answer find(const Question& ask);
   Cache& cacheOfThisThread();
-  std::optional<URL> rootIfCertain(Cache& cache, const MountIdAnswer& mount, std::uint64_t changesBefore,
+  std::optional<URL> rootIfCertain(Cache& cache, std::uint64_t mountId, std::uint64_t changesBefore,
                                    bool& isCertain);
-  std::optional<Root> rootOfMount(const MountIdAnswer& mount) const;
+  std::optional<URL> rootOfMount(std::uint64_t mountId) const;
   std::optional<URL> rootAbove(const std::string& path) const;
 
   const std::string view_;
   const std::shared_ptr<MountTable> mounts_;
-  std::atomic<bool> tableHasUniqueIds_{true};  // until it is seen not to
   std::array<Cache, kCaches> caches_;
 };
 
