@@ -81,7 +81,7 @@ ItemKind ItemTree::kindOf(const std::string& path) const {
   const Place place = mounts_.placeOf(*resolved);
   const auto item = items_.find(place);
   const bool isFolder = place.second.empty() || (item != items_.end() && item->second.isFolder);
-  return isFolder || !contentsOf(place).empty() ? ItemKind::folder : ItemKind::file;
+  return isFolder || holdsAnything(place) ? ItemKind::folder : ItemKind::file;
 }
 
 std::optional<std::uint64_t> ItemTree::sizeOf(const std::string& path) const {
@@ -138,11 +138,14 @@ const std::string* ItemTree::targetAt(const Place& place) const {
 
 bool ItemTree::isThere(const std::string& resolvedPath) const {
   const Place place = mounts_.placeOf(resolvedPath);
-  bool isThere = place.second.empty() || std::any_of(items_.begin(), items_.end(), [&](const auto& item) {
-                   return holds(place, item.first);
-                 });
-  mounts_.forEachPoint([&](const Place& point) { isThere = isThere || holds(place, point); });
-  return isThere;
+  return place.second.empty() || items_.contains(place) || mounts_.points().contains(place) ||
+         holdsAnything(place);
+}
+
+bool ItemTree::holdsAnything(const Place& folder) const {
+  const auto [item, lastItem] = rangeBelow(items_, folder);
+  const auto [point, lastPoint] = rangeBelow(mounts_.points(), folder);
+  return item != lastItem || point != lastPoint;
 }
 
 std::set<std::string> ItemTree::list(const std::string& folder) const {
@@ -154,13 +157,14 @@ std::set<std::string> ItemTree::list(const std::string& folder) const {
 
 std::set<std::string> ItemTree::contentsOf(const Place& folder) const {
   std::set<std::string> names;
-  const auto addChild = [&](const Place& item) {
-    if (!holds(folder, item) || item.second.size() == folder.second.size()) return;
-    const std::string rest = item.second.substr(folder.second.size() + 1);
-    names.insert(rest.substr(0, rest.find('/')));
+  const auto addNames = [&](const auto& range) {
+    for (auto entry = range.first; entry != range.second; ++entry) {
+      const std::string rest = entry->first.second.substr(folder.second.size() + 1);
+      names.insert(rest.substr(0, rest.find('/')));
+    }
   };
-  for (const auto& [place, item] : items_) addChild(place);
-  mounts_.forEachPoint(addChild);
+  addNames(rangeBelow(items_, folder));
+  addNames(rangeBelow(mounts_.points(), folder));
   return names;
 }
 

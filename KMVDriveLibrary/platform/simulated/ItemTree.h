@@ -77,6 +77,7 @@ class ItemTree {
   const Item* itemItself(const std::string& path) const;
   const std::string* targetAt(const Place& place) const;
   bool isThere(const std::string& resolvedPath) const;
+  bool holdsAnything(const Place& folder) const;
   std::set<std::string> contentsOf(const Place& folder) const;
 
   const Scheduler& scheduler_;

@@ -5,9 +5,13 @@
 #include <KMVDriveLibrary/URL.h>
 #include <KMVDriveLibrary/testing/SimulatedDisk.h>
 
+#include <cstdint>
 #include <functional>
+#include <map>
 #include <optional>
+#include <set>
 #include <string>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -19,6 +23,13 @@ using Place = std::pair<std::optional<simulation::DiskId>, std::string>;
 
 /// True when `item` is at `place` or below it, on the same volume.
 bool holds(const Place& place, const Place& item);
+
+/// What lies below `place`, itself not among it, of an ordered table by places: the first and the one past the last.
+template <typename Table>
+auto rangeBelow(Table& table, const Place& place) {
+  const Place first{place.first, place.second + '/'}, last{place.first, place.second + char('/' + 1)};
+  return std::pair(table.lower_bound(first), table.lower_bound(last));
+}
 
 /// What is mounted where. As in a kernel, a mount stands on a place of what held it when it was mounted: on a mount point
 /// it covers the older mount, on a folder above it shadows it. What is mounted at "/" holds no item: those there belong
@@ -46,11 +57,11 @@ class MountedVolumes {
   std::vector<HiddenMount> hidden() const;
 
   Place placeOf(const std::string& resolvedPath) const;
-  void forEachPoint(const std::function<void(const Place&)>& visit) const {
-    for (const Mount& mount : mounts_) visit(mount.on);
-  }
+  /// What mounts stand on.
+  const auto& points() const { return standing_; }
 
  private:
+  using Order = std::uint64_t;  // of the mounts: a later one has a greater number
   struct Mount {
     simulation::DiskId volume;
     URL url;  // as it was mounted
@@ -59,9 +70,19 @@ class MountedVolumes {
     Place on;
   };
   const Mount* find(simulation::DiskId volume) const;
+  /// The mount on what is at `place` or above it that a path from its volume's root meets first; null without one.
+  const Mount* firstMetOnTheWayTo(const Place& place) const;
+  bool isReachable(Order order, const Mount& mount) const;
   void noteAffected(const std::string& where);
+  void rehomeWhatStoodOn(simulation::DiskId volume, const Place& on);
 
-  std::vector<Mount> mounts_;
+  std::map<Order, Mount> mounts_;
+  Order next_ = 0;
+  // Indexes of `mounts_`: no question and no change looks at mounts that it is not about.
+  std::unordered_map<simulation::DiskId, Order> ofVolume_;
+  std::map<std::string, std::set<Order>> byWhere_;
+  std::map<std::string, std::set<Order>> byPath_;  // of the URL
+  std::map<Place, std::set<Order>> standing_;
   std::vector<simulation::DiskId> affected_;
 };
 
