@@ -131,8 +131,12 @@ std::string URL::lastPathComponent() const {
 }
 
 URL URL::standardized() const {
-  std::string path = withoutDotSegments(encodedPath());
-  if (isFileURL() && rep_->text.compare(5, 2, "//") != 0 && !path.empty() && path.front() == '/') {
+  const std::string_view before = encodedPath();
+  const bool lacksAuthority = isFileURL() && rep_->text.compare(5, 2, "//") != 0;
+  const bool mayHaveDotSegments = before.starts_with('.') || before.find("/.") != std::string_view::npos;
+  if (!lacksAuthority && !mayHaveDotSegments) return *this;  // nearly every URL
+  std::string path = withoutDotSegments(before);
+  if (lacksAuthority && path.starts_with('/')) {
     return URL(std::string(kFileScheme) + path +
                std::string(rep_->text, std::min(rep_->text.size(), rep_->text.find_first_of("?#"))));
   }

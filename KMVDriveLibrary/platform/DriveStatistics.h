@@ -27,8 +27,8 @@ struct DriveStatistics {
 
   /// False when the look-up of the drivers failed; the rest is meaningless then.
   bool wereDriversFound = false;
-  /// Unchanged while drivers, volumes, their order and their paths are those of the last read, so that
-  /// readers may cache.
+  /// Grows when drivers, volumes, their order or their paths may have changed since the last read, so that
+  /// callers may cache.
   std::uint64_t generation = 0;
   std::vector<Driver> drivers;
   /// The volumes that users see, in the order of the mount table.

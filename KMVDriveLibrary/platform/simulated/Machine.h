@@ -108,16 +108,16 @@ class Machine final : public simulation::SimulatedPlatform, public Platform {
   }
   std::size_t ioRegistryQuestions() const override { return ioRegistry_.questions; }
   void setBlockStorageDriver(const std::string& path, std::optional<DriverCounters> counters) override {
-    ioRegistry_.drivers[path] = counters;
+    ioRegistry_.setDriver(path, counters);
   }
-  void removeBlockStorageDriver(const std::string& path) override { ioRegistry_.drivers.erase(path); }
+  void removeBlockStorageDriver(const std::string& path) override { ioRegistry_.removeDriver(path); }
   void setMediaPath(simulation::DiskId disk, const std::string& path) override {
     requireDisk(disk);
-    ioRegistry_.mediaPaths[disk] = path;
+    ioRegistry_.setMediaPath(disk, path);
   }
   void hideFromUsers(simulation::DiskId disk) override {
     requireDisk(disk);
-    ioRegistry_.hidden.insert(disk);
+    ioRegistry_.hide(disk);
   }
   std::vector<std::string> serviceSearches() const override { return serviceSearches_; }
 

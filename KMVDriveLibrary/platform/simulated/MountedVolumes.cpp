@@ -23,6 +23,7 @@ bool holds(const Place& place, const Place& item) {
 
 void MountedVolumes::mount(simulation::DiskId volume, const URL& mountPoint, std::string kind,
                            const std::string& where) {
+  ++version_;
   noteAffected(where);
   const Place on = placeOf(where);
   const Order order = next_++;
@@ -36,6 +37,7 @@ void MountedVolumes::mount(simulation::DiskId volume, const URL& mountPoint, std
 void MountedVolumes::unmount(simulation::DiskId volume) {
   const auto entry = ofVolume_.find(volume);
   if (entry == ofVolume_.end()) return;
+  ++version_;
   const Order order = entry->second;
   const Mount ended = std::move(mounts_.extract(order).mapped());
   ofVolume_.erase(entry);

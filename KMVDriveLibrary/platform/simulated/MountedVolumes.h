@@ -57,6 +57,8 @@ class MountedVolumes {
   std::vector<HiddenMount> hidden() const;
 
   Place placeOf(const std::string& resolvedPath) const;
+  /// Grows with each mount and unmount.
+  std::uint64_t version() const { return version_; }
   /// What mounts stand on.
   const auto& points() const { return standing_; }
 
@@ -78,6 +80,7 @@ class MountedVolumes {
 
   std::map<Order, Mount> mounts_;
   Order next_ = 0;
+  std::uint64_t version_ = 0;
   // Indexes of `mounts_`: no question and no change looks at mounts that it is not about.
   std::unordered_map<simulation::DiskId, Order> ofVolume_;
   std::map<std::string, std::set<Order>> byWhere_;

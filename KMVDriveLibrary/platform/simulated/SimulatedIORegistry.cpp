@@ -1,25 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "platform/simulated/SimulatedIORegistry.h"
 
-#include <algorithm>
 #include <cstdint>
 #include <utility>
 
 namespace kmv::simulated {
-namespace {
-
-/// True when both have the same drivers and media in the same order, whatever the counters.
-bool samePlaces(const DriveStatistics& a, const DriveStatistics& b) {
-  const auto sameDriver = [](const auto& x, const auto& y) { return x.path == y.path; };
-  const auto sameMedium = [](const auto& x, const auto& y) {
-    return x.url == y.url && x.mediaPath == y.mediaPath;
-  };
-  return std::equal(a.drivers.begin(), a.drivers.end(), b.drivers.begin(), b.drivers.end(), sameDriver) &&
-         std::equal(a.volumes.begin(), a.volumes.end(), b.volumes.begin(), b.volumes.end(), sameMedium);
-}
-
-}  // namespace
-
 class SimulatedIORegistry::Reader final : public DriveStatisticsReader {
  public:
   explicit Reader(SimulatedIORegistry& registry) : registry_(registry) {}
@@ -27,13 +12,18 @@ class SimulatedIORegistry::Reader final : public DriveStatisticsReader {
   void read(std::uint32_t, DriveStatistics& statistics) override {
     statistics.wereDriversFound = !simulation::ArmedFaults::strikes(registry_.faults_.driverLookups);
     if (!statistics.wereDriversFound) return;
-    DriveStatistics now = registry_.presentStatistics();
-    now.generation = samePlaces(statistics, now) ? statistics.generation : statistics.generation + 1;
-    statistics = std::move(now);
+    if (const auto places = registry_.places(); places != places_) {
+      registry_.readPlaces(statistics);
+      ++statistics.generation;
+      places_ = places;
+    }
+    auto driver = statistics.drivers.begin();
+    for (const auto& [path, counters] : registry_.drivers_) (driver++)->counters = counters;
   }
 
  private:
   SimulatedIORegistry& registry_;
+  std::pair<std::uint64_t, std::uint64_t> places_;
 };
 
 std::vector<IOService> SimulatedIORegistry::servicesMatchingBSDName(const std::string& name) {
@@ -55,16 +45,15 @@ std::unique_ptr<DriveStatisticsReader> SimulatedIORegistry::makeStatisticsReader
   return std::make_unique<Reader>(*this);
 }
 
-DriveStatistics SimulatedIORegistry::presentStatistics() const {
-  DriveStatistics now;
-  now.wereDriversFound = true;
-  for (const auto& [path, counters] : drivers) now.drivers.push_back({path, counters});
+void SimulatedIORegistry::readPlaces(DriveStatistics& statistics) const {
+  statistics.drivers.clear();
+  for (const auto& [path, counters] : drivers_) statistics.drivers.push_back({path, counters});
+  statistics.volumes.clear();
   fileSystem_.mounts().forEachReachable([&](simulation::DiskId disk, const URL& url) {
-    if (hidden.contains(disk)) return;
-    const auto media = mediaPaths.find(disk);
-    now.volumes.push_back({url, media == mediaPaths.end() ? std::string() : media->second});
+    if (hidden_.contains(disk)) return;
+    const auto media = mediaPaths_.find(disk);
+    statistics.volumes.push_back({url, media == mediaPaths_.end() ? std::string() : media->second});
   });
-  return now;
 }
 
 }  // namespace kmv::simulated
