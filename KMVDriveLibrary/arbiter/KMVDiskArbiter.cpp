@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "arbiter/KMVDiskArbiterProperties.h"
+#include "arbiter/PresentDisksTold.h"
 #include "arbiter/WriterLock.h"
 #include "base/Fatal.h"
 #include "base/KeptForEver.h"
@@ -63,8 +64,8 @@ void KMVDiskArbiter::startArbiter() {
     const auto alreadyMounted = disksAlreadyMountedAtInit();
     for (kmv::URL& url : kmv::Platform::current().volumes().mountedVolumeURLs())
       alreadyMounted->append(std::move(url));
-    diskArbitrationSession()->registerCallbacks({NewDiskAppeared, DiskDisappeared, DiskDescriptionChanged},
-                                                this);
+    diskArbitrationSession()->registerCallbacks(
+        {NewDiskAppeared, DiskDisappeared, DiskDescriptionChanged, kmv::presentDisksTold}, this);
   });
 }
 

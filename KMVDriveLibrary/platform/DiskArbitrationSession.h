@@ -10,11 +10,13 @@
 namespace kmv {
 
 /// Where a session delivers its events.
-/// All three run on the session's queue, one at a time, in the platform's order.
+/// All run on the session's queue, one at a time, in the platform's order.
 struct DiskCallbacks {
   void (*appeared)(Disk* disk, void* context) = nullptr;
   void (*disappeared)(Disk* disk, void* context) = nullptr;
   void (*descriptionChanged)(Disk* disk, const ChangedKeys* changedKeys, void* context) = nullptr;
+  /// Once: every disk that existed at registration has been reported, but for what cannot be read at present.
+  void (*presentDisksTold)(void* context) = nullptr;
 };
 
 /// Reports a command's end: on the session's queue, exactly once.

@@ -14,6 +14,7 @@ TEST_P(SessionContract, ReportsWhatExistsThenWhatChangesOnItsQueueWithTheDescrip
   harness().mount(plugIn("OLD"), "old");
   const std::string card = plugIn("CARD");
   recorder().start();
+  ASSERT_TRUE(harness().runUntil([&] { return !recorder().linesOfTheStart().empty(); }));
   EXPECT_THAT(heard(2), UnorderedElementsAre("appeared OLD at old", "appeared CARD"));
   recorder().queue().sync([&] {
     harness().mount(card, "card");
@@ -23,6 +24,7 @@ TEST_P(SessionContract, ReportsWhatExistsThenWhatChangesOnItsQueueWithTheDescrip
     EXPECT_THAT(recorder().lines(), IsEmpty()) << "its queue is busy";
   });
   EXPECT_THAT(heard(2), ElementsAre("changed CARD at card (DAVolumePath)", "changed CARD (DAVolumePath)"));
+  EXPECT_THAT(recorder().linesOfTheStart(), ElementsAre(2u));
   EXPECT_TRUE(recorder().wasAlwaysOnItsQueue());
 }
 

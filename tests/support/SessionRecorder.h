@@ -29,7 +29,7 @@ class SessionRecorder {
   SessionRecorder(const SessionRecorder&) = delete;
   SessionRecorder& operator=(const SessionRecorder&) = delete;
 
-  void start() { session_->registerCallbacks({&appeared, &disappeared, &changed}, this); }
+  void start() { session_->registerCallbacks({&appeared, &disappeared, &changed, &presentDisksTold}, this); }
   void close() { session_.reset(); }
   DiskArbitrationSession& session() { return *session_; }
   SerialQueue& queue() { return *queue_; }
@@ -43,6 +43,10 @@ class SessionRecorder {
   }
   Dictionary last() const {
     return heard_.with([](auto& heard) { return heard.last; });
+  }
+  /// How many lines there were when the session said that the present disks are told; one entry for each time.
+  std::vector<std::size_t> linesOfTheStart() const {
+    return heard_.with([](auto& heard) { return heard.linesOfTheStart; });
   }
   bool wasAlwaysOnItsQueue() const {
     return heard_.with([](auto& heard) { return heard.onItsQueue; });
@@ -64,10 +68,15 @@ class SessionRecorder {
     Lines lines;
     Dictionary last;
     bool onItsQueue = true;
+    std::vector<std::size_t> linesOfTheStart;
   };
 
   static void appeared(Disk* disk, void* self) {
     static_cast<SessionRecorder*>(self)->note("appeared", *disk);
+  }
+  static void presentDisksTold(void* self) {
+    static_cast<SessionRecorder*>(self)->heard_.with(
+        [](Heard& heard) { heard.linesOfTheStart.push_back(heard.lines.size()); });
   }
   static void disappeared(Disk* disk, void* self) {
     static_cast<SessionRecorder*>(self)->note("disappeared", *disk);

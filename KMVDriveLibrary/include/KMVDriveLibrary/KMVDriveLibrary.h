@@ -13,6 +13,7 @@
 #include <KMVDriveLibrary/DissentStatus.h>
 #include <KMVDriveLibrary/DriveDictionary.h>
 #include <KMVDriveLibrary/Exception.h>
+#include <KMVDriveLibrary/FirstList.h>
 #include <KMVDriveLibrary/HiddenMounts.h>
 #include <KMVDriveLibrary/IOMeter.h>
 #include <KMVDriveLibrary/KMVAPFSContainerWrapper.h>

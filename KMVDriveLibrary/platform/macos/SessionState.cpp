@@ -3,6 +3,7 @@
 
 #include <KMVDriveLibrary/DescriptionKeys.h>
 
+#include <chrono>
 #include <utility>
 
 #include "base/Fatal.h"
@@ -14,6 +15,9 @@
 
 namespace kmv::macos {
 namespace {
+
+/// With no disk appearing for so long, all that were there at the start have appeared.
+constexpr std::chrono::milliseconds kQuietPeriod{200};
 
 /// Why a command was refused; none when it was not.
 std::optional<Dictionary> recordOf(DADissenterRef dissenter) {
@@ -63,6 +67,17 @@ void SessionState::registerCallbacks(const DiskCallbacks& callbacks, void* conte
   DARegisterDiskDescriptionChangedCallback(session(), nullptr, nullptr, &changed, this);
   DARegisterDiskDisappearedCallback(session(), nullptr, &disappeared, this);
   DARegisterDiskAppearedCallback(session(), nullptr, &appeared, this);
+  if (callbacks_.presentDisksTold != nullptr) tellWhenQuiet();
+}
+
+/// The platform has no word for the end of its report.
+void SessionState::tellWhenQuiet() {
+  queue_->after(kQuietPeriod, [weak = weak_from_this(), before = appearances_.load()] {
+    const auto state = weak.lock();
+    if (state == nullptr || state->callbacks_.presentDisksTold == nullptr) return;
+    if (state->appearances_ != before) return state->tellWhenQuiet();
+    state->callbacks_.presentDisksTold(state->context_);
+  });
 }
 
 /// The platform starts its tasks by itself: the scope makes the queue current in them, at any depth.
@@ -74,6 +89,7 @@ void SessionState::runOnQueue(const std::function<void()>& task) const {
 void SessionState::appeared(DADiskRef disk, void* context) noexcept {
   const auto state =
       static_cast<SessionState*>(context)->shared_from_this();  // the callback may end the session
+  ++state->appearances_;
   MacDisk held(CF<DADiskRef>::share(disk));
   state->runOnQueue([&] { state->callbacks_.appeared(&held, state->context_); });
 }
@@ -145,6 +161,7 @@ void SessionState::closeOnQueue() {
   DAUnregisterCallback(session(), reinterpret_cast<void*>(&disappeared), this);
   DAUnregisterCallback(session(), reinterpret_cast<void*>(&appeared), this);
   DASessionSetDispatchQueue(session(), nullptr);
+  callbacks_.presentDisksTold = nullptr;
   std::set<std::shared_ptr<Command>> dropped;  // freed without the mutex
   const MutexLock lock(mutex_);
   dropped.swap(open_);

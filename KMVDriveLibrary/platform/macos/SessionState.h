@@ -4,6 +4,8 @@
 #include <DiskArbitration/DiskArbitration.h>
 #include <KMVDriveLibrary/Mutex.h>
 
+#include <atomic>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <set>
@@ -39,6 +41,7 @@ class SessionState : public std::enable_shared_from_this<SessionState> {
   static void appeared(DADiskRef disk, void* state) noexcept;
   static void disappeared(DADiskRef disk, void* state) noexcept;
   static void changed(DADiskRef disk, CFArrayRef keys, void* state) noexcept;
+  void tellWhenQuiet();
   void runOnQueue(const std::function<void()>& task) const;
   void closeOnQueue();
   void deliver(const std::shared_ptr<Command>& command, DADiskRef disk, const Dictionary* dissenter);
@@ -48,6 +51,7 @@ class SessionState : public std::enable_shared_from_this<SessionState> {
   DiskCallbacks callbacks_;
   void* context_ = nullptr;
   bool isRegistered_ = false;
+  std::atomic<std::uint64_t> appearances_ = 0;
   Mutex mutex_;
   std::set<std::shared_ptr<Command>> open_ KMV_GUARDED_BY(mutex_);  // without an answer
 };

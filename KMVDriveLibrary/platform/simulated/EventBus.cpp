@@ -23,6 +23,14 @@ void EventBus::begin(const std::shared_ptr<SessionState>& session, const DiskTab
     Event event{simulation::PendingEvent::Kind::appeared, disk->first, disk->second, {}};
     if (applyFaults(event)) post(session, std::move(event));
   }
+  begun_.push_back(session);
+  tellBegunSessions();
+}
+
+/// While events are held, theirs may be among them.
+void EventBus::tellBegunSessions() {
+  if (!pending_.empty()) return;
+  for (const auto& session : std::exchange(begun_, {})) session->tellPresentDisksTold();
 }
 
 /// False when the event is lost.
@@ -53,6 +61,7 @@ void EventBus::post(const std::shared_ptr<SessionState>& session, Event event) {
 void EventBus::release() {
   holding_ = false;
   for (const Held& held : std::exchange(pending_, {})) held.session->deliver(held.event);
+  tellBegunSessions();
 }
 
 std::vector<simulation::PendingEvent> EventBus::pending() const {
@@ -74,6 +83,12 @@ EventBus::Held EventBus::takeHeld(std::size_t index) {
 void EventBus::deliver(std::size_t index) {
   const Held held = takeHeld(index);
   held.session->deliver(held.event);
+  tellBegunSessions();
+}
+
+void EventBus::lose(std::size_t index) {
+  takeHeld(index);
+  tellBegunSessions();
 }
 
 void EventBus::shuffle() {

@@ -29,7 +29,7 @@ class EventBus {
   void release();
   std::vector<simulation::PendingEvent> pending() const;
   void deliver(std::size_t index);
-  void lose(std::size_t index) { takeHeld(index); }
+  void lose(std::size_t index);
   void shuffle();
   void rescan(const DiskTable& present);
 
@@ -41,6 +41,7 @@ class EventBus {
 
   bool applyFaults(Event& event);
   void post(const std::shared_ptr<SessionState>& session, Event event);
+  void tellBegunSessions();
   Held takeHeld(std::size_t index);
   std::vector<std::shared_ptr<SessionState>> listeningSessions();
 
@@ -48,6 +49,7 @@ class EventBus {
   simulation::ArmedFaults& faults_;
   std::vector<std::shared_ptr<SessionState>> sessions_;
   std::vector<Held> pending_;
+  std::vector<std::shared_ptr<SessionState>> begun_;  // not told yet that they know the present disks
   bool holding_ = false;
 };
 

@@ -79,6 +79,12 @@ void SessionState::deliver(Event event) {
   async([this, event = std::move(event)] { call(event); });
 }
 
+void SessionState::tellPresentDisksTold() {
+  async([this] {
+    if (callbacks_.presentDisksTold != nullptr) callbacks_.presentDisksTold(context_);
+  });
+}
+
 /// Makes the event consistent with what the library knows, whatever was lost or reordered; false when there
 /// is nothing to tell.
 bool SessionState::reconcile(Event& event) {

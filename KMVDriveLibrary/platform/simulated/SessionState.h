@@ -32,6 +32,9 @@ class SessionState : public std::enable_shared_from_this<SessionState> {
   /// Hands the event to the session's queue, reconciled with what the session delivered before.
   void deliver(Event event);
 
+  /// Every disk that existed at registration has been delivered.
+  void tellPresentDisksTold();
+
   /// The events that lead from what was delivered to what is.
   std::vector<Event> differences(const DiskTable& present) const;
 

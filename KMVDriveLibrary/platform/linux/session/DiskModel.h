@@ -77,6 +77,9 @@ class DiskModel {
   /// True when a volume is mounted at `point` that will be told as soon as its device is identified.
   bool isAwaitedAt(const std::string& point) const;
 
+  /// The devices whose disks wait for their identification.
+  std::vector<DeviceNumber> awaitedDevices() const { return probes_.awaited(); }
+
   /// The probes to be started; each is handed out once. After `settle`.
   std::vector<ProbeRequest> takeProbeRequests();
 

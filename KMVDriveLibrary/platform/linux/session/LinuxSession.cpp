@@ -241,6 +241,7 @@ void LinuxSession::run() {
   start();
   while (!*stopped_) {
     deliver();
+    tellWhenPresentDisksAreTold();
     answerQuestions();
     const News news = waitForNews();
     // Questions first, before the machine is looked at: the answer is to be no older than the question.
@@ -332,6 +333,21 @@ void LinuxSession::takeAnswers() {
 void LinuxSession::settle() {
   std::vector<DiskEvent> events = model_->settle(DiskModel::Clock::now());
   std::move(events.begin(), events.end(), std::back_inserter(untold_));
+}
+
+/// After `deliver`. A disk that is plugged in meanwhile is not waited for.
+void LinuxSession::tellWhenPresentDisksAreTold() {
+  if (arePresentDisksTold_) return;
+  const auto awaited = model_->awaitedDevices();
+  if (!presentDisksAwaited_) presentDisksAwaited_ = awaited;
+  std::erase_if(*presentDisksAwaited_, [&](DeviceNumber number) {
+    return std::find(awaited.begin(), awaited.end(), number) == awaited.end();
+  });
+  if (!presentDisksAwaited_->empty()) return;
+  arePresentDisksTold_ = true;
+  queue_->async([tell = callbacks_.presentDisksTold, context = context_, stopped = stopped_] {
+    if (tell != nullptr && !*stopped) tell(context);
+  });
 }
 
 void LinuxSession::deliver() {

@@ -88,6 +88,7 @@ class LinuxSession final : public DiskArbitrationSession {
   void takeAnswers();
   void settle();
   void deliver();
+  void tellWhenPresentDisksAreTold();
 
   const LinuxOptions options_;
   const std::shared_ptr<MountTable> mounts_;
@@ -116,6 +117,8 @@ class LinuxSession final : public DiskArbitrationSession {
   std::unique_ptr<DiskModel> model_;
   std::unique_ptr<DeviceFollower> deviceNews_;
   std::vector<DiskEvent> untold_;
+  bool arePresentDisksTold_ = false;
+  std::optional<std::vector<DeviceNumber>> presentDisksAwaited_;  // those of the start; none before it
 
   RetryTimer retry_;
 
