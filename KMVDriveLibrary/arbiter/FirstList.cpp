@@ -5,26 +5,17 @@
 
 #include <memory>
 #include <utility>
-#include <vector>
 
 #include "arbiter/PresentDisksTold.h"
+#include "platform/TimedAnswer.h"
 
 namespace kmv {
 namespace {
 
-/// Somebody waits. `handler` belongs to the main queue.
-struct Request {
-  std::function<void(bool)> handler;
-};
-
-void answer(const std::shared_ptr<Request>& request, bool isComplete) {
-  if (const auto handler = std::exchange(request->handler, nullptr)) handler(isComplete);
-}
-
 struct FirstList {
   Mutex mutex;
   bool isComplete KMV_GUARDED_BY(mutex) = false;
-  std::vector<std::shared_ptr<Request>> waiting KMV_GUARDED_BY(mutex);
+  TimedAnswers<bool> waiting KMV_GUARDED_BY(mutex);
 };
 
 /// Never destroyed: the platform may call until the process ends.
@@ -37,30 +28,18 @@ FirstList& firstList() {
 
 /// The announcements of these drives are on the main queue by now.
 void presentDisksTold(void*) {
-  std::vector<std::shared_ptr<Request>> waiting;
-  {
-    const MutexLock lock(firstList().mutex);
-    firstList().isComplete = true;
-    waiting.swap(firstList().waiting);
-  }
-  for (auto& request : waiting) mainQueue().async([request] { answer(request, true); });
+  const MutexLock lock(firstList().mutex);
+  firstList().isComplete = true;
+  firstList().waiting.give(true);
 }
 
 void whenFirstListIsComplete(std::chrono::nanoseconds limit, std::function<void(bool isComplete)> handler) {
-  auto request = std::make_shared<Request>(Request{std::move(handler)});
   KMVDiskArbiter::sharedInstance().startArbiter();
-  {
-    const MutexLock lock(firstList().mutex);
-    if (firstList().isComplete) return mainQueue().async([request] { answer(request, true); });
-    firstList().waiting.push_back(request);
-  }
-  mainQueue().after(limit, [request = std::move(request)] {
-    {
-      const MutexLock lock(firstList().mutex);
-      std::erase(firstList().waiting, request);
-    }
-    answer(request, false);
-  });
+  const auto waiting = std::make_shared<TimedAnswer<bool>>(std::move(handler));
+  const MutexLock lock(firstList().mutex);
+  if (firstList().isComplete) return waiting->give(true);
+  firstList().waiting.add(waiting);
+  waiting->limit(limit, false);
 }
 
 bool waitForFirstList(std::chrono::nanoseconds limit) {

@@ -20,6 +20,7 @@ class ForwardingVolumes : public Volumes {
   std::vector<URL> mountedVolumeURLs() override { return target_.mountedVolumeURLs(); }
   std::vector<HiddenMount> hiddenMounts() override { return target_.hiddenMounts(); }
   MountEvents mountEvents() override { return target_.mountEvents(); }
+  std::optional<Space> spaceAt(const std::string& path) override { return target_.spaceAt(path); }
   std::optional<URL> volumeURL(const URL& url) override { return target_.volumeURL(url); }
 
  private:

@@ -2,9 +2,11 @@
 #pragma once
 
 #include <KMVDriveLibrary/HiddenMounts.h>
+#include <KMVDriveLibrary/Space.h>
 #include <KMVDriveLibrary/URL.h>
 
 #include <optional>
+#include <string>
 #include <vector>
 
 namespace kmv {
@@ -25,6 +27,10 @@ class Volumes {
 
   /// How mounts are heard of; empty where something else tells the library of them, each by itself.
   virtual MountEvents mountEvents() { return {}; }
+
+  /// The room on the volume that holds the item at `path`; none when it cannot be asked.
+  /// Waits for the volume.
+  virtual std::optional<Space> spaceAt(const std::string& path) = 0;
 
   /// The root URL (a directory URL) of the volume that holds the item at `url`; none when there is no such
   /// item, or the URL is not an absolute file URL.

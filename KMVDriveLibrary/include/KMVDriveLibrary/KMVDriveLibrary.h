@@ -28,6 +28,7 @@
 #include <KMVDriveLibrary/NotificationCenter.h>
 #include <KMVDriveLibrary/Queue.h>
 #include <KMVDriveLibrary/Semaphore.h>
+#include <KMVDriveLibrary/Space.h>
 #include <KMVDriveLibrary/StorageDevices.h>
 #include <KMVDriveLibrary/URL.h>
 #include <KMVDriveLibrary/UUID.h>

@@ -8,6 +8,7 @@
 #include "platform/macos/CF.h"
 #include "platform/macos/MountTable.h"
 #include "platform/macos/Values.h"
+#include "platform/posix/Retry.h"
 
 namespace kmv::macos {
 namespace {
@@ -36,6 +37,13 @@ std::vector<HiddenMount> MacVolumes::hiddenMounts() {
       hidden.push_back({mount.f_mntonname, mount.f_fstypename, rule});
   }
   return hidden;
+}
+
+std::optional<Space> MacVolumes::spaceAt(const std::string& path) {
+  struct statfs volume {};
+  if (retryOnEINTR([&] { return ::statfs(path.c_str(), &volume); }) != 0) return std::nullopt;
+  return Space{volume.f_blocks * volume.f_bsize, volume.f_bfree * volume.f_bsize,
+               volume.f_bavail * volume.f_bsize};
 }
 
 /// On an object of this call's own: URLs cache such answers until their thread's run loop turns.

@@ -13,6 +13,7 @@ class MacVolumes final : public Volumes {
  public:
   std::vector<URL> mountedVolumeURLs() override;
   std::vector<HiddenMount> hiddenMounts() override;
+  std::optional<Space> spaceAt(const std::string& path) override;
   /// As the platform's file manager says it, not `statfs`: below a firmlink the two differ.
   std::optional<URL> volumeURL(const URL& url) override;
 };

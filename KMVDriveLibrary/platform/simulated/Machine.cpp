@@ -120,9 +120,7 @@ void Machine::unplug(DiskId disk) {
   disks_.erase(disk);
   pathVolumes_.erase(disk);
   ioRegistry_.forget(disk);
-  fileSystem_.setAnswerTime(disk, {});
-  items().unmount(disk);
-  items().forget(disk);  // no disk gets its number again
+  fileSystem_.forget(disk);
   emitWithOthers(wasHidden ? std::nullopt
                            : std::optional(Event{Kind::disappeared, disk, std::move(last), {}}));
 }

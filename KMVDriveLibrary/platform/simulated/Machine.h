@@ -80,6 +80,10 @@ class Machine final : public simulation::SimulatedPlatform, public Platform {
     requireDisk(disk);
     fileSystem_.setAnswerTime(disk, time);
   }
+  void setSpace(simulation::DiskId disk, Space space) override {
+    requireDisk(disk);
+    fileSystem_.setSpace(disk, space);
+  }
   void addHiddenMount(HiddenMount mount) override { fileSystem_.addHiddenMount(std::move(mount)); }
   bool setAttribute(const std::string& path, const std::string& name, const std::string& value) override {
     return items().setAttribute(path, name, value);

@@ -16,6 +16,13 @@ void SimulatedFileSystem::setAnswerTime(simulation::DiskId volume, std::chrono::
   }
 }
 
+void SimulatedFileSystem::forget(simulation::DiskId volume) {
+  answerTimes_.erase(volume);
+  spaces_.erase(volume);
+  items_.unmount(volume);
+  items_.forget(volume);
+}
+
 void SimulatedFileSystem::waitFor(const std::string& path, Asks asks) const {
   scheduler_.requireOwnThread();
   if (answerTimes_.empty()) return;
@@ -44,6 +51,14 @@ std::vector<HiddenMount> SimulatedFileSystem::hiddenMounts() {
   std::vector<HiddenMount> hidden = hiddenMounts_;
   for (HiddenMount& mount : mounts().hidden()) hidden.push_back(std::move(mount));
   return hidden;
+}
+
+std::optional<Space> SimulatedFileSystem::spaceAt(const std::string& path) {
+  waitFor(path);
+  const auto resolved = items_.resolve(path, ItemTree::Missing::isNone);
+  const auto volume = resolved ? mounts().placeOf(*resolved).first : std::nullopt;
+  const auto space = volume ? spaces_.find(*volume) : spaces_.end();
+  return space == spaces_.end() ? std::nullopt : std::optional(space->second);
 }
 
 std::optional<URL> SimulatedFileSystem::volumeURL(const URL& url) {

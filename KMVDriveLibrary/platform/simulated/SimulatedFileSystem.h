@@ -28,6 +28,7 @@ class SimulatedFileSystem : public Volumes, public Files, public TreeWalk {
 
   std::vector<URL> mountedVolumeURLs() override;
   std::vector<HiddenMount> hiddenMounts() override;
+  std::optional<Space> spaceAt(const std::string& path) override;
   std::optional<URL> volumeURL(const URL& url) override;
   FileBytes readRegularFile(const std::string& path, std::size_t mostBytes) override;
   std::unique_ptr<FileStream> openForReading(const std::string& path) override;
@@ -41,7 +42,10 @@ class SimulatedFileSystem : public Volumes, public Files, public TreeWalk {
   const ItemTree& items() const { return items_; }
   const MountedVolumes& mounts() const { return items_.mounts(); }
   void addHiddenMount(HiddenMount mount) { hiddenMounts_.push_back(std::move(mount)); }
+  void setSpace(simulation::DiskId volume, Space space) { spaces_[volume] = space; }
   void setAnswerTime(simulation::DiskId volume, std::chrono::nanoseconds time);
+  /// The disk is gone; its id is never reused.
+  void forget(simulation::DiskId volume);
 
   /// Which folders on the way to the item are asked for: a volume's root is known without asking the volume.
   enum class Asks { alsoForRoots, belowRoots };
@@ -59,6 +63,7 @@ class SimulatedFileSystem : public Volumes, public Files, public TreeWalk {
   ItemTree items_{scheduler_};
   std::vector<HiddenMount> hiddenMounts_;
   std::map<simulation::DiskId, std::chrono::nanoseconds> answerTimes_;
+  std::map<simulation::DiskId, Space> spaces_;
 };
 
 }  // namespace kmv::simulated

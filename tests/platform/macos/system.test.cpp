@@ -38,6 +38,7 @@ TEST_F(MacSystem, ALinkIsOnItsOwnVolumeAndWhatLeadsThroughItOnItsTargets) {
   EXPECT_EQ(volumeOf(folder_ / "link"), outer);
   EXPECT_EQ(volumeOf(folder_ / "missing"), std::nullopt);
   EXPECT_EQ(platform_.volumes().volumeURL(*URL::fromString("file:relative")), std::nullopt);
+  EXPECT_EQ(platform_.volumes().spaceAt(folder_ / "card/file"), (Space{4'096'000, 1'638'400, 1'228'800}));
 }
 
 TEST_F(MacSystem, AMountTableThatGrowsMeanwhileIsReadWhole) {

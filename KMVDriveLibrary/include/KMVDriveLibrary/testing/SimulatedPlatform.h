@@ -3,6 +3,7 @@
 
 #include <KMVDriveLibrary/DriverCounters.h>
 #include <KMVDriveLibrary/HiddenMounts.h>
+#include <KMVDriveLibrary/Space.h>
 #include <KMVDriveLibrary/StorageDevices.h>
 #include <KMVDriveLibrary/Value.h>
 #include <KMVDriveLibrary/testing/SimulatedDisk.h>
@@ -118,6 +119,8 @@ class SimulatedPlatform : public SimulatedFaults {
   /// 0 ends it. `kNever`: the volume hangs, and whoever asks it aborts the process with a message that names the queue.
   virtual void setAnswerTime(DiskId disk, std::chrono::nanoseconds time) = 0;
   static constexpr auto kNever = std::chrono::nanoseconds::max();
+  /// What `askForSpace` says of the volume; nothing at first.
+  virtual void setSpace(DiskId disk, Space space) = 0;
   /// A symbolic link at `path`; replaces an earlier item. "/tmp", "/var" and "/etc" are links into "/private" from the start.
   virtual void createLink(const std::string& path, const std::string& target) = 0;
   /// A mount that is no drive.

@@ -1,11 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "platform/linux/mounts/LinuxVolumes.h"
 
+#include <sys/statvfs.h>
+
 #include <string>
 #include <utility>
 
 #include "base/Degradation.h"
 #include "platform/linux/queues/WorkerPool.h"
+#include "platform/posix/Retry.h"
 
 namespace kmv {
 
@@ -31,6 +34,14 @@ std::vector<HiddenMount> LinuxVolumes::hiddenMounts() {
     if (!rule.empty()) hidden.push_back({entry.point, entry.kind, std::string(rule)});
   });
   return hidden;
+}
+
+std::optional<Space> LinuxVolumes::spaceAt(const std::string& path) {
+  const VolumeWait waiting;
+  struct statvfs status {};
+  if (retryOnEINTR([&] { return ::statvfs(path.c_str(), &status); }) != 0) return std::nullopt;
+  return Space{status.f_blocks * status.f_frsize, status.f_bfree * status.f_frsize,
+               status.f_bavail * status.f_frsize};
 }
 
 std::optional<URL> LinuxVolumes::volumeURL(const URL& url) {

@@ -19,6 +19,7 @@ class LinuxVolumes final : public Volumes {
   std::vector<URL> mountedVolumeURLs() override;
   std::vector<HiddenMount> hiddenMounts() override;
   MountEvents mountEvents() override { return mounts_->events(); }
+  std::optional<Space> spaceAt(const std::string& path) override;
   std::optional<URL> volumeURL(const URL& url) override;
 
  private:
