@@ -55,6 +55,10 @@ const Print kTruth{[](const Dictionary& drive, std::string_view key) {
   const auto truth = drive.boolValue(key);
   return truth ? JSON(*truth) : JSON();
 }};
+const Print kUUIDText{[](const Dictionary& drive, std::string_view key) {
+  const UUID* uuid = drive.uuid(key);
+  return uuid == nullptr ? JSON() : JSON(uuid->string());
+}};
 const Print kReal{[](const Dictionary& drive, std::string_view key) {
                     return drive.contains(key) ? JSON(drive.doubleValue(key)) : JSON();
                   },
@@ -81,8 +85,7 @@ const Print kFlags{textOrNone, flagsCell};
 
 // JSON members and columns come in this order, which scripts may rely on; hence two lines for some keys.
 //
-// A new description key is one more line at the end:
-//   {key::kDeviceModel, "model", "MODEL", Shown::verbosely, kText},
+// A new description key is one more line at the end.
 const DriveFact kFacts[] = {
     {key::kVolumePath, "url", nullptr, Shown::nowhere, kURL},
     {key::kVolumePath, "path", nullptr, Shown::nowhere, kPath},
@@ -99,6 +102,17 @@ const DriveFact kFacts[] = {
     {kDiskMountedPriorToApplicationInstance, "mountedBeforeStart", nullptr, Shown::nowhere, kTruth},
     {key::kVolumeNetwork, "network", "network", Shown::asFlag, kTruth},
     {key::kAppearanceTime, "appeared", nullptr, Shown::nowhere, kReal},
+    {key::kDeviceProtocol, "protocol", "BUS", Shown::verbosely, kText},
+    {key::kDeviceVendor, "vendor", nullptr, Shown::nowhere, kText},
+    {key::kDeviceModel, "model", "MODEL", Shown::verbosely, kText},
+    {key::kDeviceSerial, "serial", "SERIAL", Shown::verbosely, kText},
+    {key::kDeviceRevision, "revision", nullptr, Shown::nowhere, kText},
+    {key::kDeviceRotational, "rotational", nullptr, Shown::nowhere, kTruth},
+    {key::kMediaWritable, "writable", nullptr, Shown::nowhere, kTruth},
+    {key::kMediaBlockSize, "blockSize", nullptr, Shown::nowhere, kBytes},
+    {key::kMediaName, "partitionName", nullptr, Shown::nowhere, kText},
+    {key::kMediaUUID, "partitionUUID", nullptr, Shown::nowhere, kUUIDText},
+    {key::kVolumeIdentifier, "identifier", nullptr, Shown::nowhere, kText},
 };
 
 std::string flagsCell(const Dictionary& drive, std::string_view) {
@@ -162,7 +176,9 @@ JSON jsonOfDrive(const Dictionary& drive) {
     if (fact.jsonName == nullptr) continue;
     if (JSON member = fact.print.member(drive, fact.key); !member.is_null()) object[fact.jsonName] = member;
   }
-  object["description"] = jsonOf(Value(drive));
+  Dictionary description = drive;
+  description.remove(kDiskWrapperKey);  // an object of the library, which has no text for others
+  object["description"] = jsonOf(Value(description));
   return object;
 }
 

@@ -13,6 +13,8 @@
 namespace kmv::key {
 
 // The volume.
+/// Text: the file system's own identifier as it writes it, "56D3-366B" or a UUID.
+inline constexpr char kVolumeIdentifier[] = "KMVVolumeIdentifier";
 inline constexpr char kVolumeKind[] = "DAVolumeKind";            ///< text: file-system type, "ext4"
 inline constexpr char kVolumeMountable[] = "DAVolumeMountable";  ///< boolean
 inline constexpr char kVolumeName[] = "DAVolumeName";            ///< text: the label
@@ -22,17 +24,27 @@ inline constexpr char kVolumeType[] = "DAVolumeType";            ///< text: the 
 inline constexpr char kVolumeUUID[] = "DAVolumeUUID";            ///< UUID
 
 // The medium.
-inline constexpr char kMediaBSDName[] = "DAMediaBSDName";  ///< text: "sda1", "disk4s2"
+inline constexpr char kMediaBlockSize[] = "DAMediaBlockSize";  ///< integer: bytes of a logical block
+inline constexpr char kMediaBSDName[] = "DAMediaBSDName";      ///< text: "sda1", "disk4s2"
 inline constexpr char kMediaBSDUnit[] = "DAMediaBSDUnit";  ///< integer: a whole disk and its slices share it
 inline constexpr char kMediaContent[] = "DAMediaContent";  ///< text: the partition's type
 inline constexpr char kMediaEjectable[] = "DAMediaEjectable";  ///< boolean
+inline constexpr char kMediaName[] = "DAMediaName";            ///< text: the partition's label
 inline constexpr char kMediaRemovable[] = "DAMediaRemovable";  ///< boolean
 inline constexpr char kMediaSize[] = "DAMediaSize";            ///< integer: bytes
+inline constexpr char kMediaUUID[] = "DAMediaUUID";            ///< UUID: the partition's
 inline constexpr char kMediaWhole[] = "DAMediaWhole";          ///< boolean: a whole disk, not a slice
+inline constexpr char kMediaWritable[] = "DAMediaWritable";    ///< boolean: false for a read-only medium
 
 // The device.
 inline constexpr char kDeviceInternal[] = "DADeviceInternal";  ///< boolean
 inline constexpr char kDeviceModel[] = "DADeviceModel";        ///< text
+/// Text: how it is connected. Linux: "USB", "SATA", "NVMe", "SD", "MMC", "FireWire", "SCSI", "Virtual".
+inline constexpr char kDeviceProtocol[] = "DADeviceProtocol";
+inline constexpr char kDeviceRevision[] = "DADeviceRevision";       ///< text: of its firmware
+inline constexpr char kDeviceRotational[] = "KMVDeviceRotational";  ///< boolean: it turns
+inline constexpr char kDeviceSerial[] = "KMVDeviceSerial";          ///< text
+inline constexpr char kDeviceVendor[] = "DADeviceVendor";           ///< text
 
 /// Real: seconds since 2001-01-01 00:00 UTC; given once per appearance of a device.
 inline constexpr char kAppearanceTime[] = "DAAppearanceTime";

@@ -11,11 +11,12 @@
 
 namespace kmv {
 
-/// The room on a volume, in bytes.
+/// The room on a volume, in bytes, and whether it can be used.
 struct Space {
   std::uint64_t total = 0;
   std::uint64_t free = 0;
   std::uint64_t available = 0;  ///< of that for a user without privileges
+  bool isReadOnly = false;      ///< mounted so at present; a remount changes it without an announcement
   friend bool operator==(const Space&, const Space&) = default;
 };
 

@@ -43,7 +43,7 @@ std::optional<Space> MacVolumes::spaceAt(const std::string& path) {
   struct statfs volume {};
   if (retryOnEINTR([&] { return ::statfs(path.c_str(), &volume); }) != 0) return std::nullopt;
   return Space{volume.f_blocks * volume.f_bsize, volume.f_bfree * volume.f_bsize,
-               volume.f_bavail * volume.f_bsize};
+               volume.f_bavail * volume.f_bsize, (volume.f_flags & MNT_RDONLY) != 0};
 }
 
 /// On an object of this call's own: URLs cache such answers until their thread's run loop turns.

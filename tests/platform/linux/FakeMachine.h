@@ -39,6 +39,9 @@ class FakeMachine {
     root_.link("sys/class/block/" + name.string(), "../../devices/" + folder);
     root_.link("sys/dev/block/" + number, "../../devices/" + folder);
   }
+  void attribute(const std::string& path, const std::string& text) {
+    root_.write("sys/devices/" + path, text + "\n");
+  }
   /// The list of the devices made so far cannot be read, or can be again.
   void devicesAreReadable(bool areReadable) {
     const std::filesystem::path list = root_ / "sys/class/block", next = root_ / "sys/class/next";

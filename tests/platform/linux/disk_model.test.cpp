@@ -159,9 +159,9 @@ TEST_F(Model, AnUnmountListsWhatBecameKnownMeanwhile) {
   BlockDevice known = disk(0, "sda");
   known.facts.id = "6A81-CDD2";
   bench.plug(known);
-  EXPECT_THAT(bench.told(), ElementsAre("~ sda /a #1 DAVolumeUUID"));
+  EXPECT_THAT(bench.told(), ElementsAre("~ sda /a #1 DAVolumeUUID KMVVolumeIdentifier"));
   bench.does("umount 10");
-  EXPECT_THAT(bench.told(), ElementsAre("~ sda none #1 DAVolumePath DAVolumeUUID"));
+  EXPECT_THAT(bench.told(), ElementsAre("~ sda none #1 DAVolumePath DAVolumeUUID KMVVolumeIdentifier"));
 }
 
 // With probes: a disk is announced with what its own probe says, or without it after a while.

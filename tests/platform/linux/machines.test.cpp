@@ -27,19 +27,27 @@ Dictionary unmounted(const FakeMachine& machine, const std::string& name) {
 class UsbStick : public ::testing::Test {
  protected:
   UsbStick() {
-    machine_.device(
-        "pci0/usb1/1-2/host6/6:0:0:0/block/sdb", "8:16",
-        {{"size", "31266816"}, {"removable", "1"}, {"diskseq", "9"}, {"device/model", "fallback"}});
+    machine_.device("pci0/usb1/1-2/host6/6:0:0:0/block/sdb", "8:16",
+                    {{"size", "31266816"},
+                     {"removable", "1"},
+                     {"diskseq", "9"},
+                     {"device/model", "fallback"},
+                     {"device/vendor", "SanDisk "},
+                     {"device/rev", "1.00"},
+                     {"queue/rotational", "0"},
+                     {"queue/logical_block_size", "512"}});
     machine_.device("pci0/usb1/1-2/host6/6:0:0:0/block/sdb/sdb1", "8:17",
-                    {{"size", "31264768"}, {"partition", "1"}});
+                    {{"size", "31264768"}, {"partition", "1"}, {"ro", "1"}});
     machine_.bus("pci0/usb1", "usb");
     machine_.udev(
         "8:16",
-        "E:ID_MODEL=Cruzer_Blade\nE:ID_MODEL_ENC=Cruzer\\x20Blade\\x20\\x20\nE:ID_PART_TABLE_TYPE=dos\n");
+        "E:ID_MODEL=Cruzer_Blade\nE:ID_MODEL_ENC=Cruzer\\x20Blade\\x20\\x20\nE:ID_PART_TABLE_TYPE=dos\n"
+        "E:ID_SERIAL_SHORT=4C53\n");
     machine_.udev(
         "8:17",
         "E:ID_FS_TYPE=vfat\nE:ID_FS_USAGE=filesystem\nE:ID_FS_VERSION=FAT32\nE:ID_FS_UUID=6A81-CDD2\n"
-        "E:ID_FS_LABEL=KIM_S_CARD\nE:ID_FS_LABEL_ENC=KIM\\x27S\\x20CARD\nE:ID_PART_ENTRY_TYPE=0xc\n");
+        "E:ID_FS_LABEL=KIM_S_CARD\nE:ID_FS_LABEL_ENC=KIM\\x27S\\x20CARD\nE:ID_PART_ENTRY_TYPE=0xc\n"
+        "E:ID_PART_ENTRY_NAME=EOS\\x20R5\nE:ID_PART_ENTRY_UUID=00b5d6cc-01\n");
   }
   FakeMachine machine_;
 };
@@ -50,6 +58,15 @@ TEST_F(UsbStick, IsDescribedByItsUdevRecord) {
             (Dictionary{{key::kAppearanceTime, 1.0},
                         {key::kDeviceInternal, false},
                         {key::kDeviceModel, "Cruzer Blade"},
+                        {key::kDeviceProtocol, "USB"},
+                        {key::kDeviceRevision, "1.00"},
+                        {key::kDeviceRotational, false},
+                        {key::kDeviceSerial, "4C53"},
+                        {key::kDeviceVendor, "SanDisk"},
+                        {key::kMediaBlockSize, 512},
+                        {key::kMediaName, "EOS R5"},
+                        {key::kMediaWritable, false},
+                        {key::kVolumeIdentifier, "6A81-CDD2"},
                         {key::kMediaBSDName, "sdb1"},
                         {key::kMediaBSDUnit, 9},
                         {key::kMediaContent, "0xc"},
@@ -96,6 +113,36 @@ TEST(Machines, NvmeDiskIsInternalAndPaddedNamesAreTrimmed) {
   EXPECT_EQ(*disk.text(key::kMediaContent), "0FC63DAF-8483-4772-8E79-3D69D8477DE4");
   EXPECT_EQ(disk.find(key::kMediaBSDUnit)->integerValue(), std::int64_t{259} << 20) << "of the whole disk";
   EXPECT_FALSE(disk.contains(key::kVolumeUUID)) << "zeros identify nothing";
+}
+
+TEST(Machines, SayHowTheyAreConnectedAndWhetherByACable) {
+  FakeMachine machine;
+  const auto add = [&](const std::string& folder, const char* number, FakeMachine::Attributes attributes) {
+    machine.device(folder, number, attributes);
+  };
+  add("pci0/cable/nvme/nvme1/nvme1n1", "259:9", {{"size", "1"}, {"diskseq", "1"}, {"device/serial", "S1"}});
+  machine.bus("pci0/cable", "pci");
+  machine.attribute("pci0/cable/removable", "removable");
+  machine.bus("pci0/cable/nvme/nvme1", "nvme");
+  add("pci0/ata2/host1/target1:0:0/1:0:0:0/block/sda", "8:0",
+      {{"size", "1"}, {"diskseq", "2"}, {"queue/rotational", "1"}, {"device/vendor", "0x1af4"}});
+  add("pci0/mmc0/mmc0:1/block/mmcblk0", "179:0", {{"size", "1"}, {"device/type", "SD"}});
+  machine.bus("pci0/mmc0/mmc0:1", "mmc");
+  add("virtual/block/md0", "9:0", {{"size", "1"}});
+  const auto connection = [&](const char* name) {
+    const Dictionary disk = unmounted(machine, name);
+    return *disk.text(key::kDeviceProtocol) + (*disk.boolValue(key::kDeviceInternal) ? "" : ", external");
+  };
+  EXPECT_EQ(connection("nvme1n1"), "NVMe, external");
+  EXPECT_EQ(connection("sda"), "SATA");
+  EXPECT_EQ(connection("mmcblk0"), "SD, external");
+  EXPECT_EQ(connection("md0"), "Virtual");
+  EXPECT_FALSE(unmounted(machine, "sda").contains(key::kDeviceVendor)) << "a number is no name";
+  const BlockDevices devices(machine.options());
+  const auto serial = [&] { return *devices.read({259, 9})->hardwareFacts.text(key::kDeviceSerial); };
+  EXPECT_EQ(serial(), "S1");
+  add("pci0/cable/nvme/nvme1/nvme1n1", "259:9", {{"diskseq", "3"}, {"device/serial", "S2"}});
+  EXPECT_EQ(serial(), "S2") << "another disk";
 }
 
 TEST(Machines, LoopAndMappedDevices) {

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <KMVDriveLibrary/Mutex.h>
 #include <KMVDriveLibrary/Value.h>
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -24,6 +26,8 @@ struct SignatureFacts {
   std::string id;             // a UUID or what the type has in its place
   std::string tableType;      // "gpt", "dos"
   std::string partitionType;  // the type that the partition table gives this partition
+  std::string partitionName;  // its label there
+  std::string partitionId;    // its UUID there, or what stands in its place
   friend bool operator==(const SignatureFacts&, const SignatureFacts&) = default;
 };
 
@@ -45,7 +49,7 @@ struct BlockDevice {
   bool ejectable = false;
   bool internal = true;
   std::string model;
-  Dictionary sysfsFacts;  ///< parts of its description that are one attribute of sysfs each
+  Dictionary hardwareFacts;  ///< parts of its description that are taken as they stand
   SignatureFacts facts;
   bool inDatabase = false;       ///< udev has a record, from which `facts` is
   bool reportUnmounted = true;   ///< false for what the system keeps to itself: a disk only while mounted
@@ -53,7 +57,7 @@ struct BlockDevice {
   std::uint64_t readAt = 0;      ///< the kernel's event count just before this was read; 0 when unknown
 };
 
-/// Reads block devices from sysfs and udev's database. Touches no device node. Immutable: any thread. Failure: throws
+/// Reads block devices from sysfs and udev's database. Touches no device node. Any thread. Failure: throws
 /// `NotReadable` when it cannot be known whether a device is there or what it is, since no descriptor is left, say.
 class BlockDevices {
  public:
@@ -74,10 +78,20 @@ class BlockDevices {
   std::string nameOfMapping(std::string_view mapping) const;
   UdevProperties readUdev(DeviceNumber number, bool& found) const;
   void readWholeDisk(const std::string& folder, BlockDevice& device) const;
-  bool isOnExternalBus(const std::string& folder) const;
+  /// What a whole disk has for as long as it is there.
+  struct Hardware {
+    std::uint64_t mediumSequence = 0;
+    Dictionary facts;
+    bool isExternal = false;
+  };
+  Hardware hardwareOf(const std::string& folder, const BlockDevice& device) const;
+  Hardware readHardware(const std::string& folder) const;
 
   std::string sysRoot_;
   std::string udevData_;
+
+  mutable Mutex mutex_;
+  mutable std::map<DeviceNumber, Hardware> hardware_ KMV_GUARDED_BY(mutex_);  // of whole disks
 };
 
 /// The facts that udev's properties of a device hold.

@@ -42,6 +42,7 @@ void describeVolume(const SignatureFacts& facts, const MountEntry* mount, Dictio
   description.set(key::kVolumeKind, kind);
   description.set(key::kVolumeType, volumeType(kind, facts));
   if (!name.empty()) description.set(key::kVolumeName, name);
+  if (!facts.id.empty()) description.set(key::kVolumeIdentifier, facts.id);
   if (const auto uuid = volumeUUID(facts.type.empty() ? kind : facts.type, facts.id))
     description.set(key::kVolumeUUID, *uuid);
   description.set(key::kVolumeMountable, true);
@@ -54,7 +55,9 @@ void describeMedia(const BlockDevice& device, Dictionary& description) {
   if (const std::string content = mediaContent(device); !content.empty())
     description.set(key::kMediaContent, content);
   description.set(key::kMediaEjectable, device.ejectable);
-  description.merge(device.sysfsFacts);
+  description.merge(device.hardwareFacts);
+  if (!device.facts.partitionName.empty()) description.set(key::kMediaName, device.facts.partitionName);
+  if (const auto uuid = UUID::fromString(device.facts.partitionId)) description.set(key::kMediaUUID, *uuid);
   description.set(key::kMediaSize, device.bytes);
   description.set(key::kMediaWhole, device.whole);
   description.set(key::kDeviceInternal, device.internal);

@@ -98,20 +98,26 @@ std::optional<SignatureFacts> readSignatures(int node, const Part& part) {
   facts.id = valueOf(probe.get(), "UUID");
   facts.tableType = valueOf(probe.get(), "PTTYPE");
   facts.partitionType = valueOf(probe.get(), "PART_ENTRY_TYPE");
+  facts.partitionName = valueOf(probe.get(), "PART_ENTRY_NAME");
+  facts.partitionId = valueOf(probe.get(), "PART_ENTRY_UUID");
   return facts;
 }
 
-/// The type that the disk's partition table gives a partition, as "PART_ENTRY_TYPE" is written.
-std::string readPartitionType(int disk, DeviceNumber partition) {
+/// What the disk's partition table says of a partition, as the probe of a partition's own node writes it.
+void readPartitionEntry(int disk, DeviceNumber partition, SignatureFacts& facts) {
   const ProbeOwner probe = makeProbe(disk, {});
   const blkid_partlist list = probe ? blkid_probe_get_partitions(probe.get()) : nullptr;
   const blkid_partition found =
       list ? blkid_partlist_devno_to_partition(list, makedev(partition.major, partition.minor)) : nullptr;
-  if (found == nullptr) return {};
-  if (const char* const text = blkid_partition_get_type_string(found)) return text;
+  if (found == nullptr) return;
+  const auto textOf = [](const char* text) { return std::string(text == nullptr ? "" : text); };
+  facts.partitionName = textOf(blkid_partition_get_name(found));
+  facts.partitionId = textOf(blkid_partition_get_uuid(found));
+  facts.partitionType = textOf(blkid_partition_get_type_string(found));
+  if (!facts.partitionType.empty()) return;
   std::array<char, 16> number{};
   std::snprintf(number.data(), number.size(), "0x%x", static_cast<unsigned>(blkid_partition_get_type(found)));
-  return number.data();
+  facts.partitionType = number.data();
 }
 
 std::optional<SignatureFacts> readPartition(int disk, const BlockDevice& device) {
@@ -119,7 +125,7 @@ std::optional<SignatureFacts> readPartition(int disk, const BlockDevice& device)
   ::posix_fadvise(disk, static_cast<off_t>(device.offset), static_cast<off_t>(device.bytes),
                   POSIX_FADV_DONTNEED);
   auto facts = readSignatures(disk, {device.offset, device.bytes});
-  if (facts) facts->partitionType = readPartitionType(disk, device.number);
+  if (facts) readPartitionEntry(disk, device.number, *facts);
   return facts;
 }
 

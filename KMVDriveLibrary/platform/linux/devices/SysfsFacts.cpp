@@ -16,18 +16,31 @@ using Kind = SysfsFact::Kind;
 
 constexpr SysfsFact kFacts[] = {
     {key::kMediaRemovable, Of::wholeDisk, "removable", Kind::flag},
+    {key::kMediaWritable, Of::device, "ro", Kind::denial},
+    {key::kMediaBlockSize, Of::wholeDisk, "queue/logical_block_size", Kind::integer},
+};
+
+constexpr SysfsFact kLastingFacts[] = {
+    {key::kDeviceRotational, Of::wholeDisk, "queue/rotational", Kind::boolean},
+    {key::kDeviceVendor, Of::wholeDisk, "device/vendor", Kind::text},
+    {key::kDeviceRevision, Of::wholeDisk, "device/rev", Kind::text},
+    {key::kDeviceRevision, Of::wholeDisk, "device/firmware_rev", Kind::text},
+    {key::kDeviceSerial, Of::wholeDisk, "serial", Kind::text},
+    {key::kDeviceSerial, Of::wholeDisk, "device/serial", Kind::text},
 };
 
 std::optional<Value> valueOf(const std::string& text, Kind kind) {
   switch (kind) {
     case Kind::text:
-      return text.empty() ? std::nullopt : std::optional<Value>(text);
+      return text.empty() || text.starts_with("0x") ? std::nullopt : std::optional<Value>(text);
     case Kind::integer: {
       const auto number = parseNumber(text);
       return number ? std::optional<Value>(*number) : std::nullopt;
     }
     case Kind::boolean:
       return text == "0" || text == "1" ? std::optional<Value>(text == "1") : std::nullopt;
+    case Kind::denial:
+      return text == "0" || text == "1" ? std::optional<Value>(text == "0") : std::nullopt;
     case Kind::flag:
       return text == "1";
   }
@@ -38,6 +51,10 @@ std::optional<Value> valueOf(const std::string& text, Kind kind) {
 
 std::span<const SysfsFact> sysfsFacts() {
   return kFacts;
+}
+
+std::span<const SysfsFact> lastingSysfsFacts() {
+  return kLastingFacts;
 }
 
 Dictionary readSysfsFacts(std::span<const SysfsFact> facts, const std::string& device,

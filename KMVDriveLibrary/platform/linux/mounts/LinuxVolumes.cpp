@@ -41,7 +41,7 @@ std::optional<Space> LinuxVolumes::spaceAt(const std::string& path) {
   struct statvfs status {};
   if (retryOnEINTR([&] { return ::statvfs(path.c_str(), &status); }) != 0) return std::nullopt;
   return Space{status.f_blocks * status.f_frsize, status.f_bfree * status.f_frsize,
-               status.f_bavail * status.f_frsize};
+               status.f_bavail * status.f_frsize, (status.f_flag & ST_RDONLY) != 0};
 }
 
 std::optional<URL> LinuxVolumes::volumeURL(const URL& url) {
