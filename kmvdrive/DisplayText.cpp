@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <iterator>
+#include <numeric>
 
 namespace kmv::tool {
 namespace {
@@ -161,19 +162,43 @@ std::vector<std::size_t> Table::widths() const {
   return widths;
 }
 
-std::string Table::text(const Style& style) const {
+std::vector<std::size_t> Table::columnsThatFit(const std::vector<std::size_t>& widths,
+                                               std::size_t width) const {
+  std::vector<std::size_t> shown(columns_.size());
+  std::iota(shown.begin(), shown.end(), std::size_t{0});
+  const auto takes = [&] {
+    std::size_t sum = kColumnGap * (shown.size() - 1);
+    for (const std::size_t i : shown) sum += widths[i];
+    return sum;
+  };
+  while (shown.size() > 1 && takes() > width) {
+    shown.erase(std::min_element(shown.begin(), shown.end(), [&](std::size_t a, std::size_t b) {
+      return columns_[a].worth < columns_[b].worth;
+    }));
+  }
+  return shown;
+}
+
+std::string Table::text(const Style& style, std::size_t width) const {
+  auto widths = this->widths();
+  const auto shown = columnsThatFit(widths, width);
+  std::size_t before = 0;
+  for (const std::size_t i : shown) before += i == shown.back() ? 0 : widths[i] + kColumnGap;
+  if (width != kUnlimited)
+    widths[shown.back()] = std::min(widths[shown.back()], width - std::min(before, width));
   std::string out;
-  const auto append = [&, widths = widths()](std::size_t i, std::string_view cell, Style::Look look) {
-    const bool last = i + 1 == columns_.size();
+  const auto append = [&](std::size_t i, std::string_view whole, Style::Look look) {
+    const bool last = i == shown.back();
+    const std::string_view cell = clippedText(whole, widths[i]);
     const std::string padding(widths[i] - displayWidth(cell), ' ');
     if (columns_[i].align == Align::right) out += padding;
     out += style.apply(look, cell);
     if (columns_[i].align == Align::left && !last) out += padding;
     out += last ? "\n" : std::string(kColumnGap, ' ');
   };
-  for (std::size_t i = 0; i < columns_.size(); ++i) append(i, columns_[i].heading, Style::Look::heading);
+  for (const std::size_t i : shown) append(i, columns_[i].heading, Style::Look::heading);
   for (const auto& row : rows_) {
-    for (std::size_t i = 0; i < row.size(); ++i) append(i, row[i], Style::Look::plain);
+    for (const std::size_t i : shown) append(i, row[i], Style::Look::plain);
   }
   return out;
 }

@@ -49,18 +49,22 @@ class Table {
   struct Column {
     std::string_view heading;
     Align align = Align::left;
+    int worth = 0;  ///< where there is no room for all, the columns of least worth go first
   };
+  static constexpr std::size_t kUnlimited = SIZE_MAX;
 
   explicit Table(std::vector<Column> columns) : columns_(std::move(columns)) {}
 
   /// REQUIRES: one cell a column. An empty cell shows as "-".
   void addRow(std::vector<std::string> cells);
 
-  /// One line each for the headings and every row.
-  std::string text(const Style& style) const;
+  /// One line each for the headings and every row, in at most so many columns of a terminal. The last column that
+  /// stays is clipped where that is not enough.
+  std::string text(const Style& style, std::size_t width = kUnlimited) const;
 
  private:
   std::vector<std::size_t> widths() const;
+  std::vector<std::size_t> columnsThatFit(const std::vector<std::size_t>& widths, std::size_t width) const;
 
   std::vector<Column> columns_;
   std::vector<std::vector<std::string>> rows_;  // as they will be shown

@@ -5,13 +5,18 @@
 #include <KMVDriveLibrary/Exception.h>
 #include <KMVDriveLibrary/HiddenMounts.h>
 #include <KMVDriveLibrary/KMVDiskArbiter.h>
+#include <KMVDriveLibrary/Space.h>
+#include <KMVDriveLibrary/StorageDevices.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -19,6 +24,7 @@
 #include "kmvdrive/CommandLine.h"
 #include "kmvdrive/DriveFacts.h"
 #include "kmvdrive/InitialReport.h"
+#include "kmvdrive/Screen.h"
 
 namespace kmv::tool {
 namespace {
@@ -29,21 +35,22 @@ struct ListOptions {
   bool json = false;
   bool all = false;
   bool verbose = false;
+  bool bytes = false;
+  std::vector<std::string> columns;
 };
 
-/// A snapshot of what the registry knows.
+/// A snapshot of what the registry knows, by URL, with what the volumes say.
 struct Listing {
-  MountedDictionaries drives;
-  KMVDiskArbiter::UnmountedDictionaries unmounted;
+  std::vector<Dictionary> drives;
+  std::vector<Dictionary> unmounted;
   std::vector<HiddenMount> hidden;
-  MountEvents events;                                       // with `--verbose`
-  std::optional<std::map<std::string, CodexStatus>> codex;  // by path; none without `--verbose`
+  MountEvents events;                        // with `--verbose`
+  std::map<std::string, CodexStatus> codex;  // by path; the same
 
   const CodexStatus* codexVolume(const Dictionary& drive) const {
     const URL* url = drive.url(key::kVolumePath);
-    if (!codex || url == nullptr) return nullptr;
-    const auto found = codex->find(url->path());
-    return found == codex->end() ? nullptr : &found->second;
+    const auto found = url == nullptr ? codex.end() : codex.find(url->path());
+    return found == codex.end() ? nullptr : &found->second;
   }
 };
 
@@ -53,10 +60,10 @@ constexpr std::chrono::seconds kPatienceWithVolumes{2};
 /// What the Codex volumes among the drives say, and their sizes as far as they come in time. None when the
 /// program is to end.
 std::optional<std::map<std::string, CodexStatus>> askCodexVolumes(EventLoop& loop,
-                                                                  const MountedDictionaries& drives) {
+                                                                  const std::vector<Dictionary>& drives) {
   std::map<std::string, CodexStatus> volumes;
   CodexFeed feed([&](const CodexStatus& status) { volumes[status.path] = status; });
-  for (const auto& [url, drive] : drives) feed.ask(*drive);
+  for (const Dictionary& drive : drives) feed.ask(drive);
   const auto limit = EventLoop::Clock::now() + kPatienceWithVolumes;
   while (feed.isWaiting()) {
     const Wake wake = loop.wait(limit);
@@ -64,6 +71,33 @@ std::optional<std::map<std::string, CodexStatus>> askCodexVolumes(EventLoop& loo
     if (wake != Wake::worked) return std::nullopt;
   }
   return volumes;
+}
+
+/// Adds the room on each drive that tells it in time. False when the program is to end.
+bool addSpace(EventLoop& loop, std::vector<Dictionary>& drives) {
+  struct Answers {
+    std::vector<std::optional<Space>> spaces;
+    std::size_t missing = 0;
+  };
+  const auto answers = std::make_shared<Answers>();  // outlives this call: the program may end first
+  answers->spaces.resize(drives.size());
+  for (std::size_t i = 0; i < drives.size(); ++i) {
+    const URL* const url = drives[i].url(key::kVolumePath);
+    if (url == nullptr) continue;
+    ++answers->missing;
+    askForSpace(*url, kPatienceWithVolumes, [answers, i](const std::optional<Space>& space) {
+      answers->spaces[i] = space;
+      --answers->missing;
+    });
+  }
+  while (answers->missing != 0) {
+    const Wake wake = loop.wait(std::nullopt);
+    if (wake == Wake::stopRequested || wake == Wake::outputClosed) return false;
+  }
+  for (std::size_t i = 0; i < drives.size(); ++i) {
+    if (answers->spaces[i]) setSpace(drives[i], *answers->spaces[i]);
+  }
+  return true;
 }
 
 JSON jsonOfHiddenMounts(const std::vector<HiddenMount>& mounts) {
@@ -79,50 +113,59 @@ JSON jsonOf(const MountEvents& events) {
 
 std::string listingAsJSON(const Listing& listing, const ListOptions& options) {
   JSON document = {{"schema", 1}, {"drives", JSON::array()}, {"unmounted", JSON::array()}};
-  for (const auto& [url, drive] : listing.drives) {
-    JSON described = jsonOfDrive(*drive);
-    if (const CodexStatus* codex = listing.codexVolume(*drive))
-      described["codex"] = jsonOfCodexVolume(*codex);
+  for (const Dictionary& drive : listing.drives) {
+    JSON described = jsonOfDrive(drive);
+    if (const CodexStatus* codex = listing.codexVolume(drive)) described["codex"] = jsonOfCodexVolume(*codex);
     document["drives"].push_back(std::move(described));
   }
-  for (const auto& description : listing.unmounted)
-    document["unmounted"].push_back(jsonOfDrive(*description));
+  for (const Dictionary& description : listing.unmounted)
+    document["unmounted"].push_back(jsonOfDrive(description));
   if (options.verbose && !listing.events.watcher.empty()) document["mountEvents"] = jsonOf(listing.events);
   if (options.all) document["hidden"] = jsonOfHiddenMounts(listing.hidden);
   addDegradations(document);
   return jsonLine(document);
 }
 
-std::string drivesAsTable(const Listing& listing, const Style& style) {
-  if (listing.drives.empty()) return degradations().empty() ? "No drives are mounted.\n" : "";
-  const Columns which = listing.codex ? Columns::mountedVerbose : Columns::mounted;
-  auto columns = driveColumns(which);
-  if (listing.codex) columns.push_back({"CODEX"});
-  Table table(std::move(columns));
-  for (const auto& [url, drive] : listing.drives) {
-    auto row = driveCells(which, *drive);
-    const CodexStatus* codex = listing.codexVolume(*drive);
-    if (listing.codex) row.push_back(codex == nullptr ? std::string() : codexText(*codex));
-    table.addRow(std::move(row));
-  }
-  return table.text(style);
+/// "sda2" before "sda10", and what has no device last.
+bool isEarlierDevice(const Dictionary& a, const Dictionary& b) {
+  const auto rank = [](const Dictionary& drive) {
+    const std::string* const name = drive.text(key::kMediaBSDName);
+    const URL* const url = drive.url(key::kVolumePath);
+    const std::string device = name == nullptr ? std::string() : *name;
+    const std::size_t number = device.find_last_not_of("0123456789") + 1;  // 0 for npos
+    return std::tuple(device.empty(), device.substr(0, number), device.size(), device,
+                      url == nullptr ? "" : url->path());
+  };
+  return rank(a) < rank(b);
 }
 
-std::string unmountedAsTable(const Listing& listing, const Style& style) {
-  if (listing.unmounted.empty()) return {};
-  const Columns which = listing.codex ? Columns::unmountedVerbose : Columns::unmounted;
-  auto columns = driveColumns(which);
-  columns.front().heading = "NOT MOUNTED";
-  Table table(std::move(columns));
-  for (const auto& description : listing.unmounted) table.addRow(driveCells(which, *description));
-  return "\n" + table.text(style);
+std::string drivesAsTable(std::vector<Dictionary> drives, const DriveTable& what, const Style& style) {
+  std::sort(drives.begin(), drives.end(), isEarlierDevice);
+  return tableOf(what, drives).text(style, lineWidth());
+}
+
+std::string listingAsText(const Listing& listing, const ListOptions& options, const Style& style) {
+  auto drives = listing.drives;
+  for (Dictionary& drive : drives) {
+    if (const CodexStatus* codex = listing.codexVolume(drive)) drive.set(kCodexKey, codexText(*codex));
+  }
+  DriveTable what{true, options.verbose, options.bytes, options.columns};
+  std::string text;
+  if (!drives.empty())
+    text = drivesAsTable(std::move(drives), what, style);
+  else if (degradations().empty())
+    text = "No drives are mounted.\n";
+  if (listing.unmounted.empty()) return text;
+  what.isOfMounted = false;
+  return text + "\n" + style.apply(Style::Look::heading, "Not mounted") + "\n" +
+         drivesAsTable(listing.unmounted, what, style);
 }
 
 std::string hiddenAsTable(const Listing& listing, const Style& style) {
   if (listing.hidden.empty()) return {};
   Table table({{"HIDDEN MOUNT"}, {"KIND"}, {"RULE"}});
   for (const auto& [path, kind, rule] : listing.hidden) table.addRow({path, kind, rule});
-  return "\n" + table.text(style);
+  return "\n" + table.text(style, lineWidth());
 }
 
 /// "Mount events: listmount (fanotify: Operation not permitted), 2 missed".
@@ -135,26 +178,31 @@ std::string mountEventsAsText(const MountEvents& events) {
 }
 
 /// Some platforms report whole disks and unknown partitions too, as not mountable: those are no volumes.
-KMVDiskArbiter::UnmountedDictionaries unmountedVolumes(const KMVDiskArbiter& arbiter) {
-  auto volumes = arbiter.unmountedDictionaries();
-  std::erase_if(volumes, [](const auto& disk) { return disk->boolValue(key::kVolumeMountable) == false; });
+std::vector<Dictionary> unmountedVolumes(const KMVDiskArbiter& arbiter) {
+  std::vector<Dictionary> volumes;
+  for (const auto& disk : arbiter.unmountedDictionaries()) {
+    if (disk->boolValue(key::kVolumeMountable) != false) volumes.push_back(*disk);
+  }
   return volumes;
 }
 
 ExitCode list(CommandContext& context, const ListOptions& options) {
   if (!awaitInitialReport(context.loop)) return ExitCode::ok;
   const KMVDiskArbiter& arbiter = KMVDiskArbiter::sharedInstance();
-  Listing listing{arbiter.mountedDictionaries(), unmountedVolumes(arbiter), {}, {}, {}};
+  Listing listing{{}, unmountedVolumes(arbiter), {}, {}, {}};
+  for (const auto& [url, drive] : arbiter.mountedDictionaries()) listing.drives.push_back(*drive);
+  if (!addSpace(context.loop, listing.drives)) return ExitCode::ok;
   if (options.verbose) {
-    listing.codex = askCodexVolumes(context.loop, listing.drives);
-    if (!listing.codex) return ExitCode::ok;
+    auto codex = askCodexVolumes(context.loop, listing.drives);
+    if (!codex) return ExitCode::ok;
+    listing.codex = std::move(*codex);
     listing.events = mountEvents();
   }
   if (options.all) listing.hidden = hiddenMounts();
-  context.output.write(
-      options.json ? listingAsJSON(listing, options)
-                   : drivesAsTable(listing, context.style) + unmountedAsTable(listing, context.style) +
-                         hiddenAsTable(listing, context.style) + mountEventsAsText(listing.events));
+  context.output.write(options.json
+                           ? listingAsJSON(listing, options)
+                           : listingAsText(listing, options, context.style) +
+                                 hiddenAsTable(listing, context.style) + mountEventsAsText(listing.events));
   return ExitCode::ok;
 }
 
@@ -177,20 +225,49 @@ DictionarySnapshot driveThatHolds(const std::string& path) {
   }
 }
 
-std::string driveAsTable(const Dictionary& drive, const Style& style) {
-  Table table(driveColumns(Columns::mounted));
-  table.addRow(driveCells(Columns::mounted, drive));
-  return table.text(style);
+/// What lies below the drive; empty when that is not known.
+std::vector<StorageDevice> physicalDisksOf(const Dictionary& drive) {
+  const std::string* const device = drive.text(key::kMediaBSDName);
+  return device == nullptr ? std::vector<StorageDevice>() : physicalDisksBelow(*device);
+}
+
+/// "On sda (Cruzer Blade), sdb".
+std::string physicalDisksAsText(const std::vector<StorageDevice>& disks) {
+  std::string text;
+  for (const StorageDevice& disk : disks) {
+    text += (text.empty() ? "On " : ", ") + visibleText(disk.name);
+    if (!disk.model.empty()) text += " (" + visibleText(disk.model) + ")";
+  }
+  return text.empty() ? text : text + "\n";
 }
 
 ExitCode where(CommandContext& context, const WhereOptions& options) {
-  const DictionarySnapshot drive = driveThatHolds(options.path);
-  if (drive == nullptr) {
+  const DictionarySnapshot holder = driveThatHolds(options.path);
+  if (holder == nullptr) {
     std::fprintf(stderr, "kmvdrive: \"%s\" is on no drive\n", visibleText(options.path).c_str());
     return ExitCode::notFound;
   }
-  context.output.write(options.json ? jsonLine(jsonOfDrive(*drive)) : driveAsTable(*drive, context.style));
+  std::vector<Dictionary> drive{*holder};
+  if (!addSpace(context.loop, drive)) return ExitCode::ok;
+  const auto disks = physicalDisksOf(drive.front());
+  if (options.json) {
+    JSON document = jsonOfDrive(drive.front());
+    document["physicalDisks"] = JSON::array();
+    for (const StorageDevice& disk : disks) document["physicalDisks"].push_back(disk.name);
+    context.output.write(jsonLine(document));
+  } else {
+    context.output.write(drivesAsTable(drive, {}, context.style) + physicalDisksAsText(disks));
+  }
   return ExitCode::ok;
+}
+
+/// Refuses the names of columns that there are not.
+std::string columnNameError(const std::string& name) {
+  const auto known = columnNames();
+  if (std::find(known.begin(), known.end(), name) != known.end()) return {};
+  std::string all;
+  for (const std::string& one : known) all += (all.empty() ? "" : ", ") + one;
+  return "\"" + visibleText(name) + "\" is no column; there are " + all;
 }
 
 }  // namespace
@@ -200,8 +277,13 @@ void addListCommand(CLI::App& app, Action& chosen) {
   const auto options = optionsOf(*command, chosen, list);
   command->add_flag("--json", options->json, "Print one JSON object");
   command->add_flag("--all", options->all, "Show also the mounts that are no drives, and why they are not");
-  command->add_flag("-v,--verbose", options->verbose,
-                    "Ask Codex volumes for their state and size; tell how mounts are heard of");
+  command->add_flag(
+      "-v,--verbose", options->verbose,
+      "Ask Codex volumes for their state and size; show more columns, and how mounts are heard of");
+  command->add_flag("--bytes", options->bytes, "Print sizes as numbers of bytes");
+  command->add_option("-o,--columns", options->columns, "Show these columns, separated by commas")
+      ->delimiter(',')
+      ->check(columnNameError);
 }
 
 void addWhereCommand(CLI::App& app, Action& chosen) {

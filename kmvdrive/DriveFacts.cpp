@@ -4,7 +4,14 @@
 #include <KMVDriveLibrary/DescriptionKeys.h>
 #include <KMVDriveLibrary/KMVDriveKeys.h>
 
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <iterator>
 #include <string_view>
+#include <utility>
+
+#include "kmvdrive/Screen.h"
 
 namespace kmv::tool {
 namespace {
@@ -14,9 +21,14 @@ struct Print {
   JSON (*member)(const Dictionary& drive, std::string_view key);
   std::string (*cell)(const Dictionary& drive, std::string_view key) = nullptr;  ///< null: the member's text
   Table::Align align = Table::Align::left;
+  std::uint64_t (*bytes)(const Dictionary& drive,
+                         std::string_view key) = nullptr;  ///< of a cell that has some
 
-  std::string text(const Dictionary& drive, std::string_view key) const {
-    if (cell != nullptr) return cell(drive, key);
+  std::string text(const Dictionary& drive, std::string_view key, bool exactBytes = false) const {
+    if (cell != nullptr) {
+      std::string shown = cell(drive, key);
+      return exactBytes && bytes != nullptr && !shown.empty() ? std::to_string(bytes(drive, key)) : shown;
+    }
     const JSON value = member(drive, key);
     return value.is_null() ? std::string() : value.is_string() ? value.get<std::string>() : value.dump();
   }
@@ -27,10 +39,58 @@ JSON textOrNone(const Dictionary& drive, std::string_view key) {
   return text == nullptr ? JSON() : JSON(*text);
 }
 
-std::string sizeCell(const Dictionary& drive, std::string_view key) {
+std::uint64_t bytesOf(const Dictionary& drive, std::string_view key) {
   const Value* size = drive.find(key);
-  if (size == nullptr || !size->isNumber() || size->doubleValue() < 0) return {};
-  return sizeText(size->unsignedValue());
+  return size == nullptr || !size->isNumber() || size->doubleValue() < 0 ? 0 : size->unsignedValue();
+}
+
+const Dictionary* spaceOf(const Dictionary& drive) {
+  const Value* space = drive.find(kSpaceKey);
+  return space == nullptr ? nullptr : space->asDictionary();
+}
+
+/// What has no medium of its own is as large as its file system.
+std::uint64_t sizeInBytes(const Dictionary& drive, std::string_view key) {
+  const Dictionary* const space = spaceOf(drive);
+  return !drive.contains(key) && space != nullptr ? bytesOf(*space, "total") : bytesOf(drive, key);
+}
+
+std::string sizeCell(const Dictionary& drive, std::string_view key) {
+  const std::uint64_t bytes = sizeInBytes(drive, key);
+  return bytes == 0 ? std::string() : sizeText(bytes);
+}
+
+std::uint64_t usedBytes(const Dictionary& drive, std::string_view) {
+  const Dictionary& space = *spaceOf(drive);
+  return bytesOf(space, "total") - bytesOf(space, "free");
+}
+
+std::uint64_t availableBytes(const Dictionary& drive, std::string_view) {
+  return bytesOf(*spaceOf(drive), "available");
+}
+
+std::string usedCell(const Dictionary& drive, std::string_view) {
+  return spaceOf(drive) == nullptr ? std::string() : sizeText(usedBytes(drive, {}));
+}
+
+std::string availableCell(const Dictionary& drive, std::string_view) {
+  return spaceOf(drive) == nullptr ? std::string() : sizeText(availableBytes(drive, {}));
+}
+
+/// "#####-----  47%": of what a user without privileges could use, rounded up.
+std::string useCell(const Dictionary& drive, std::string_view) {
+  if (spaceOf(drive) == nullptr) return {};
+  const std::uint64_t used = usedBytes(drive, {}), usable = used + availableBytes(drive, {});
+  if (usable == 0) return {};
+  constexpr std::size_t kBar = 10;
+  const auto percent =
+      static_cast<std::size_t>(std::ceil(100.0 * static_cast<double>(used) / static_cast<double>(usable)));
+  const std::size_t full = std::min(kBar, percent * kBar / 100);
+  std::string bar;
+  for (std::size_t i = 0; i < kBar; ++i)
+    bar += showsUTF8() ? (i < full ? "\u2588" : "\u2591") : (i < full ? "#" : "-");
+  const std::string number = std::to_string(percent);
+  return bar + std::string(number.size() < 3 ? 4 - number.size() : 1, ' ') + number + "%";
 }
 
 /// The identity that the registry gave the drive; what is not mounted has only the UUID of the volume.
@@ -67,10 +127,17 @@ const Print kBytes{[](const Dictionary& drive, std::string_view key) {
                      const Value* size = drive.find(key);
                      return size == nullptr ? JSON() : jsonOfInteger(*size);
                    },
-                   sizeCell, Table::Align::right};
+                   sizeCell, Table::Align::right, sizeInBytes};
+const Print kUsed{textOrNone, usedCell, Table::Align::right, usedBytes};
+const Print kAvailable{textOrNone, availableCell, Table::Align::right, availableBytes};
+const Print kUse{textOrNone, useCell, Table::Align::right};
+const Print kSpace{[](const Dictionary& drive, std::string_view) {
+  const Dictionary* const space = spaceOf(drive);
+  return space == nullptr ? JSON() : jsonOf(Value(*space));
+}};
 
 /// Where `list` shows a fact beside the JSON: its columns, those of `list -v`, or as a word among the flags.
-enum class Shown { nowhere, always, whenMounted, whenUnmounted, verbosely, asFlag };
+enum class Shown { nowhere, always, whenMounted, verbosely, asFlag };
 
 struct DriveFact {
   std::string_view key;
@@ -78,6 +145,7 @@ struct DriveFact {
   const char* label;     // the column's heading, or the flag
   Shown shown;
   const Print& print;
+  int worth = 0;  // of the column
 };
 
 std::string flagsCell(const Dictionary& drive, std::string_view);
@@ -87,32 +155,40 @@ const Print kFlags{textOrNone, flagsCell};
 //
 // A new description key is one more line at the end.
 const DriveFact kFacts[] = {
+    {key::kMediaBSDName, nullptr, "DEVICE", Shown::always, kText, 95},
     {key::kVolumePath, "url", nullptr, Shown::nowhere, kURL},
     {key::kVolumePath, "path", nullptr, Shown::nowhere, kPath},
-    {key::kVolumeName, "name", "NAME", Shown::always, kText},
-    {key::kVolumeKind, "kind", "KIND", Shown::always, kText},
-    {key::kMediaSize, nullptr, "SIZE", Shown::always, kBytes},
-    {key::kVolumePath, nullptr, "MOUNT POINT", Shown::whenMounted, kPath},
-    {key::kMediaBSDName, nullptr, "DEVICE", Shown::whenUnmounted, kText},
-    {kDiskUUIDKey, "uuid", "UUID", Shown::always, kIdentity},
-    {"", nullptr, "FLAGS", Shown::always, kFlags},
+    {key::kVolumeName, "name", "NAME", Shown::always, kText, 90},
+    {key::kVolumeKind, "kind", "KIND", Shown::always, kText, 55},
+    {key::kMediaSize, nullptr, "SIZE", Shown::always, kBytes, 80},
+    {kSpaceKey, nullptr, "USED", Shown::whenMounted, kUsed, 60},
+    {kSpaceKey, nullptr, "FREE", Shown::whenMounted, kAvailable, 85},
+    {kSpaceKey, nullptr, "USE", Shown::whenMounted, kUse, 75},
+    {key::kVolumePath, nullptr, "MOUNT POINT", Shown::whenMounted, kPath, 100},
+    {key::kDeviceProtocol, nullptr, "BUS", Shown::always, kText, 40},
+    {key::kDeviceModel, nullptr, "MODEL", Shown::always, kText, 35},
+    {"", nullptr, "FLAGS", Shown::always, kFlags, 50},
+    {kDiskUUIDKey, "uuid", "UUID", Shown::always, kIdentity, 20},
     {key::kMediaBSDName, "bsdName", nullptr, Shown::nowhere, kText},
     {kDiskRemoveableKey, "removable", "removable", Shown::asFlag, kTruth},
     {key::kMediaEjectable, nullptr, "ejectable", Shown::asFlag, kTruth},
     {kDiskMountedPriorToApplicationInstance, "mountedBeforeStart", nullptr, Shown::nowhere, kTruth},
     {key::kVolumeNetwork, "network", "network", Shown::asFlag, kTruth},
     {key::kAppearanceTime, "appeared", nullptr, Shown::nowhere, kReal},
-    {key::kDeviceProtocol, "protocol", "BUS", Shown::verbosely, kText},
-    {key::kDeviceVendor, "vendor", nullptr, Shown::nowhere, kText},
-    {key::kDeviceModel, "model", "MODEL", Shown::verbosely, kText},
-    {key::kDeviceSerial, "serial", "SERIAL", Shown::verbosely, kText},
+    {key::kMediaSize, "size", nullptr, Shown::nowhere, kBytes},
+    {kSpaceKey, "space", nullptr, Shown::nowhere, kSpace},
+    {key::kDeviceProtocol, "protocol", nullptr, Shown::nowhere, kText},
+    {key::kDeviceVendor, "vendor", "VENDOR", Shown::verbosely, kText, 10},
+    {key::kDeviceModel, "model", nullptr, Shown::nowhere, kText},
+    {key::kDeviceSerial, "serial", "SERIAL", Shown::verbosely, kText, 15},
     {key::kDeviceRevision, "revision", nullptr, Shown::nowhere, kText},
     {key::kDeviceRotational, "rotational", nullptr, Shown::nowhere, kTruth},
     {key::kMediaWritable, "writable", nullptr, Shown::nowhere, kTruth},
     {key::kMediaBlockSize, "blockSize", nullptr, Shown::nowhere, kBytes},
-    {key::kMediaName, "partitionName", nullptr, Shown::nowhere, kText},
+    {key::kMediaName, "partitionName", "PARTITION", Shown::verbosely, kText, 12},
     {key::kMediaUUID, "partitionUUID", nullptr, Shown::nowhere, kUUIDText},
     {key::kVolumeIdentifier, "identifier", nullptr, Shown::nowhere, kText},
+    {kCodexKey, nullptr, "CODEX", Shown::verbosely, kText, 45},
 };
 
 std::string flagsCell(const Dictionary& drive, std::string_view) {
@@ -125,22 +201,48 @@ std::string flagsCell(const Dictionary& drive, std::string_view) {
   return text;
 }
 
-bool isColumn(const DriveFact& fact, Columns which) {
-  const bool mounted = which == Columns::mounted || which == Columns::mountedVerbose;
+bool isUsual(const DriveFact& fact, const DriveTable& table) {
   switch (fact.shown) {
     case Shown::always:
       return true;
     case Shown::whenMounted:
-      return mounted;
-    case Shown::whenUnmounted:
-      return !mounted;
+      return table.isOfMounted;
     case Shown::verbosely:
-      return which == Columns::mountedVerbose || which == Columns::unmountedVerbose;
+      return table.isVerbose;
     case Shown::nowhere:
     case Shown::asFlag:
       break;
   }
   return false;
+}
+
+bool isColumn(const DriveFact& fact) {
+  return fact.shown != Shown::nowhere && fact.shown != Shown::asFlag;
+}
+
+/// "mountpoint" of "MOUNT POINT".
+std::string columnName(const DriveFact& fact) {
+  std::string name;
+  for (const char* c = fact.label; *c != '\0'; ++c) {
+    if (*c != ' ') name += static_cast<char>(*c | 0x20);
+  }
+  return name;
+}
+
+std::vector<const DriveFact*> columnsOf(const DriveTable& table) {
+  std::vector<const DriveFact*> columns;
+  if (table.columns.empty()) {
+    for (const DriveFact& fact : kFacts) {
+      if (isColumn(fact) && isUsual(fact, table)) columns.push_back(&fact);
+    }
+  }
+  for (const std::string& name : table.columns) {
+    const auto* const fact = std::find_if(std::begin(kFacts), std::end(kFacts), [&](const DriveFact& one) {
+      return isColumn(one) && columnName(one) == name;
+    });
+    if (fact != std::end(kFacts)) columns.push_back(fact);
+  }
+  return columns;
 }
 
 }  // namespace
@@ -154,20 +256,33 @@ DriveSummary summaryOf(const Dictionary& drive) {
           .flags = flagsCell(drive, {})};
 }
 
-std::vector<Table::Column> driveColumns(Columns which) {
-  std::vector<Table::Column> columns;
+std::vector<std::string> columnNames() {
+  std::vector<std::string> names;
   for (const DriveFact& fact : kFacts) {
-    if (isColumn(fact, which)) columns.push_back({fact.label, fact.print.align});
+    if (isColumn(fact)) names.push_back(columnName(fact));
   }
-  return columns;
+  return names;
 }
 
-std::vector<std::string> driveCells(Columns which, const Dictionary& drive) {
-  std::vector<std::string> cells;
-  for (const DriveFact& fact : kFacts) {
-    if (isColumn(fact, which)) cells.push_back(fact.print.text(drive, fact.key));
+Table tableOf(const DriveTable& what, const std::vector<Dictionary>& drives) {
+  const auto facts = columnsOf(what);
+  std::vector<Table::Column> columns;
+  for (const DriveFact* fact : facts) columns.push_back({fact->label, fact->print.align, fact->worth});
+  Table table(std::move(columns));
+  for (const Dictionary& drive : drives) {
+    std::vector<std::string> cells;
+    for (const DriveFact* fact : facts)
+      cells.push_back(fact->print.text(drive, fact->key, what.showsExactBytes));
+    table.addRow(std::move(cells));
   }
-  return cells;
+  return table;
+}
+
+void setSpace(Dictionary& drive, const Space& space) {
+  drive.set(kSpaceKey, Dictionary{{"total", space.total},
+                                  {"free", space.free},
+                                  {"available", space.available},
+                                  {"readOnly", space.isReadOnly}});
 }
 
 JSON jsonOfDrive(const Dictionary& drive) {
@@ -177,6 +292,7 @@ JSON jsonOfDrive(const Dictionary& drive) {
     if (JSON member = fact.print.member(drive, fact.key); !member.is_null()) object[fact.jsonName] = member;
   }
   Dictionary description = drive;
+  for (const auto own : {std::string_view(kSpaceKey), std::string_view(kCodexKey)}) description.remove(own);
   description.remove(kDiskWrapperKey);  // an object of the library, which has no text for others
   object["description"] = jsonOf(Value(description));
   return object;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <KMVDriveLibrary/Space.h>
 #include <KMVDriveLibrary/Value.h>
 
 #include <string>
@@ -25,12 +26,22 @@ struct DriveSummary {
 };
 DriveSummary summaryOf(const Dictionary& drive);
 
-/// Which columns a table of drives has.
-enum class Columns { mounted, mountedVerbose, unmounted, unmountedVerbose };
+/// What a table of drives shows.
+struct DriveTable {
+  bool isOfMounted = true;
+  bool isVerbose = false;
+  bool showsExactBytes = false;
+  std::vector<std::string> columns;  ///< of `columnNames`, in this order; empty: the usual ones
+};
+Table tableOf(const DriveTable& what, const std::vector<Dictionary>& drives);
 
-std::vector<Table::Column> driveColumns(Columns which);
-/// One cell a column; they hold any bytes.
-std::vector<std::string> driveCells(Columns which, const Dictionary& drive);
+/// The names of all columns: "device", "name", ...
+std::vector<std::string> columnNames();
+
+// What the program adds to a drive before it shows it; see `jsonOfDrive` and the columns.
+inline constexpr char kSpaceKey[] = "space";  ///< a dictionary, by `setSpace`
+inline constexpr char kCodexKey[] = "codex";  ///< text
+void setSpace(Dictionary& drive, const Space& space);
 
 /// The best-known facts under names of their own, absent ones left out, and everything under "description".
 JSON jsonOfDrive(const Dictionary& drive);

@@ -143,6 +143,10 @@ std::string Screen::frame(const std::vector<std::string>& lines) {
   return text + "\x1b[J";
 }
 
+std::size_t lineWidth() {
+  return isatty(STDOUT_FILENO) == 1 ? Screen::size().columns : SIZE_MAX;
+}
+
 bool showsUTF8() {
   for (const char* name : {"LC_ALL", "LC_CTYPE", "LANG"}) {
     const char* value = std::getenv(name);

@@ -29,6 +29,9 @@ class Screen {
   static std::string frame(const std::vector<std::string>& lines);
 };
 
+/// How many columns a line of standard output may take: those of the terminal, else any number.
+std::size_t lineWidth();
+
 /// True when the locale says that the terminal shows UTF-8.
 bool showsUTF8();
 

@@ -149,13 +149,14 @@ TEST_F(ToolStory, AWatchWithNothingToTellSleeps) {
                             ElementsAre(Pair("kmv-events", _), Pair("kmv-timer", _), Pair("kmv-worker", _),
                                         Pair("kmvdrive", _), Pair("kmvdrive", _)));
   })) << ::testing::PrintToString(effortOf(id));
-  // A worker that has rested for a while wakes once more, to see whether it is one too many.
+  // A worker that has rested for a while wakes once more, to see whether it is one too many, and so does the timer at
+  // the limit of the first list.
   const auto sleeps = [&] {
     const auto before = effortOf(id);
     std::this_thread::sleep_for(kInterval);
     return effortOf(id) == before;
   };
-  EXPECT_TRUE(sleeps() || sleeps());
+  EXPECT_TRUE(sleeps() || sleeps() || sleeps());
 }
 
 #endif

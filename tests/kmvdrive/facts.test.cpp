@@ -64,7 +64,7 @@ TEST(DriveFacts, JSONHasNamesForKnownFactsAndLeavesAbsentOnesOut) {
   EXPECT_EQ(jsonLine(full),
             R"({"url":"file:///media/new%0A/","path":"/media/new\n","name":"new","kind":"exfat",)"
             R"("uuid":"an identity","bsdName":"sda1","removable":true,"mountedBeforeStart":false,)"
-            R"("network":true,"appeared":12.5})"
+            R"("network":true,"appeared":12.5,"size":18446744073709551615})"
             "\n");
   EXPECT_EQ(jsonLine(jsonOfDrive({{"DAVolumeKind", "ext4"}, {"DAVolumePath", "no URL"}})),
             R"({"kind":"ext4","description":{"DAVolumeKind":"ext4","DAVolumePath":"no URL"}})"
@@ -83,23 +83,26 @@ TEST(DriveFacts, ANameThatIsNotUTF8LosesItsBytesInPathButNotInURL) {
   EXPECT_TRUE(drive["description"].contains("key\uFFFD"));
 }
 
-TEST(DriveFacts, ATableHasAColumnForEachFactThatPeopleCompare) {
-  const auto headings = [](Columns which) {
-    std::string text;
-    for (const auto& column : driveColumns(which))
-      text += std::string(column.heading) + (column.align == Table::Align::right ? ">|" : "|");
-    return text;
-  };
-  EXPECT_EQ(headings(Columns::mounted), "NAME|KIND|SIZE>|MOUNT POINT|UUID|FLAGS|");
-  EXPECT_EQ(headings(Columns::unmounted), "NAME|KIND|SIZE>|DEVICE|UUID|FLAGS|");
-  EXPECT_TRUE(headings(Columns::mountedVerbose).starts_with(headings(Columns::mounted)));
-  EXPECT_TRUE(headings(Columns::unmountedVerbose).starts_with(headings(Columns::unmounted)));
-  EXPECT_THAT(
-      driveCells(Columns::mounted, fullDrive()),
-      ElementsAre("new", "exfat", "18 EB", "/media/new\n", "an identity", "removable,ejectable,network"));
-  EXPECT_THAT(driveCells(Columns::unmounted,
-                         {{"DAMediaBSDName", "sdb"}, {"DAVolumeUUID", kVolume}, {"DAMediaSize", -1}}),
-              ElementsAre("", "", "", "sdb", kVolume.string(), ""));
+TEST(DriveFacts, ATableHasAColumnForEachFactThatPeopleCompareAndDropsTheLeastWhereItIsNarrow) {
+  ::setenv("LC_ALL", "C", 1);
+  Dictionary full = fullDrive();
+  setSpace(full, {2'000'000'000, 1'200'000'000, 1'000'000'000, false});
+  full.set(key::kDeviceProtocol, "USB");
+  full.set(key::kDeviceModel, "Cruzer");
+  const Style plain(false);
+  EXPECT_EQ(tableOf({}, {full}).text(plain),
+            "DEVICE  NAME  KIND    SIZE    USED    FREE              USE  MOUNT POINT     BUS  MODEL   FLAGS"
+            "                        UUID\n"
+            "sda1    new   exfat  18 EB  800 MB  1.0 GB  ####------  45%  /media/new\\x0a  USB  Cruzer  "
+            "removable,ejectable,network  an identity\n");
+  EXPECT_EQ(tableOf({.showsExactBytes = true, .columns = {"free", "mountpoint"}}, {full}).text(plain),
+            "      FREE  MOUNT POINT\n1000000000  /media/new\\x0a\n");
+  EXPECT_EQ(tableOf({}, {full}).text(plain, 43),
+            "DEVICE  NAME   SIZE    FREE  MOUNT POINT\nsda1    new   18 EB  1.0 GB  /media/new\\x0a\n");
+  EXPECT_EQ(tableOf({}, {full}).text(plain, 6), "MOUNT \n/media\n");
+  const Dictionary unmounted{{"DAMediaBSDName", "sdb"}, {"DAVolumeUUID", kVolume}, {"DAMediaSize", -1}};
+  EXPECT_EQ(tableOf({.isOfMounted = false, .columns = {"device", "size", "uuid"}}, {unmounted}).text(plain),
+            "DEVICE  SIZE  UUID\nsdb        -  " + kVolume.string() + "\n");
 }
 
 std::string shown(DriveEvent event, const Dictionary& drive, bool coloured = false) {

@@ -122,14 +122,14 @@ TEST(KmvdriveProgram, ClosedStandardStreamsAreNotTakenForItsOwnFiles) {
   EXPECT_THAT(mute.errors, StartsWith("kmvdrive: cannot write: "));
   const Ran blind = runInShell("list <&- 2>&-");
   EXPECT_EQ(blind.exitCode, 0);
-  EXPECT_THAT(blind.output, StartsWith("NAME "));
+  EXPECT_THAT(blind.output, StartsWith("DEVICE "));
 }
 
 TEST(KmvdriveProgram, WithFewDescriptorsListTellsAllOrSaysThatItDoesNot) {
   const auto drivesOf = [](const Ran& ran) {
     json drives = json::parse(ran.output).at("drives");
     for (json& drive : drives) {
-      for (const char* time : {"appeared", "description"}) drive.erase(time);
+      for (const char* ofTheMoment : {"appeared", "space", "description"}) drive.erase(ofTheMoment);
     }
     return drives;
   };
