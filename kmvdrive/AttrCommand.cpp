@@ -1,17 +1,17 @@
 // SPDX-License-Identifier: MIT
+#include <KMVDriveLibrary/Attributes.h>
 #include <KMVDriveLibrary/KMVExtendedAttributeGatherer.h>
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <cstddef>
 #include <cstdio>
 #include <memory>
-#include <optional>
-#include <sstream>
 #include <string>
-#include <thread>
+#include <string_view>
 
 #include "kmvdrive/CommandLine.h"
+#include "kmvdrive/ValueJSON.h"
 
 namespace kmv::tool {
 namespace {
@@ -22,7 +22,13 @@ struct AttrOptions {
   std::string path;
   std::string name;
   std::string value;
+  bool json = false;
 };
+
+Data dataOf(const std::string& bytes) {
+  const auto* const first = reinterpret_cast<const std::byte*>(bytes.data());
+  return Data(first, first + bytes.size());
+}
 
 /// LTFS attributes may be named by their title alone: "startblock" is "ltfs.startblock".
 std::string fullName(const std::string& name) {
@@ -33,81 +39,65 @@ std::string fullName(const std::string& name) {
   return name;
 }
 
-/// Escaped on a terminal, line by line; as it is where a program reads it.
-std::string shownOn(int descriptor, const std::string& text) {
-  if (isatty(descriptor) != 1) return text;
-  std::istringstream lines(text);
-  std::string shown;
-  for (std::string line; std::getline(lines, line);) shown += visibleText(line) + "\n";
-  return shown;
+/// Escaped on a terminal; the bytes as they are where a program reads them.
+std::string shownOnOutput(const std::string& bytes) {
+  return isatty(STDOUT_FILENO) == 1 ? visibleText(bytes) : bytes;
 }
 
-/// While it lives, what is written to stderr is kept, and then shown: the attribute tool repeats names in its
-/// complaints. Does nothing where no terminal would show it, or no descriptors are left.
-class EscapedErrors {
- public:
-  EscapedErrors() {
-    int ends[2];
-    if (isatty(STDERR_FILENO) != 1 || pipe(ends) != 0) return;
-    for (const int end : ends) fcntl(end, F_SETFD, FD_CLOEXEC);
-    stderr_ = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0);
-    dup2(ends[1], STDERR_FILENO);
-    close(ends[1]);
-    reader_ = std::thread([this, end = ends[0]] { keep(end); });
+/// Says why on stderr.
+ExitCode failed(AttributeError error, const AttrOptions& options, const std::string& name = {}) {
+  const std::string path = visibleText(options.path), shownName = visibleText(name);
+  switch (error) {
+    case AttributeError::noItem:
+      std::fprintf(stderr, "kmvdrive: there is no \"%s\"\n", path.c_str());
+      return ExitCode::notFound;
+    case AttributeError::noAttribute:
+      std::fprintf(stderr, "kmvdrive: \"%s\" has no attribute %s\n", path.c_str(), shownName.c_str());
+      return ExitCode::notFound;
+    case AttributeError::refused:
+      std::fprintf(stderr, "kmvdrive: the system refused access to %s of \"%s\"\n",
+                   name.empty() ? "the attributes" : shownName.c_str(), path.c_str());
+      return ExitCode::refused;
+    case AttributeError::none:
+      break;
   }
-  ~EscapedErrors() {
-    if (!reader_.joinable()) return;
-    dup2(stderr_, STDERR_FILENO);
-    close(stderr_);
-    reader_.join();
-    std::fputs(shownOn(STDERR_FILENO, text_).c_str(), stderr);
-  }
-  EscapedErrors(const EscapedErrors&) = delete;
-  EscapedErrors& operator=(const EscapedErrors&) = delete;
-
- private:
-  void keep(int end) {
-    char bytes[1024];
-    for (ssize_t count = 0; (count = read(end, bytes, sizeof bytes)) > 0;)
-      text_.append(bytes, static_cast<std::size_t>(count));
-    close(end);
-  }
-
-  int stderr_ = -1;
-  std::string text_;
-  std::thread reader_;
-};
-
-std::optional<std::string> printedByTool(std::optional<std::string_view> name, const std::string& path) {
-  const EscapedErrors errors;
-  return Gatherer::findValueOfExtendedAttributeWithTitle(name, path);
+  return ExitCode::ok;
 }
 
-ExitCode show(CommandContext& context, const AttrOptions& options, std::optional<std::string_view> name) {
+std::string absolutePath(const AttrOptions& options) {
   const auto location = locationOf(options.path);
-  const auto value = location ? printedByTool(name, location->path()) : std::string();
-  if (!value) {
-    std::fputs("kmvdrive: cannot read attributes: /usr/bin/xattr is missing, or its answer is no text\n",
-               stderr);
-    return ExitCode::error;
+  return location ? location->path() : std::string();
+}
+
+ExitCode list(CommandContext& context, const AttrOptions& options) {
+  const std::string path = absolutePath(options);
+  const AttributeNames all = attributeNames(path);
+  if (all.error != AttributeError::none) return failed(all.error, options);
+  JSON document = {{"schema", 1}, {"attributes", JSON::object()}};
+  std::string text;
+  for (const std::string& name : all.names) {
+    const AttributeValue value = attributeValue(path, name);
+    if (value.error == AttributeError::noAttribute) continue;  // removed meanwhile
+    if (value.error != AttributeError::none) return failed(value.error, options, name);
+    document["attributes"][name] = jsonOf(Value(dataOf(value.bytes)));
+    text += shownOnOutput(name) + ": " + shownOnOutput(value.bytes) + "\n";
   }
-  if (value->empty() && name) {
-    std::fprintf(stderr, "kmvdrive: \"%s\" has no attribute %s\n", visibleText(options.path).c_str(),
-                 visibleText(*name).c_str());
-    return ExitCode::notFound;
-  }
-  if (!value->empty()) context.output.write(shownOn(STDOUT_FILENO, *value + "\n"));
+  context.output.write(options.json ? jsonLine(document) : text);
+  return ExitCode::ok;
+}
+
+ExitCode get(CommandContext& context, const AttrOptions& options) {
+  const std::string name = fullName(options.name);
+  const AttributeValue value = attributeValue(absolutePath(options), name);
+  if (value.error != AttributeError::none) return failed(value.error, options, name);
+  const bool isTerminal = isatty(STDOUT_FILENO) == 1;
+  context.output.write(shownOnOutput(value.bytes) + (isTerminal ? "\n" : ""));
   return ExitCode::ok;
 }
 
 ExitCode set(const AttrOptions& options) {
-  const auto location = locationOf(options.path);
   const std::string name = fullName(options.name);
-  if (location && Gatherer::setValueForLTFSExtendedAttributeAtLocation(location->path(), name, options.value))
-    return ExitCode::ok;
-  std::fprintf(stderr, "kmvdrive: the system refused to set %s of \"%s\"\n", visibleText(name).c_str(),
-               visibleText(options.path).c_str());
-  return ExitCode::refused;
+  return failed(setAttributeValue(absolutePath(options), name, options.value), options, name);
 }
 
 }  // namespace
@@ -122,14 +112,14 @@ void addAttrCommand(CLI::App& app, Action& chosen) {
     chooseWith(*part, chosen, action);
     return part;
   };
-  add("list", "Show all attributes",
-      [options](CommandContext& context) { return show(context, *options, std::nullopt); });
-  CLI::App* get = add("get", "Show one attribute", [options](CommandContext& context) {
-    return show(context, *options, fullName(options->name));
-  });
+  CLI::App* listAll = add("list", "Show all attributes",
+                          [options](CommandContext& context) { return list(context, *options); });
+  listAll->add_flag("--json", options->json, "Print one JSON object, with the values in base 64");
+  CLI::App* getOne = add("get", "Print the bytes of one attribute",
+                         [options](CommandContext& context) { return get(context, *options); });
   CLI::App* setOne = add("set", "Set one attribute", [options](CommandContext&) { return set(*options); });
   constexpr char kNameHelp[] = "Its name; LTFS attributes also by title alone, as in startblock";
-  get->add_option("NAME", options->name, kNameHelp)->required();
+  getOne->add_option("NAME", options->name, kNameHelp)->required();
   setOne->add_option("NAME", options->name, kNameHelp)->required();
   setOne->add_option("VALUE", options->value, "Its new value")->required();
 }

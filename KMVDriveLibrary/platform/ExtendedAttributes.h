@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "platform/ChildProcess.h"
 
@@ -19,6 +20,8 @@ class ExtendedAttributes {
 
   /// The value; none when the attribute is missing or unreadable.
   virtual std::optional<std::string> get(const std::string& path, const std::string& name) = 0;
+  /// All names that `get` knows, in no order; none when the item cannot be asked.
+  virtual std::optional<std::vector<std::string>> names(const std::string& path) = 0;
   /// False when the system refuses.
   virtual bool set(const std::string& path, const std::string& name, const std::string& value) = 0;
 

@@ -154,6 +154,10 @@ TEST_P(FilesContract, AttributesBelongToTheItemWhereverItIsMovedAndHoweverItIsWr
   harness().moveItem("folder/file", "folder/moved");
   harness().moveItem("folder", "elsewhere");
   EXPECT_EQ(attributes.get(path("elsewhere/moved"), "kmv.mark"), "folder/file");
+  EXPECT_TRUE(attributes.set(path("elsewhere/moved"), "ltfs.x", std::string("\0\n", 2)));
+  EXPECT_THAT(attributes.names(path("elsewhere/moved")).value(),
+              ::testing::IsSupersetOf({"kmv.mark", "ltfs.x"}));
+  EXPECT_EQ(attributes.names(path("missing")), std::nullopt);
   EXPECT_EQ(platform().files().readRegularFile(path("elsewhere/moved"), 9).bytes, "new bytes");
   harness().removeItem("elsewhere/moved");
   harness().removeItem("elsewhere/last");

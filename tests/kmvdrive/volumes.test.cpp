@@ -64,37 +64,45 @@ TEST_F(CodexNews, AVolumeFirstSeenAsBuiltByAMereReadingIsSizedAllTheSame) {
 
 class Attributes : public RegistryTest {
  protected:
-  Attributes() {
-    machine.installProgram("/usr/bin/xattr", [](const auto&) {
-      EXPECT_GT(write(STDERR_FILENO, "no \x1b[2J\n", 8), 0);
-      return SimulatedRun{.output = "a: \x1b]0;x\x07\nb: c"};
-    });
+  /// The exit code of `kmvdrive attr`, with this descriptor as its output.
+  static tool::ExitCode run(std::vector<const char*> words, int descriptor) {
+    words.insert(words.begin(), {"kmvdrive", "attr"});
+    const int saved = dup(STDOUT_FILENO);
+    dup2(descriptor, STDOUT_FILENO);
+    const auto code = tool::runCommandLine(static_cast<int>(words.size()), words.data());
+    dup2(saved, STDOUT_FILENO);
+    close(saved);
+    return code;
   }
-  /// `kmvdrive attr list` with this descriptor as its output and errors.
-  static void list(int descriptor) {
-    const int saved[] = {dup(STDOUT_FILENO), dup(STDERR_FILENO)};
-    for (const int stream : {STDOUT_FILENO, STDERR_FILENO}) dup2(descriptor, stream);
-    const char* const words[] = {"kmvdrive", "attr", "list", "/file"};
-    const auto code = tool::runCommandLine(4, words);
-    for (const int stream : {STDOUT_FILENO, STDERR_FILENO}) dup2(saved[stream - STDOUT_FILENO], stream);
-    for (const int copy : saved) close(copy);
-    EXPECT_EQ(code, tool::ExitCode::ok);
+  /// What a pipe gets.
+  static std::string printed(const std::vector<const char*>& words) {
+    int ends[2];
+    EXPECT_EQ(pipe(ends), 0);
+    EXPECT_EQ(run(words, ends[1]), tool::ExitCode::ok);
+    char bytes[100];
+    const ssize_t count = fcntl(ends[0], F_SETFL, O_NONBLOCK) == 0 ? read(ends[0], bytes, sizeof bytes) : -1;
+    for (const int end : ends) close(end);
+    return std::string(bytes, static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
   }
 };
 
-TEST_F(Attributes, AreEscapedOnATerminalAndAsTheyAreInAPipe) {
+TEST_F(Attributes, AreEscapedOnATerminalAndBytesInAPipeAndFailuresHaveCodes) {
+  machine.removeProgram("/usr/bin/xattr");  // which is not needed
+  machine.createItem("/file");
+  machine.setAttribute("/file", "b", "\x1b]0;x\x07");
+  EXPECT_EQ(printed({"set", "/file", "startblock", "42"}), "");
+  EXPECT_EQ(machine.attribute("/file", "ltfs.startblock"), "42");
   Terminal terminal;
-  list(terminal.programsEnd());
-  EXPECT_TRUE(terminal.shows("a: \\x1b]0;x\\x07\r\nb: c\r\n"));
-  EXPECT_THAT(terminal.shown(), HasSubstr("no \\x1b[2J\r\n"));
+  EXPECT_EQ(run({"list", "/file"}, terminal.programsEnd()), tool::ExitCode::ok);
+  EXPECT_TRUE(terminal.shows("b: \\x1b]0;x\\x07\r\nltfs.startblock: 42\r\n"));
   EXPECT_THAT(terminal.shown(), Not(HasSubstr("\x1b")));
-  int ends[2];
-  ASSERT_EQ(pipe(ends), 0);
-  list(ends[1]);
-  char bytes[100];
-  const ssize_t count = read(ends[0], bytes, sizeof bytes);
-  EXPECT_EQ(std::string(bytes, static_cast<std::size_t>(count)), "no \x1b[2J\na: \x1b]0;x\x07\nb: c\n");
-  for (const int end : ends) close(end);
+  EXPECT_EQ(printed({"get", "/file", "b"}), "\x1b]0;x\x07");
+  EXPECT_EQ(printed({"list", "--json", "/file"}),
+            R"({"schema":1,"attributes":{"b":"G10wO3gH","ltfs.startblock":"NDI="}})"
+            "\n");
+  EXPECT_EQ(run({"get", "/file", "c"}, STDOUT_FILENO), tool::ExitCode::notFound);
+  EXPECT_EQ(run({"list", "/missing"}, STDOUT_FILENO), tool::ExitCode::notFound);
+  EXPECT_EQ(run({"set", "/missing", "b", "1"}, STDOUT_FILENO), tool::ExitCode::notFound);
 }
 
 }  // namespace

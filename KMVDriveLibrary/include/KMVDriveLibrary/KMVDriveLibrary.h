@@ -4,6 +4,7 @@
 // Everything a host needs.
 // The simulated machine for hosts' tests has a header of its own:
 // <KMVDriveLibrary/testing/SimulatedPlatform.h>.
+#include <KMVDriveLibrary/Attributes.h>
 #include <KMVDriveLibrary/CodexExtendedAttributes.h>
 #include <KMVDriveLibrary/CodexVirtualFileSystemWrapper.h>
 #include <KMVDriveLibrary/Degradation.h>

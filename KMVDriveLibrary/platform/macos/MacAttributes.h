@@ -3,6 +3,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "platform/ExtendedAttributes.h"
 
@@ -19,6 +20,7 @@ class MacExtendedAttributes final : public ExtendedAttributes {
   std::optional<std::string> get(const std::string& path, const std::string& name) override {
     return attributeOf(path, name, /*options=*/0);
   }
+  std::optional<std::vector<std::string>> names(const std::string& path) override;
   bool set(const std::string& path, const std::string& name, const std::string& value) override;
   ChildProcess::Result runTool(const ToolRun& run) override { return tools_.run(requestFor(run, run.name)); }
 

@@ -10,6 +10,15 @@ SimulatedAttributes::SimulatedAttributes(SimulatedFileSystem& fileSystem, Simula
   programs.programs["/usr/bin/xattr"] = [this](const auto& words) { return tool(words); };
 }
 
+std::optional<std::vector<std::string>> SimulatedAttributes::names(const std::string& path) {
+  fileSystem_.waitFor(path);
+  const auto* const attributes = fileSystem_.items().attributesOf(path);
+  if (attributes == nullptr) return std::nullopt;
+  std::vector<std::string> names;
+  for (const auto& [name, value] : *attributes) names.push_back(name);
+  return names;
+}
+
 bool SimulatedAttributes::set(const std::string& path, const std::string& name, const std::string& value) {
   fileSystem_.waitFor(path);
   return fileSystem_.items().setAttribute(path, name, value);

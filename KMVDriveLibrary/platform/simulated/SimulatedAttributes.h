@@ -23,6 +23,7 @@ class SimulatedAttributes final : public ExtendedAttributes {
     fileSystem_.waitFor(path);
     return fileSystem_.items().attribute(path, name);
   }
+  std::optional<std::vector<std::string>> names(const std::string& path) override;
   bool set(const std::string& path, const std::string& name, const std::string& value) override;
   ChildProcess::Result runTool(const ToolRun& call) override {
     fileSystem_.waitFor(call.path);

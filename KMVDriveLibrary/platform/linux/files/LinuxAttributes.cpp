@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <string_view>
 
+#include "base/Text.h"
 #include "platform/linux/queues/WorkerPool.h"
 #include "platform/posix/GrowingValue.h"
 
@@ -47,6 +48,21 @@ std::optional<std::string> attributeOf(const std::string& path, const std::strin
   auto value = valueOf(path, first);
   if (!value && first != name && mayBePlainAttribute(errno)) value = valueOf(path, name);
   return value;
+}
+
+std::optional<std::vector<std::string>> LinuxExtendedAttributes::names(const std::string& path) {
+  const VolumeWait waiting;
+  const auto list =
+      growingValue([&](char* names, std::size_t size) { return ::listxattr(path.c_str(), names, size); });
+  if (!list) return std::nullopt;
+  std::vector<std::string> names;
+  constexpr std::string_view kUser = "user.";
+  for (std::string_view rest = *list; !rest.empty();) {
+    const std::string_view whole = takeUntil(rest, '\0');
+    const std::string plain(whole.starts_with(kUser) ? whole.substr(kUser.size()) : whole);
+    names.push_back(attributeNameInSpace(plain) == whole ? plain : std::string(whole));
+  }
+  return names;
 }
 
 bool LinuxExtendedAttributes::set(const std::string& path, const std::string& name,

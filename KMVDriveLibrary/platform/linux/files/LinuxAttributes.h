@@ -26,6 +26,7 @@ class LinuxExtendedAttributes final : public ExtendedAttributes {
   std::optional<std::string> get(const std::string& path, const std::string& name) override {
     return attributeOf(path, name);
   }
+  std::optional<std::vector<std::string>> names(const std::string& path) override;
   bool set(const std::string& path, const std::string& name, const std::string& value) override;
   ChildProcess::Result runTool(const ToolRun& run) override;
 
