@@ -31,6 +31,10 @@ struct DriveStatistics {
   /// callers may cache.
   std::uint64_t generation = 0;
   std::vector<Driver> drivers;
+  /// Set by the caller, before the first read: `physicalDisks` are counted too.
+  bool countsPhysicalDisks = false;
+  /// The physical disks below all drivers, each once, by their names; a driver that is one is among them.
+  std::vector<Driver> physicalDisks;
   /// The volumes that users see, in the order of the mount table.
   std::vector<Volume> volumes;
 };

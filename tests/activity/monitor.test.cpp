@@ -338,5 +338,27 @@ TEST_F(Reports, AMeterReportsATenthOfASecondAfterItsFirstCountAndItsLastReport) 
   EXPECT_TRUE(reported(6)) << "the pause begins anew";
 }
 
+TEST_F(Monitor, ALoadIsOfTheTimeBetweenTwoReadings) {
+  plugIn("Card", "/bus/card/media");
+  machine.setBlockStorageDriver("/bus/card/", DriverCounters{100, 100, 0, 0, 5, 5, 0});
+  LoadMeter meter;
+  machine.setBlockStorageDriver("/bus/card/", DriverCounters{300, 50, 8'000'000, 0, 9, 5, 500'000'000});
+  machine.advance(Seconds(2));
+  const auto loads = meter.read();
+  const auto& card = loads.drives.at(URL::fileURLWithPath("/Volumes/Card", true));
+  for (const DriveLoad& load : {card, loads.allDisks}) {
+    EXPECT_EQ(load.seconds, 2);
+    EXPECT_EQ(load.bytesRead, 200u);
+    EXPECT_EQ(load.bytesWritten, 0u) << "a counter that went back tells nothing";
+    EXPECT_EQ(load.reads, 4u);
+    EXPECT_EQ(load.readWait, 0.002);
+    EXPECT_EQ(load.writeWait, 0);
+    EXPECT_EQ(load.utilisation, 0.25);
+  }
+  plugIn("New", "/bus/card/other");
+  EXPECT_EQ(meter.read().drives.size(), 1u) << "one that came since has nothing to compare with";
+  EXPECT_EQ(meter.read().drives.size(), 2u);
+}
+
 }  // namespace
 }  // namespace kmv::simulation

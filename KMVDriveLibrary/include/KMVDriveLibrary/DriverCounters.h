@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
 namespace kmv {
 
@@ -11,6 +12,9 @@ struct DriverCounters {
   std::uint64_t bytesWritten = 0;
   std::uint64_t readLatency = 0;   ///< nanoseconds, summed over all reads
   std::uint64_t writeLatency = 0;  ///< nanoseconds, summed over all writes
+  std::uint64_t reads = 0;         ///< operations
+  std::uint64_t writes = 0;
+  std::optional<std::uint64_t> busy = {};  ///< nanoseconds with anything to do; none where it is not counted
 };
 
 }  // namespace kmv

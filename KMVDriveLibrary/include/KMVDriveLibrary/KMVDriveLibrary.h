@@ -26,6 +26,7 @@
 #include <KMVDriveLibrary/KMVDriveLibraryVersion.h>
 #include <KMVDriveLibrary/KMVDriveWrapperManager.h>
 #include <KMVDriveLibrary/KMVExtendedAttributeGatherer.h>
+#include <KMVDriveLibrary/LoadMeter.h>
 #include <KMVDriveLibrary/NotificationCenter.h>
 #include <KMVDriveLibrary/Queue.h>
 #include <KMVDriveLibrary/Semaphore.h>

@@ -24,7 +24,9 @@ std::optional<DriverCounters> countersOf(const IOHandle& driver) {
   return DriverCounters{.bytesRead = countIn(*all, kIOBlockStorageDriverStatisticsBytesReadKey),
                         .bytesWritten = countIn(*all, kIOBlockStorageDriverStatisticsBytesWrittenKey),
                         .readLatency = countIn(*all, kIOBlockStorageDriverStatisticsLatentReadTimeKey),
-                        .writeLatency = countIn(*all, kIOBlockStorageDriverStatisticsLatentWriteTimeKey)};
+                        .writeLatency = countIn(*all, kIOBlockStorageDriverStatisticsLatentWriteTimeKey),
+                        .reads = countIn(*all, kIOBlockStorageDriverStatisticsReadsKey),
+                        .writes = countIn(*all, kIOBlockStorageDriverStatisticsWritesKey)};
 }
 
 std::vector<struct statfs> mountsThatUsersSee() {
@@ -42,6 +44,8 @@ void MacDriveStatistics::read(std::uint32_t port, DriveStatistics& statistics) {
   if (!drivers) return;
   readDrivers(*drivers, statistics);
   readVolumes(statistics);
+  // An image has a driver too, and is counted beside the disk that holds its file.
+  if (statistics.countsPhysicalDisks) statistics.physicalDisks = statistics.drivers;
 }
 
 void MacDriveStatistics::readDrivers(const std::vector<IOHandle>& entries, DriveStatistics& statistics) {

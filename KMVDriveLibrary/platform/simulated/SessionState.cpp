@@ -80,9 +80,8 @@ void SessionState::deliver(Event event) {
 }
 
 void SessionState::tellPresentDisksTold() {
-  async([this] {
-    if (callbacks_.presentDisksTold != nullptr) callbacks_.presentDisksTold(context_);
-  });
+  if (callbacks_.presentDisksTold == nullptr) return;
+  async([this] { callbacks_.presentDisksTold(context_); });
 }
 
 /// Makes the event consistent with what the library knows, whatever was lost or reordered; false when there

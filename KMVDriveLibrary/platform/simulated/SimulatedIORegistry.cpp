@@ -19,6 +19,7 @@ class SimulatedIORegistry::Reader final : public DriveStatisticsReader {
     }
     auto driver = statistics.drivers.begin();
     for (const auto& [path, counters] : registry_.drivers_) (driver++)->counters = counters;
+    if (statistics.countsPhysicalDisks) statistics.physicalDisks = statistics.drivers;
   }
 
  private:

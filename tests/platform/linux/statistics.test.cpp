@@ -10,10 +10,10 @@ namespace kmv::test {
 namespace {
 
 TEST(BlockStatistics, AreTheSectorsAndTimesOfKernelsOldAndNew) {
-  const BlockStatistics expected{524448, 4341, 2524386, 13689};
+  const BlockStatistics expected{524448, 4341, 2524386, 13689, 6303, 30477, 18633};
   EXPECT_EQ(parseBlockStatistics("   6303   5907 524448  4341 30477 7751 2524386 13689 0 18633 18030\n"),
             expected);
-  EXPECT_EQ(parseBlockStatistics("6303 5907 524448 4341 30477 7751 2524386 13689 0 1 2 3 4 5 6 7 8"),
+  EXPECT_EQ(parseBlockStatistics("6303 5907 524448 4341 30477 7751 2524386 13689 0 18633 2 3 4 5 6 7 8"),
             expected);
   for (const char* text : {"", "\n", "1 2 3 4 5 6 7", "1 2 3 4 5 6 7 x", "-1 2 3 4 5 6 7 8"})
     EXPECT_EQ(parseBlockStatistics(text), std::nullopt) << text;
@@ -28,7 +28,7 @@ TEST(BlockStatistics, LinesThatAreNoRecordsArePassedOver) {
   const auto first = takeDiskStatisticsLine(text), second = takeDiskStatisticsLine(text);
   ASSERT_TRUE(first && second);
   EXPECT_EQ(first->number, (DeviceNumber{8, 0}));
-  EXPECT_EQ(first->statistics, (BlockStatistics{10, 1, 20, 3}));
+  EXPECT_EQ(first->statistics, (BlockStatistics{10, 1, 20, 3, 1, 2, 4}));
   EXPECT_EQ(second->number, (DeviceNumber{259, 3}));
   EXPECT_FALSE(takeDiskStatisticsLine(text));
 }
@@ -91,6 +91,27 @@ TEST_F(Statistics, APartitionIsMeasuredByItsDiskAndASpanningFileSystemByAllItsDi
                    "/ten /devices/virtual/block/loop10/", "/pool /devices/virtual/kmv/btrfs/aa-bb/",
                    "/share ", "/devices/usb/sda/ 5120 10240", "/devices/virtual/block/loop1/ 512 512",
                    "/devices/virtual/block/loop10/", "/devices/virtual/kmv/btrfs/aa-bb/ 10240 20480"}));
+}
+
+TEST_F(Statistics, PhysicalDisksAreCountedOnceWhateverStandsOnThem) {
+  disk("pci/sda", "8:0", "1 0 10 2 3 0 20 4 0 7 0");
+  for (const char* number : {"0", "1"}) {
+    disk(std::string("virtual/block/dm-") + number, std::string("253:") + number);
+    machine.below(std::string("dm-") + number, "sda");
+  }
+  machine.mounts(
+      "1 0 253:0 / /a rw - ext4 /dev/dm-0 rw\n2 0 253:1 / /b rw - ext4 /dev/dm-1 rw\n"
+      "3 0 8:0 / /c rw - ext4 /dev/sda rw\n");
+  LinuxDriveStatistics reader(machine.options(), machine.mountTable());
+  DriveStatistics statistics;
+  statistics.countsPhysicalDisks = true;
+  reader.read(0, statistics);
+  EXPECT_EQ(statistics.drivers.size(), 3u);
+  ASSERT_EQ(statistics.physicalDisks.size(), 1u);
+  const DriverCounters& sda = *statistics.physicalDisks.front().counters;
+  EXPECT_EQ(sda.reads, 1u);
+  EXPECT_EQ(sda.writes, 3u);
+  EXPECT_EQ(sda.busy, 7'000'000u);
 }
 
 TEST_F(Statistics, FilesAreKeptOpenForASmallShareOfTheDescriptorsAndBeyondThatTheOneTableIsRead) {

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "platform/linux/devices/BlockStatistics.h"
 
+#include <cstddef>
+#include <iterator>
 #include <limits>
 
 namespace kmv {
@@ -40,14 +42,15 @@ std::optional<DiskStatisticsLine> parseLine(std::string_view line) {
 }  // namespace
 
 std::optional<BlockStatistics> parseBlockStatistics(std::string_view text) {
-  // reads, merged, sectors, milliseconds; the same for writes; newer kernels tell more after that
-  std::uint64_t fields[8];
-  for (std::uint64_t& field : fields) {
+  // reads, merged, sectors, milliseconds; the same for writes; in flight, milliseconds busy; newer kernels tell more
+  constexpr std::size_t kNeeded = 8;
+  std::uint64_t fields[10] = {};
+  for (std::size_t i = 0; i < std::size(fields); ++i) {
     const auto number = takeNumber(text);
-    if (!number) return std::nullopt;
-    field = *number;
+    if (!number && i < kNeeded) return std::nullopt;
+    fields[i] = number.value_or(0);
   }
-  return BlockStatistics{fields[2], fields[3], fields[6], fields[7]};
+  return BlockStatistics{fields[2], fields[3], fields[6], fields[7], fields[0], fields[4], fields[9]};
 }
 
 std::optional<DiskStatisticsLine> takeDiskStatisticsLine(std::string_view& text) {

@@ -15,6 +15,9 @@ struct BlockStatistics {
   std::uint64_t millisecondsReading = 0;
   std::uint64_t sectorsWritten = 0;
   std::uint64_t millisecondsWriting = 0;
+  std::uint64_t reads = 0;
+  std::uint64_t writes = 0;
+  std::uint64_t millisecondsBusy = 0;
   friend bool operator==(const BlockStatistics&, const BlockStatistics&) = default;
 };
 

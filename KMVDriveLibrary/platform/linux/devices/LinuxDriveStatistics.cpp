@@ -42,6 +42,7 @@ LinuxDriveStatistics::LinuxDriveStatistics(const LinuxOptions& options,
 LinuxDriveStatistics::~LinuxDriveStatistics() = default;
 
 void LinuxDriveStatistics::read(std::uint32_t, DriveStatistics& statistics) {
+  countsPhysicalDisks_ = statistics.countsPhysicalDisks;
   followMounts();
   countDisks();
   statistics.wereDriversFound = planned_.has_value();
@@ -50,12 +51,12 @@ void LinuxDriveStatistics::read(std::uint32_t, DriveStatistics& statistics) {
     statistics.volumes = volumes_;
     statistics.drivers.clear();
     for (const Plan& driver : drivers_) statistics.drivers.push_back({driver.path, std::nullopt});
+    statistics.physicalDisks.clear();
+    for (const Plan& disk : physicalDisks_) statistics.physicalDisks.push_back({disk.path, std::nullopt});
   }
-  for (std::size_t i = 0; i < drivers_.size(); ++i) {
-    bool isCounted = false;
-    const DriverCounters sum = sumOf(drivers_[i], isCounted);
-    statistics.drivers[i].counters = isCounted ? std::optional(sum) : std::nullopt;
-  }
+  for (std::size_t i = 0; i < drivers_.size(); ++i) statistics.drivers[i].counters = sumOf(drivers_[i]);
+  for (std::size_t i = 0; i < physicalDisks_.size(); ++i)
+    statistics.physicalDisks[i].counters = sumOf(physicalDisks_[i]);
 }
 
 /// Plans anew when a volume came, went or moved, and at first. The table is only copied from under its lock. When
@@ -91,10 +92,27 @@ void LinuxDriveStatistics::planDrivers(const std::vector<MountEntry>& mounted) {
   std::vector<Plan> drivers;
   drivers.reserve(disksOfDriver.size());
   for (auto& [path, disks] : disksOfDriver) drivers.push_back({path, std::move(disks)});
-  chooseDisks(drivers);
+  std::vector<Plan> physicalDisks = countsPhysicalDisks_ ? physicalDisksBelow(drivers) : std::vector<Plan>();
+  std::vector<Plan> all = drivers;
+  all.insert(all.end(), physicalDisks.begin(), physicalDisks.end());
+  chooseDisks(all);
   ++generation_;
   volumes_ = std::move(volumes);
   drivers_ = std::move(drivers);
+  physicalDisks_ = std::move(physicalDisks);
+}
+
+std::vector<LinuxDriveStatistics::Plan> LinuxDriveStatistics::physicalDisksBelow(
+    const std::vector<Plan>& drivers) const {
+  std::set<std::string> names;
+  for (const Plan& driver : drivers) {
+    for (const std::string& disk : driver.disks) {
+      for (const StorageDevice& below : stacks_.below(disk)) names.insert(below.name);
+    }
+  }
+  std::vector<Plan> plans;
+  for (const std::string& name : names) plans.push_back({name, {name}});
+  return plans;
 }
 
 const LinuxDriveStatistics::Medium& LinuxDriveStatistics::mediumOf(const MountEntry& mount) {
@@ -196,18 +214,24 @@ void LinuxDriveStatistics::countFromTable() {
   }
 }
 
-/// Of several disks all that can be counted; `isCounted` when any can.
-DriverCounters LinuxDriveStatistics::sumOf(const Plan& driver, bool& isCounted) const {
+/// Of several disks all that can be counted; none when none can. They are busy for the average of their times.
+std::optional<DriverCounters> LinuxDriveStatistics::sumOf(const Plan& driver) const {
   DriverCounters sum;
+  std::uint64_t busy = 0, disks = 0;
   for (const std::string& name : driver.disks) {
     const auto& counted = disks_.at(name).counted;
     if (!counted) continue;
-    isCounted = true;
+    ++disks;
     sum.bytesRead += counted->sectorsRead * kBytesPerSector;
     sum.bytesWritten += counted->sectorsWritten * kBytesPerSector;
     sum.readLatency += counted->millisecondsReading * kNanosecondsPerMillisecond;
     sum.writeLatency += counted->millisecondsWriting * kNanosecondsPerMillisecond;
+    sum.reads += counted->reads;
+    sum.writes += counted->writes;
+    busy += counted->millisecondsBusy * kNanosecondsPerMillisecond;
   }
+  if (disks == 0) return std::nullopt;
+  sum.busy = busy / disks;
   return sum;
 }
 

@@ -59,12 +59,13 @@ class LinuxDriveStatistics final : public DriveStatisticsReader {
   void planDrivers(const std::vector<MountEntry>& mounted);
   const Medium& mediumOf(const MountEntry& mount);
   Medium mediumBehind(const MountEntry& mount) const;
+  std::vector<Plan> physicalDisksBelow(const std::vector<Plan>& drivers) const;
   void chooseDisks(const std::vector<Plan>& drivers);
   std::string statFileOf(const std::string& disk) const;
   void countDisks();
   void countFromFiles();
   void countFromTable();
-  DriverCounters sumOf(const Plan& driver, bool& isCounted) const;
+  std::optional<DriverCounters> sumOf(const Plan& driver) const;
 
   const LinuxOptions options_;
   BlockDevices devices_;
@@ -74,7 +75,9 @@ class LinuxDriveStatistics final : public DriveStatisticsReader {
   std::uint64_t generation_ = 0;
   std::unordered_map<std::uint64_t, Medium> media_;  // by mount id
   std::vector<DriveStatistics::Volume> volumes_;
-  std::vector<Plan> drivers_;  // ascending by path
+  std::vector<Plan> drivers_;        // ascending by path
+  std::vector<Plan> physicalDisks_;  // when they are asked for
+  bool countsPhysicalDisks_ = false;
   std::map<std::string, Disk> disks_;
   bool countsFromTable_ = false;
   FileDescriptor table_;  // /proc/diskstats, while it is read
