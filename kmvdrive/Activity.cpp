@@ -2,15 +2,13 @@
 #include "kmvdrive/Activity.h"
 
 #include <KMVDriveLibrary/DescriptionKeys.h>
-#include <KMVDriveLibrary/KMVDiskBSDBaseWrapper.h>
 #include <KMVDriveLibrary/KMVDriveKeys.h>
-#include <KMVDriveLibrary/KMVRootDiskWrapper.h>
 #include <KMVDriveLibrary/Queue.h>
 
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <set>
+#include <cstdio>
 #include <sstream>
 #include <utility>
 
@@ -33,13 +31,6 @@ double rateOf(const std::optional<Flow>& flow) {
   return flow ? flow->rate() : 0;
 }
 
-std::shared_ptr<Object> diskOf(const Dictionary& drive) {
-  const Value* value = drive.find(kDiskWrapperKey);
-  const auto wrapper =
-      value == nullptr ? nullptr : std::dynamic_pointer_cast<KMVDiskBSDBaseWrapper>(value->asObject());
-  return wrapper == nullptr ? nullptr : wrapper->rootVolumeWrapper();
-}
-
 std::string rateText(double rate) {
   return sizeText(static_cast<std::uint64_t>(std::min(rate, 1.8e19))) + "/s";
 }
@@ -54,10 +45,10 @@ std::string barOf(double share, bool blocks) {
   return bar;
 }
 
-std::string sparkOf(const std::deque<double>& history, bool blocks) {
+/// On one scale for all drives, whose end is `most`.
+std::string sparkOf(const std::deque<double>& history, double most, bool blocks) {
   constexpr std::array<const char*, 8> kLevels{"▁", "▂", "▃", "▄", "▅", "▆", "▇", "█"};
   constexpr std::string_view kPlainLevels = "._-~=+*#";
-  const double most = history.empty() ? 0 : *std::max_element(history.begin(), history.end());
   std::string spark;
   for (const double value : history) {
     const std::size_t level = most > 0 ? static_cast<std::size_t>(value / most * 7) : 0;
@@ -70,19 +61,55 @@ std::string sparkOf(const std::deque<double>& history, bool blocks) {
   return spark;
 }
 
-/// `most` is the highest rate, for which the bar is full.
-std::vector<std::string> cellsOf(const BoardLine& line, double most, bool blocks) {
-  if (line.measure == Measure::notAtAll)
-    return {line.name, line.kind, "", "", "not measured", "", line.mountPoint};
-  std::string bar = barOf(most > 0 ? line.history.back() / most : 0, blocks);
+std::string perSecond(std::uint64_t operations, double seconds) {
+  return seconds > 0 ? std::to_string(std::lround(static_cast<double>(operations) / seconds)) : std::string();
+}
+
+/// "0.5 ms": how long an operation of either kind took on average.
+std::string waitText(const DriveLoad& load) {
+  const auto operations = static_cast<double>(load.reads + load.writes);
+  if (operations == 0) return {};
+  const double sum =
+      load.readWait * static_cast<double>(load.reads) + load.writeWait * static_cast<double>(load.writes);
+  char text[32];
+  std::snprintf(text, sizeof text, "%.1f ms", sum / operations * 1000);
+  return text;
+}
+
+std::string busyText(const DriveLoad& load, bool blocks) {
+  if (!load.utilisation) return {};
+  std::string bar = barOf(*load.utilisation, blocks);
   bar.append(kBarWidth - std::min(kBarWidth, displayWidth(bar)), ' ');
-  return {line.name,
-          line.kind,
-          rateText(rateOf(line.read)),
-          rateText(rateOf(line.written)),
-          bar,
-          sparkOf(line.history, blocks),
-          line.mountPoint};
+  const std::string percent = std::to_string(std::lround(*load.utilisation * 100));
+  return bar + std::string(4 - std::min<std::size_t>(3, percent.size()), ' ') + percent + "%";
+}
+
+/// The cells of what was measured: operations, wait, utilisation.
+std::vector<std::string> cellsOf(const DriveLoad& load, bool blocks) {
+  return {perSecond(load.reads, load.seconds), perSecond(load.writes, load.seconds), waitText(load),
+          busyText(load, blocks)};
+}
+
+/// `most` is the highest rate, the end of the histories' scale.
+std::vector<std::string> cellsOf(const BoardLine& line, double most, bool blocks) {
+  const bool isMeasured = line.measure != Measure::notAtAll || line.load;
+  std::vector<std::string> cells{line.name, line.kind,
+                                 isMeasured ? rateText(rateOf(line.read)) : "not measured",
+                                 isMeasured ? rateText(rateOf(line.written)) : ""};
+  for (std::string& cell : line.load ? cellsOf(*line.load, blocks) : std::vector<std::string>(4))
+    cells.push_back(std::move(cell));
+  cells.push_back(isMeasured ? sparkOf(line.history, most, blocks) : "");
+  cells.push_back(line.mountPoint);
+  return cells;
+}
+
+JSON jsonOfLoad(const DriveLoad& load) {
+  JSON document = {
+      {"seconds", load.seconds},    {"bytesRead", load.bytesRead}, {"bytesWritten", load.bytesWritten},
+      {"reads", load.reads},        {"writes", load.writes},       {"readWait", load.readWait},
+      {"writeWait", load.writeWait}};
+  if (load.utilisation) document["utilisation"] = *load.utilisation;
+  return document;
 }
 
 JSON jsonOfFlow(const Flow& flow) {
@@ -92,17 +119,20 @@ JSON jsonOfFlow(const Flow& flow) {
 }  // namespace
 
 void ActivityBoard::update(const MountedDictionaries& drives, const Activities& activities,
-                           const std::function<Measure(const URL& standardized)>& measureOf) {
+                           const std::function<Measure(const URL& standardized)>& measureOf,
+                           const LoadMeter::Loads& loads) {
   std::map<std::string, std::deque<double>> histories;
   for (BoardLine& line : lines_) histories[line.url] = std::move(line.history);
   lines_.clear();
+  allDisks_ = loads.allDisks;
   for (const auto& [key, drive] : drives) {
     const URL* url = drive->url(key::kVolumePath);
     if (url == nullptr) continue;
     const URL standardized = url->standardized();
     const DriveSummary summary = summaryOf(*drive);
-    BoardLine line{url->absoluteString(), summary.mountPoint, summary.name,
-                   summary.kind,          diskOf(*drive),     measureOf(standardized)};
+    BoardLine line{url->absoluteString(), summary.mountPoint, summary.name, summary.kind,
+                   measureOf(standardized)};
+    if (const auto load = loads.drives.find(*url); load != loads.drives.end()) line.load = load->second;
     if (const auto activity = activities.find(standardized); activity != activities.end()) {
       line.read = flowOf(activity->second->readDelta());
       line.written = flowOf(activity->second->writeDelta());
@@ -122,13 +152,10 @@ double ActivityBoard::highestRate() const {
   return most;
 }
 
-double ActivityBoard::total(std::optional<Flow> BoardLine::*side) const {
-  std::set<const Object*> counted;
-  double sum = 0;
+double ActivityBoard::total(std::optional<Flow> BoardLine::*side, std::uint64_t DriveLoad::*measured) const {
+  double sum = allDisks_.seconds > 0 ? static_cast<double>(allDisks_.*measured) / allDisks_.seconds : 0;
   for (const BoardLine& line : lines_) {
-    if (!(line.*side)) continue;
-    if (line.disk != nullptr && !counted.insert(line.disk.get()).second) continue;
-    sum += rateOf(line.*side);
+    if (line.measure == Measure::byReports) sum += rateOf(line.*side);
   }
   return sum;
 }
@@ -142,26 +169,36 @@ JSON ActivityBoard::asJSON(double secondsSince1970) const {
                                                              : "no";
     if (line.read) drive["read"] = jsonOfFlow(*line.read);
     if (line.written) drive["written"] = jsonOfFlow(*line.written);
+    if (line.load) drive["load"] = jsonOfLoad(*line.load);
     document["drives"].push_back(std::move(drive));
   }
-  document["total"] = {{"readBytesPerSecond", totalRead()}, {"writtenBytesPerSecond", totalWritten()}};
+  document["total"] = {{"readBytesPerSecond", totalRead()},
+                       {"writtenBytesPerSecond", totalWritten()},
+                       {"load", jsonOfLoad(allDisks_)}};
   return document;
 }
 
 std::vector<std::string> ActivityBoard::asText(const Style& style, std::size_t columns, bool blocks) const {
-  Table table({{"DRIVE"},
-               {"KIND"},
-               {"READ", Table::Align::right},
-               {"WRITTEN", Table::Align::right},
-               {"BUSY"},
-               {"BEFORE"},
-               {"MOUNT POINT"}});
   const double most = highestRate();
+  const std::string scale = "LAST " + std::to_string(kHistory) + ", TO " + rateText(most);
+  constexpr auto kRight = Table::Align::right;
+  Table table({{"DRIVE", Table::Align::left, 90},
+               {"KIND", Table::Align::left, 10},
+               {"READ", kRight, 80},
+               {"WRITTEN", kRight, 85},
+               {"READS/S", kRight, 30},
+               {"WRITES/S", kRight, 35},
+               {"WAIT", kRight, 60},
+               {"BUSY", Table::Align::left, 70},
+               {scale, Table::Align::left, 20},
+               {"MOUNT POINT", Table::Align::left, 95}});
+  std::vector<std::string> all{"all disks", "", rateText(totalRead()), rateText(totalWritten())};
+  for (std::string& cell : cellsOf(allDisks_, blocks)) all.push_back(std::move(cell));
+  all.insert(all.end(), {"", ""});
+  table.addRow(std::move(all));
   for (const BoardLine& line : lines_) table.addRow(cellsOf(line, most, blocks));
-  table.addRow({"all disks", "", rateText(totalRead()), rateText(totalWritten()), std::string(kBarWidth, ' '),
-                "", ""});
   std::vector<std::string> out;
-  std::istringstream text(table.text(Style(false)));
+  std::istringstream text(table.text(Style(false), columns));
   for (std::string line; std::getline(text, line);) {
     const auto look = out.empty() ? Style::Look::heading : Style::Look::plain;
     out.push_back(style.apply(look, clippedText(line, columns)));

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <KMVDriveLibrary/KMVDriveActivityMonitor.h>
+#include <KMVDriveLibrary/LoadMeter.h>
 #include <KMVDriveLibrary/NotificationCenter.h>
 #include <KMVDriveLibrary/PresentDriveTable.h>
 
@@ -37,11 +38,12 @@ struct BoardLine {
   std::string mountPoint;
   std::string name;
   std::string kind;
-  std::shared_ptr<Object> disk;  ///< its whole disk, which volumes share; null without one
   Measure measure = Measure::notAtAll;
   std::optional<Flow> read = {};
   std::optional<Flow> written = {};
   std::deque<double> history = {};  ///< bytes a second, both sides, oldest first
+  std::optional<DriveLoad> load =
+      {};  ///< of the same time, nearly; none for what the platform does not measure
 };
 
 /// How busy the drives are: the latest figures of each, and those of a short while before.
@@ -55,15 +57,15 @@ class ActivityBoard {
   /// A cycle is over: these drives are there, and these moved something. `measureOf` tells how a drive's
   /// figures come about.
   void update(const MountedDictionaries& drives, const Activities& activities,
-              const std::function<Measure(const URL& standardized)>& measureOf);
+              const std::function<Measure(const URL& standardized)>& measureOf,
+              const LoadMeter::Loads& loads);
 
   /// In ascending order of the URLs.
   const std::vector<BoardLine>& lines() const { return lines_; }
 
-  /// Bytes a second of all drives, each whole disk counted once: its volumes share its counters. A mapping
-  /// and the disk that it stands on are two.
-  double totalRead() const { return total(&BoardLine::read); }
-  double totalWritten() const { return total(&BoardLine::written); }
+  /// Bytes a second: of the physical disks, each once, and of what only hosts report.
+  double totalRead() const { return total(&BoardLine::read, &DriveLoad::bytesRead); }
+  double totalWritten() const { return total(&BoardLine::written, &DriveLoad::bytesWritten); }
 
   /// One object of JSON lines.
   JSON asJSON(double secondsSince1970) const;
@@ -73,9 +75,10 @@ class ActivityBoard {
 
  private:
   double highestRate() const;
-  double total(std::optional<Flow> BoardLine::*side) const;
+  double total(std::optional<Flow> BoardLine::*side, std::uint64_t DriveLoad::*measured) const;
 
   std::vector<BoardLine> lines_;
+  DriveLoad allDisks_;
 };
 
 /// What moved, as `{"URL": {"read": {"bytes": N, "seconds": S}, "written": {...}}}`; sides that did not move,

@@ -69,7 +69,7 @@ std::string absolutePath(const AttrOptions& options) {
   return location ? location->path() : std::string();
 }
 
-ExitCode list(CommandContext& context, const AttrOptions& options) {
+ExitCode listAttributes(CommandContext& context, const AttrOptions& options) {
   const std::string path = absolutePath(options);
   const AttributeNames all = attributeNames(path);
   if (all.error != AttributeError::none) return failed(all.error, options);
@@ -86,7 +86,7 @@ ExitCode list(CommandContext& context, const AttrOptions& options) {
   return ExitCode::ok;
 }
 
-ExitCode get(CommandContext& context, const AttrOptions& options) {
+ExitCode getAttribute(CommandContext& context, const AttrOptions& options) {
   const std::string name = fullName(options.name);
   const AttributeValue value = attributeValue(absolutePath(options), name);
   if (value.error != AttributeError::none) return failed(value.error, options, name);
@@ -95,7 +95,7 @@ ExitCode get(CommandContext& context, const AttrOptions& options) {
   return ExitCode::ok;
 }
 
-ExitCode set(const AttrOptions& options) {
+ExitCode setAttribute(const AttrOptions& options) {
   const std::string name = fullName(options.name);
   return failed(setAttributeValue(absolutePath(options), name, options.value), options, name);
 }
@@ -113,11 +113,12 @@ void addAttrCommand(CLI::App& app, Action& chosen) {
     return part;
   };
   CLI::App* listAll = add("list", "Show all attributes",
-                          [options](CommandContext& context) { return list(context, *options); });
+                          [options](CommandContext& context) { return listAttributes(context, *options); });
   listAll->add_flag("--json", options->json, "Print one JSON object, with the values in base 64");
   CLI::App* getOne = add("get", "Print the bytes of one attribute",
-                         [options](CommandContext& context) { return get(context, *options); });
-  CLI::App* setOne = add("set", "Set one attribute", [options](CommandContext&) { return set(*options); });
+                         [options](CommandContext& context) { return getAttribute(context, *options); });
+  CLI::App* setOne =
+      add("set", "Set one attribute", [options](CommandContext&) { return setAttribute(*options); });
   constexpr char kNameHelp[] = "Its name; LTFS attributes also by title alone, as in startblock";
   getOne->add_option("NAME", options->name, kNameHelp)->required();
   setOne->add_option("NAME", options->name, kNameHelp)->required();

@@ -107,7 +107,7 @@ JSON jsonOfHiddenMounts(const std::vector<HiddenMount>& mounts) {
   return array;
 }
 
-JSON jsonOf(const MountEvents& events) {
+JSON jsonOfMountEvents(const MountEvents& events) {
   return {{"watcher", events.watcher}, {"reason", events.reason}, {"missed", events.missed}};
 }
 
@@ -120,7 +120,8 @@ std::string listingAsJSON(const Listing& listing, const ListOptions& options) {
   }
   for (const Dictionary& description : listing.unmounted)
     document["unmounted"].push_back(jsonOfDrive(description));
-  if (options.verbose && !listing.events.watcher.empty()) document["mountEvents"] = jsonOf(listing.events);
+  if (options.verbose && !listing.events.watcher.empty())
+    document["mountEvents"] = jsonOfMountEvents(listing.events);
   if (options.all) document["hidden"] = jsonOfHiddenMounts(listing.hidden);
   addDegradations(document);
   return jsonLine(document);

@@ -58,7 +58,8 @@ class Top {
  private:
   void update(const ActivityBoard::Activities& activities) {
     nextQuiet_ = Clock::now() + kQuietCycle;
-    board_.update(KMVDiskArbiter::sharedInstance().mountedDictionaries(), activities, measureOfDrive);
+    board_.update(KMVDiskArbiter::sharedInstance().mountedDictionaries(), activities, measureOfDrive,
+                  meter_.read());
     draw();
     if (options_.once) goesOn_ = false;
   }
@@ -91,6 +92,7 @@ class Top {
   CommandContext& context_;
   const TopOptions& options_;
   ActivityBoard board_;
+  LoadMeter meter_;
   std::optional<Screen> screen_;
   Screen::Size drawnFor_;
   bool goesOn_ = true;

@@ -71,39 +71,41 @@ class Board : public ::testing::Test {
   static std::shared_ptr<KMVDriveActivityDelta> delta(std::uint64_t bytes) {
     return std::make_shared<KMVDriveActivityDelta>(2, bytes);
   }
-  /// Two volumes of one disk, and a share that nobody measures.
-  MountedDictionaries drives() const {
-    const auto drive = [](const std::string& name, const std::shared_ptr<Object>& wrapper) {
-      Dictionary contents{{"DAVolumePath", url(name)}, {"DAVolumeName", name}, {"DAVolumeKind", "ext4"}};
-      if (wrapper != nullptr) contents.set("kDiskWrapperKey", wrapper);
+  /// Two volumes that the platform measures, and a share that nobody does.
+  static MountedDictionaries drives() {
+    const auto drive = [](const std::string& name) {
+      const Dictionary contents{
+          {"DAVolumePath", url(name)}, {"DAVolumeName", name}, {"DAVolumeKind", "ext4"}};
       return std::pair(url(name), std::make_shared<const Dictionary>(contents));
     };
-    return MountedDictionaries({drive("a", first_), drive("b", second_), drive("c", nullptr)});
+    return MountedDictionaries({drive("a"), drive("b"), drive("c")});
   }
   static Measure measureOf(const URL& drive) {
     return drive == url("c") ? Measure::notAtAll : Measure::byPlatform;
   }
 
-  ActivityBoard board;
+  /// Both volumes are on one disk.
+  static LoadMeter::Loads loads() {
+    const DriveLoad disk{2, 2000, 10, 20, 0, 0.0005, 0, 0.25};
+    return {{{url("a"), disk}, {url("b"), disk}}, disk};
+  }
 
- private:
-  std::shared_ptr<KMVRootDiskWrapper> disk_ = std::make_shared<KMVRootDiskWrapper>(Value(1));
-  std::shared_ptr<Object> first_ = std::make_shared<KMVVolumePartitionWrapper>(nullptr, disk_);
-  std::shared_ptr<Object> second_ = std::make_shared<KMVVolumePartitionWrapper>(nullptr, disk_);
+  ActivityBoard board;
 };
 
 TEST_F(Board, CountsEachDiskOnceAndLeavesStepsBackOut) {
   const auto busy = std::make_shared<KMVDriveIOActivity>(delta(2000), nullptr);
-  board.update(drives(), {{url("a"), busy}, {url("b"), busy}}, measureOf);
+  board.update(drives(), {{url("a"), busy}, {url("b"), busy}}, measureOf, loads());
   EXPECT_EQ(board.totalRead(), 1000);
-  EXPECT_EQ(board.totalWritten(), 0);
+  EXPECT_EQ(board.totalWritten(), 5);
   EXPECT_EQ(board.lines()[2].measure, Measure::notAtAll);
   const auto back = std::make_shared<KMVDriveIOActivity>(delta(UINT64_MAX - 5), delta(10));
-  board.update(drives(), {{url("a"), back}}, measureOf);
+  const auto reported = [](const URL&) { return Measure::byReports; };
+  board.update(drives(), {{url("a"), back}}, reported, {});
   EXPECT_EQ(board.totalRead(), 0) << "another disk in its place is no spike";
   EXPECT_EQ(board.totalWritten(), 5);
   EXPECT_THAT(board.lines()[0].history, ElementsAre(1000, 5));
-  for (std::size_t i = 0; i < ActivityBoard::kHistory; ++i) board.update(drives(), {}, measureOf);
+  for (std::size_t i = 0; i < ActivityBoard::kHistory; ++i) board.update(drives(), {}, measureOf, {});
   EXPECT_EQ(board.lines()[0].history.size(), ActivityBoard::kHistory);
 
   EXPECT_EQ(
@@ -113,12 +115,15 @@ TEST_F(Board, CountsEachDiskOnceAndLeavesStepsBackOut) {
 
 TEST_F(Board, FitsItsTerminal) {
   const auto busy = std::make_shared<KMVDriveIOActivity>(delta(2'000'000), delta(3000));
-  board.update(drives(), {{url("a"), busy}}, measureOf);
+  board.update(drives(), {{url("a"), busy}}, measureOf, loads());
   const auto wide = board.asText(Style(false), 200, /*blocks=*/true);
-  ASSERT_EQ(wide.size(), 5u) << "a heading, three drives, the total";
-  EXPECT_THAT(wide[1], HasSubstr("1.0 MB/s  1.5 kB/s  ████████████  █"));
-  EXPECT_THAT(wide[3], HasSubstr("not measured"));
-  EXPECT_THAT(wide[4], HasSubstr("all disks"));
+  ASSERT_EQ(wide.size(), 5u) << "a heading, the total, three drives";
+  EXPECT_THAT(wide[0], HasSubstr("LAST 16, TO 1.0 MB/s"));
+  EXPECT_THAT(
+      wide[1],
+      HasSubstr("all disks  -         1.0 kB/s     5 B/s       10         0  0.5 ms  ███           25%"));
+  EXPECT_THAT(wide[2], HasSubstr("1.0 MB/s  1.5 kB/s       10         0  0.5 ms  ███           25%  █"));
+  EXPECT_THAT(wide[4], HasSubstr("not measured"));
   for (const std::string& line : board.asText(Style(false), 30, /*blocks=*/false)) {
     EXPECT_LE(displayWidth(line), 30u);
     for (const char c : line) EXPECT_TRUE(c >= 0x20 && c < 0x7f);
