@@ -143,8 +143,8 @@ struct DriveFact {
   std::string_view key;
   const char* jsonName;  // null: it is only in "description"
   const char* label;     // the column's heading, or the flag
-  Shown shown;
   const Print& print;
+  Shown shown;
   int worth = 0;  // of the column
 };
 
@@ -155,40 +155,40 @@ const Print kFlags{textOrNone, flagsCell};
 //
 // A new description key is one more line at the end.
 const DriveFact kFacts[] = {
-    {key::kMediaBSDName, nullptr, "DEVICE", Shown::always, kText, 95},
-    {key::kVolumePath, "url", nullptr, Shown::nowhere, kURL},
-    {key::kVolumePath, "path", nullptr, Shown::nowhere, kPath},
-    {key::kVolumeName, "name", "NAME", Shown::always, kText, 90},
-    {key::kVolumeKind, "kind", "KIND", Shown::always, kText, 55},
-    {key::kMediaSize, nullptr, "SIZE", Shown::always, kBytes, 80},
-    {kSpaceKey, nullptr, "USED", Shown::whenMounted, kUsed, 60},
-    {kSpaceKey, nullptr, "FREE", Shown::whenMounted, kAvailable, 85},
-    {kSpaceKey, nullptr, "USE", Shown::whenMounted, kUse, 75},
-    {key::kVolumePath, nullptr, "MOUNT POINT", Shown::whenMounted, kPath, 100},
-    {key::kDeviceProtocol, nullptr, "BUS", Shown::always, kText, 40},
-    {key::kDeviceModel, nullptr, "MODEL", Shown::always, kText, 35},
-    {"", nullptr, "FLAGS", Shown::always, kFlags, 50},
-    {kDiskUUIDKey, "uuid", "UUID", Shown::always, kIdentity, 20},
-    {key::kMediaBSDName, "bsdName", nullptr, Shown::nowhere, kText},
-    {kDiskRemoveableKey, "removable", "removable", Shown::asFlag, kTruth},
-    {key::kMediaEjectable, nullptr, "ejectable", Shown::asFlag, kTruth},
-    {kDiskMountedPriorToApplicationInstance, "mountedBeforeStart", nullptr, Shown::nowhere, kTruth},
-    {key::kVolumeNetwork, "network", "network", Shown::asFlag, kTruth},
-    {key::kAppearanceTime, "appeared", nullptr, Shown::nowhere, kReal},
-    {key::kMediaSize, "size", nullptr, Shown::nowhere, kBytes},
-    {kSpaceKey, "space", nullptr, Shown::nowhere, kSpace},
-    {key::kDeviceProtocol, "protocol", nullptr, Shown::nowhere, kText},
-    {key::kDeviceVendor, "vendor", "VENDOR", Shown::verbosely, kText, 10},
-    {key::kDeviceModel, "model", nullptr, Shown::nowhere, kText},
-    {key::kDeviceSerial, "serial", "SERIAL", Shown::verbosely, kText, 15},
-    {key::kDeviceRevision, "revision", nullptr, Shown::nowhere, kText},
-    {key::kDeviceRotational, "rotational", nullptr, Shown::nowhere, kTruth},
-    {key::kMediaWritable, "writable", nullptr, Shown::nowhere, kTruth},
-    {key::kMediaBlockSize, "blockSize", nullptr, Shown::nowhere, kBytes},
-    {key::kMediaName, "partitionName", "PARTITION", Shown::verbosely, kText, 12},
-    {key::kMediaUUID, "partitionUUID", nullptr, Shown::nowhere, kUUIDText},
-    {key::kVolumeIdentifier, "identifier", nullptr, Shown::nowhere, kText},
-    {kCodexKey, nullptr, "CODEX", Shown::verbosely, kText, 45},
+    {key::kMediaBSDName, nullptr, "DEVICE", kText, Shown::always, 95},
+    {key::kVolumePath, "url", nullptr, kURL, Shown::nowhere},
+    {key::kVolumePath, "path", nullptr, kPath, Shown::nowhere},
+    {key::kVolumeName, "name", "NAME", kText, Shown::always, 90},
+    {key::kVolumeKind, "kind", "KIND", kText, Shown::always, 55},
+    {key::kMediaSize, nullptr, "SIZE", kBytes, Shown::always, 80},
+    {kSpaceKey, nullptr, "USED", kUsed, Shown::whenMounted, 60},
+    {kSpaceKey, nullptr, "FREE", kAvailable, Shown::whenMounted, 85},
+    {kSpaceKey, nullptr, "USE", kUse, Shown::whenMounted, 75},
+    {key::kVolumePath, nullptr, "MOUNT POINT", kPath, Shown::whenMounted, 100},
+    {key::kDeviceProtocol, nullptr, "BUS", kText, Shown::always, 40},
+    {key::kDeviceModel, nullptr, "MODEL", kText, Shown::always, 35},
+    {"", nullptr, "FLAGS", kFlags, Shown::always, 50},
+    {kDiskUUIDKey, "uuid", "UUID", kIdentity, Shown::always, 20},
+    {key::kMediaBSDName, "bsdName", nullptr, kText, Shown::nowhere},
+    {kDiskRemoveableKey, "removable", "removable", kTruth, Shown::asFlag},
+    {key::kMediaEjectable, nullptr, "ejectable", kTruth, Shown::asFlag},
+    {kDiskMountedPriorToApplicationInstance, "mountedBeforeStart", nullptr, kTruth, Shown::nowhere},
+    {key::kVolumeNetwork, "network", "network", kTruth, Shown::asFlag},
+    {key::kAppearanceTime, "appeared", nullptr, kReal, Shown::nowhere},
+    {key::kMediaSize, "size", nullptr, kBytes, Shown::nowhere},
+    {kSpaceKey, "space", nullptr, kSpace, Shown::nowhere},
+    {key::kDeviceProtocol, "protocol", nullptr, kText, Shown::nowhere},
+    {key::kDeviceVendor, "vendor", "VENDOR", kText, Shown::verbosely, 10},
+    {key::kDeviceModel, "model", nullptr, kText, Shown::nowhere},
+    {key::kDeviceSerial, "serial", "SERIAL", kText, Shown::verbosely, 15},
+    {key::kDeviceRevision, "revision", nullptr, kText, Shown::nowhere},
+    {key::kDeviceRotational, "rotational", nullptr, kTruth, Shown::nowhere},
+    {key::kMediaWritable, "writable", nullptr, kTruth, Shown::nowhere},
+    {key::kMediaBlockSize, "blockSize", nullptr, kBytes, Shown::nowhere},
+    {key::kMediaName, "partitionName", "PARTITION", kText, Shown::verbosely, 12},
+    {key::kMediaUUID, "partitionUUID", nullptr, kUUIDText, Shown::nowhere},
+    {key::kVolumeIdentifier, "identifier", nullptr, kText, Shown::nowhere},
+    {kCodexKey, nullptr, "CODEX", kText, Shown::verbosely, 45},
 };
 
 std::string flagsCell(const Dictionary& drive, std::string_view) {
@@ -267,10 +267,12 @@ std::vector<std::string> columnNames() {
 Table tableOf(const DriveTable& what, const std::vector<Dictionary>& drives) {
   const auto facts = columnsOf(what);
   std::vector<Table::Column> columns;
+  columns.reserve(facts.size());
   for (const DriveFact* fact : facts) columns.push_back({fact->label, fact->print.align, fact->worth});
   Table table(std::move(columns));
   for (const Dictionary& drive : drives) {
     std::vector<std::string> cells;
+    cells.reserve(facts.size());
     for (const DriveFact* fact : facts)
       cells.push_back(fact->print.text(drive, fact->key, what.showsExactBytes));
     table.addRow(std::move(cells));

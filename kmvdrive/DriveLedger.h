@@ -14,7 +14,17 @@
 namespace kmv::tool {
 
 /// The last three are answers to commands that this process gave.
-enum class DriveEvent { present, added, removed, changed, ejectionRejected, renameSucceeded, renameFailed };
+enum class DriveEvent {
+  present,
+  added,
+  removed,
+  changed,
+  diskAdded,    ///< a disk that is not mounted
+  diskRemoved,  ///< the same, or it was mounted
+  ejectionRejected,
+  renameSucceeded,
+  renameFailed
+};
 
 /// Tracks the drives that the registry announces and tells what to show of it: what is there at the start as
 /// present, later ones as added, no drive both, and every removal and change only of a drive that was shown.

@@ -39,6 +39,10 @@ EventLook lookOf(DriveEvent event) {
       return {"removed", Style::Look::bad};
     case DriveEvent::changed:
       return {"changed", Style::Look::notice};
+    case DriveEvent::diskAdded:
+      return {"diskAdded", Style::Look::good};
+    case DriveEvent::diskRemoved:
+      return {"diskRemoved", Style::Look::bad};
     case DriveEvent::ejectionRejected:
       return {"ejectionRejected", Style::Look::bad};
     case DriveEvent::renameSucceeded:
@@ -143,7 +147,9 @@ std::string eventAsJSON(DriveEvent event, EventTime time, const Dictionary& driv
 
 std::string eventAsText(DriveEvent event, EventTime time, const Dictionary& drive, const Style& style) {
   const DriveSummary summary = summaryOf(drive);
-  std::string line = beginningOf(lookOf(event), time, style) + visibleText(summary.mountPoint);
+  const bool isUnmounted = event == DriveEvent::diskAdded || event == DriveEvent::diskRemoved;
+  std::string line = beginningOf(lookOf(event), time, style) +
+                     visibleText(isUnmounted ? summary.device : summary.mountPoint);
   const URL* oldURL = drive.url(kDiskOldURLKey);
   if (event == DriveEvent::changed && oldURL != nullptr) line += " (was " + visibleText(oldURL->path()) + ")";
   if (!summary.name.empty()) line += "  \"" + visibleText(summary.name) + "\"";

@@ -4,6 +4,7 @@
 #include <KMVDriveLibrary/KMVDriveKeys.h>
 #include <KMVDriveLibrary/NotificationCenter.h>
 #include <KMVDriveLibrary/Queue.h>
+#include <KMVDriveLibrary/UnmountedDiskList.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -59,6 +60,8 @@ class Subscription {
       if (const Value* volume = contents->find("volName")) answer.set(key::kVolumePath, *volume);
       book.answered(DriveEvent::ejectionRejected, answer);
     });
+    observe(kUnmountedDiskAddedNotification, unmounted<DriveEvent::diskAdded>);
+    observe(kUnmountedDiskRemovedNotification, unmounted<DriveEvent::diskRemoved>);
     observe(kDiskArbiterRenameSucceeded, renamed<DriveEvent::renameSucceeded>);
     observe(kDiskArbiterRenameFailed, renamed<DriveEvent::renameFailed>);
   }
@@ -70,6 +73,12 @@ class Subscription {
   template <DriveEvent event>
   static void renamed(DriveLedger& book, const Drive&, const DictionarySnapshot& contents) {
     book.answered(event, *contents);
+  }
+
+  /// Whole disks and unknown partitions, which some platforms report as not mountable, are no volumes.
+  template <DriveEvent event>
+  static void unmounted(DriveLedger& book, const Drive&, const DictionarySnapshot& contents) {
+    if (contents->boolValue(key::kVolumeMountable) != false) book.answered(event, *contents);
   }
 
   void observe(std::string_view name, Tell tell) {

@@ -89,7 +89,7 @@ LoadMeter::Loads LoadMeter::read() {
   for (const auto& [path, counters] : statistics_->physicalDisks) {
     if (counters) now.disks.emplace(path, *counters);
   }
-  const Loads loads = last_ == nullptr ? Loads() : loadsBetween(*last_, now);
+  Loads loads = last_ == nullptr ? Loads() : loadsBetween(*last_, now);
   last_ = std::make_unique<Sample>(std::move(now));
   return loads;
 }

@@ -9,6 +9,7 @@
 #include <string>
 #include <utility>
 
+#include "arbiter/Announcing.h"
 #include "arbiter/Descriptions.h"
 #include "arbiter/WriterLock.h"
 #include "platform/Platform.h"
@@ -31,12 +32,6 @@ bool isRemovable(const Dictionary& description) {
   if (const auto ejectable = description.boolValue(kmv::key::kMediaEjectable))
     removable = removable || *ejectable;
   return removable;
-}
-
-void announceOnMainQueue(std::string_view name, kmv::NotificationObject object) {
-  kmv::mainQueue().async([notification = kmv::Notification{std::string(name), std::move(object), nullptr}] {
-    kmv::NotificationCenter::defaultCenter().post(notification);
-  });
 }
 
 std::optional<URL> volumePath(const Dictionary& contents) {
@@ -106,7 +101,7 @@ KMVDiskArbiter::Drive KMVDiskArbiter::addDiskWithRepresentationToTheList(
     if (listener != nullptr) listener->addInformationAboutDiskDictionary(drive);
   }
   if (isSilent(*description)) return nullptr;
-  announceOnMainQueue(kDiskArbiterNewDiskDetectedNotification, drive);
+  kmv::announceOnMainQueue(kDiskArbiterNewDiskDetectedNotification, drive);
   return drive;
 }
 
@@ -128,7 +123,7 @@ void KMVDiskArbiter::removeDiskAtURLFromTheList(const URL& url) {
     volumeURLsCurrentlyMounted()->remove(*key);
     present->remove(*key);
   });
-  announceOnMainQueue(kDiskArbiterRemovedDiskDetectedNotification, found->snapshot());
+  kmv::announceOnMainQueue(kDiskArbiterRemovedDiskDetectedNotification, found->snapshot());
 }
 
 void KMVDiskArbiter::removeDiskWithUUIDFromTheList(std::string_view uuid) {

@@ -4,6 +4,8 @@
 
 #include <cmath>
 
+#include "arbiter/Announcing.h"
+
 namespace kmv {
 
 void UnmountedDiskList::append(DictionarySnapshot description) {
@@ -11,7 +13,8 @@ void UnmountedDiskList::append(DictionarySnapshot description) {
   const double time = description->doubleValue(key::kAppearanceTime);
   const MutexLock lock(mutex_);
   if (!std::isnan(time)) byAppearanceTime_.emplace(time, next_);  // NaN equals no time
-  entries_.emplace(next_++, std::move(description));
+  entries_.emplace(next_++, description);
+  announceOnMainQueue(kUnmountedDiskAddedNotification, std::move(description));
 }
 
 DictionarySnapshot UnmountedDiskList::takeFirstWithAppearanceTime(double time) {
@@ -22,6 +25,7 @@ DictionarySnapshot UnmountedDiskList::takeFirstWithAppearanceTime(double time) {
   DictionarySnapshot description = std::move(entry->second);
   entries_.erase(entry);
   byAppearanceTime_.erase(it);
+  announceOnMainQueue(kUnmountedDiskRemovedNotification, description);
   return description;
 }
 

@@ -29,6 +29,8 @@ TEST_F(ToolStory, WatchTellsTheLifeOfAVolumeAndEndsWhenAsked) {
   watch.expect({"removed second"});
   unmount(space().path("early"));
   watch.expect({"removed early"});
+  EXPECT_TRUE(watch.disks().contains("diskRemoved " + card().name())) << "mounted";
+  EXPECT_TRUE(watch.disks().contains("diskAdded " + card().name())) << "unmounted";
   watch.stop();
 }
 
@@ -119,7 +121,9 @@ class OwnOutput {
     char line[8192];
     while (std::fgets(line, sizeof line, lines_) != nullptr) {
       json event = json::parse(line);
-      if (event.at("event") != "activity") return event;  // what others do to their drives
+      const bool isOthers =
+          event.at("event") == "activity" || event.at("event").get<std::string>().starts_with("disk");
+      if (!isOthers) return event;
     }
     return {};
   }

@@ -85,7 +85,7 @@ class KMV_EXPORT MainQueue : public SerialQueue {
   virtual int fileDescriptor() = 0;
 
   /// How many tasks wait for the main thread.
-  /// Nothing drops them: where nobody runs the queue, every arrival and every removal by URL adds one that
+  /// Nothing drops them: where nobody runs the queue, every arrival, every removal by URL and every change of the unmounted list adds one that
   /// keeps its drive's dictionary, about 2.3 kB.
   /// A number that keeps growing tells a host that it does not run its main queue.
   /// Thread: any.

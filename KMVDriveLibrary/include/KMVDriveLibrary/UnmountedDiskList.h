@@ -9,10 +9,16 @@
 #include <cstdint>
 #include <map>
 #include <set>
+#include <string_view>
 #include <utility>
 #include <vector>
 
 namespace kmv {
+
+/// Posted on the main queue after a list of unmounted disks has gained or lost one, with its description as the object.
+/// A disk that is mounted is lost here, and announced as a new drive.
+inline constexpr std::string_view kUnmountedDiskAddedNotification = "kmvUnmountedDiskAdded";
+inline constexpr std::string_view kUnmountedDiskRemovedNotification = "kmvUnmountedDiskRemoved";
 
 /// Descriptions of disks that could be mounted but are not.
 /// Enumeration order: order of insertion.

@@ -29,6 +29,10 @@ class Watch {
     while (const auto line = process_.readLine()) {
       json event = json::parse(*line);
       if (event.at("event") == "activity") continue;  // what others do to their drives
+      if (!event.at("drive").contains("path")) {      // a disk that is not mounted
+        disks_.insert(event.at("event").get<std::string>() + " " + event.at("drive").value("bsdName", ""));
+        continue;
+      }
       if (event.at("drive").at("path").get<std::string>().starts_with(folder_ + "/")) return event;
     }
     return nullptr;
@@ -52,6 +56,8 @@ class Watch {
     if (event.at("event") == "activity") activity_.update(event.at("drives"));
     return activity_;
   }
+  /// "diskAdded loop0", of what was read so far; others' too.
+  const std::set<std::string>& disks() const { return disks_; }
   Process& process() { return process_; }
   /// Asks it to end, and reads what it still says.
   void stop() {
@@ -64,6 +70,7 @@ class Watch {
   std::string folder_;
   Process process_;
   json activity_ = json::object();
+  std::set<std::string> disks_;
   double lastTime_ = 1e9;
 };
 

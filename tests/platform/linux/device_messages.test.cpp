@@ -45,15 +45,15 @@ TEST(SysfsFacts, AreAttributesOfTheDeviceOrItsDiskAndAbsentWhenTheyCannotBeRead)
   test::FakeMachine machine;
   machine.device("sda", "8:0", {{"vendor", "Acme "}, {"depth", "31"}, {"ro", "0"}, {"serial", ""}});
   machine.device("sda/sda1", "8:1", {{"ro", "1"}, {"depth", "x"}, {"hot", "1"}, {"cold", "2"}});
-  constexpr Fact kTable[] = {{"ro", Fact::Of::device, "ro", Fact::Kind::boolean},
-                             {"disk.ro", Fact::Of::wholeDisk, "ro", Fact::Kind::boolean},
-                             {"cold", Fact::Of::device, "cold", Fact::Kind::boolean},
-                             {"vendor", Fact::Of::wholeDisk, "vendor", Fact::Kind::text},
-                             {"serial", Fact::Of::wholeDisk, "serial", Fact::Kind::text},
-                             {"depth", Fact::Of::device, "depth", Fact::Kind::integer},
-                             {"disk.depth", Fact::Of::wholeDisk, "depth", Fact::Kind::integer},
-                             {"hot", Fact::Of::device, "hot", Fact::Kind::flag},
-                             {"disk.hot", Fact::Of::wholeDisk, "hot", Fact::Kind::flag}};
+  constexpr Fact kTable[] = {{"ro", "ro", Fact::Of::device, Fact::Kind::boolean},
+                             {"disk.ro", "ro", Fact::Of::wholeDisk, Fact::Kind::boolean},
+                             {"cold", "cold", Fact::Of::device, Fact::Kind::boolean},
+                             {"vendor", "vendor", Fact::Of::wholeDisk, Fact::Kind::text},
+                             {"serial", "serial", Fact::Of::wholeDisk, Fact::Kind::text},
+                             {"depth", "depth", Fact::Of::device, Fact::Kind::integer},
+                             {"disk.depth", "depth", Fact::Of::wholeDisk, Fact::Kind::integer},
+                             {"hot", "hot", Fact::Of::device, Fact::Kind::flag},
+                             {"disk.hot", "hot", Fact::Of::wholeDisk, Fact::Kind::flag}};
   const std::string disk = machine.options().sysRoot + "/devices/sda";
   EXPECT_EQ(readSysfsFacts(kTable, disk + "/sda1", disk), (Dictionary{{"ro", true},
                                                                       {"disk.ro", false},

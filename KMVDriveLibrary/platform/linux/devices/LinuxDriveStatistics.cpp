@@ -111,6 +111,7 @@ std::vector<LinuxDriveStatistics::Plan> LinuxDriveStatistics::physicalDisksBelow
     }
   }
   std::vector<Plan> plans;
+  plans.reserve(names.size());
   for (const std::string& name : names) plans.push_back({name, {name}});
   return plans;
 }

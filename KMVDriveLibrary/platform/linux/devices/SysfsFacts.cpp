@@ -15,18 +15,18 @@ using Of = SysfsFact::Of;
 using Kind = SysfsFact::Kind;
 
 constexpr SysfsFact kFacts[] = {
-    {key::kMediaRemovable, Of::wholeDisk, "removable", Kind::flag},
-    {key::kMediaWritable, Of::device, "ro", Kind::denial},
-    {key::kMediaBlockSize, Of::wholeDisk, "queue/logical_block_size", Kind::integer},
+    {key::kMediaRemovable, "removable", Of::wholeDisk, Kind::flag},
+    {key::kMediaWritable, "ro", Of::device, Kind::denial},
+    {key::kMediaBlockSize, "queue/logical_block_size", Of::wholeDisk, Kind::integer},
 };
 
 constexpr SysfsFact kLastingFacts[] = {
-    {key::kDeviceRotational, Of::wholeDisk, "queue/rotational", Kind::boolean},
-    {key::kDeviceVendor, Of::wholeDisk, "device/vendor", Kind::text},
-    {key::kDeviceRevision, Of::wholeDisk, "device/rev", Kind::text},
-    {key::kDeviceRevision, Of::wholeDisk, "device/firmware_rev", Kind::text},
-    {key::kDeviceSerial, Of::wholeDisk, "serial", Kind::text},
-    {key::kDeviceSerial, Of::wholeDisk, "device/serial", Kind::text},
+    {key::kDeviceRotational, "queue/rotational", Of::wholeDisk, Kind::boolean},
+    {key::kDeviceVendor, "device/vendor", Of::wholeDisk, Kind::text},
+    {key::kDeviceRevision, "device/rev", Of::wholeDisk, Kind::text},
+    {key::kDeviceRevision, "device/firmware_rev", Of::wholeDisk, Kind::text},
+    {key::kDeviceSerial, "serial", Of::wholeDisk, Kind::text},
+    {key::kDeviceSerial, "device/serial", Of::wholeDisk, Kind::text},
 };
 
 std::optional<Value> valueOf(const std::string& text, Kind kind) {

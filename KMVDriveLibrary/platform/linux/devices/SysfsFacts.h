@@ -20,8 +20,8 @@ struct SysfsFact {
     flag,     ///< true for "1", else false: a key that every description has
   };
   const char* key;             ///< of DescriptionKeys.h
-  Of of;                       ///< whose folder has the attribute; a partition's own has few
   std::string_view attribute;  ///< below that folder
+  Of of;                       ///< whose folder has the attribute; a partition's own has few
   Kind kind;
 };
 
