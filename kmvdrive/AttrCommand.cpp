@@ -73,7 +73,7 @@ ExitCode listAttributes(CommandContext& context, const AttrOptions& options) {
   const std::string path = absolutePath(options);
   const AttributeNames all = attributeNames(path);
   if (all.error != AttributeError::none) return failed(all.error, options);
-  JSON document = {{"schema", 1}, {"attributes", JSON::object()}};
+  JSON document = {{"attributes", JSON::object()}};
   std::string text;
   for (const std::string& name : all.names) {
     const AttributeValue value = attributeValue(path, name);

@@ -112,7 +112,7 @@ JSON jsonOfMountEvents(const MountEvents& events) {
 }
 
 std::string listingAsJSON(const Listing& listing, const ListOptions& options) {
-  JSON document = {{"schema", 1}, {"drives", JSON::array()}, {"unmounted", JSON::array()}};
+  JSON document = {{"drives", JSON::array()}, {"unmounted", JSON::array()}};
   for (const Dictionary& drive : listing.drives) {
     JSON described = jsonOfDrive(drive);
     if (const CodexStatus* codex = listing.codexVolume(drive)) described["codex"] = jsonOfCodexVolume(*codex);

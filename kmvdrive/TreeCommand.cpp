@@ -165,7 +165,7 @@ JSON jsonOfParts(const std::vector<StoragePart>& parts) {
 }
 
 JSON jsonOfStorage(const std::vector<StorageDisk>& disks) {
-  JSON document = {{"schema", 1}, {"disks", JSON::array()}};
+  JSON document = {{"disks", JSON::array()}};
   for (const StorageDisk& disk : disks) {
     JSON object = {{"unit", jsonOf(disk.unit)}, {"name", disk.name}};
     if (!disk.model.empty()) object["model"] = disk.model;

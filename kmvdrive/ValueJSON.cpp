@@ -93,7 +93,12 @@ JSON jsonOf(const Value& value) {
 
 std::string jsonLine(const JSON& document) {
   constexpr int kOneLine = -1;
-  return document.dump(kOneLine, ' ', /*ensure_ascii=*/true, JSON::error_handler_t::replace) + "\n";
+  JSON line = document;
+  if (line.is_object()) {
+    line = {{"schema", kSchema}};
+    line.update(document);
+  }
+  return line.dump(kOneLine, ' ', /*ensure_ascii=*/true, JSON::error_handler_t::replace) + "\n";
 }
 
 }  // namespace kmv::tool

@@ -19,7 +19,10 @@ JSON jsonOf(const Value& value);
 /// The number as an integer of 64 bits, with a sign or above the signed range; 0 for what is no number.
 JSON jsonOfInteger(const Value& number);
 
-/// `document` on one line, ended by a line feed. Always valid JSON and plain ASCII, so that no name can drive
+/// The version of everything that the program prints as JSON: docs/json.md says what may change without a new one.
+inline constexpr int kSchema = 1;
+
+/// `document`, an object with "schema" as its first member, on one line, ended by a line feed. Always valid JSON and plain ASCII, so that no name can drive
 /// a terminal: other characters are escaped, and bytes that are not valid UTF-8 become U+FFFD ("url" still
 /// has them, percent-encoded).
 std::string jsonLine(const JSON& document);

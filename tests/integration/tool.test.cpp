@@ -159,7 +159,7 @@ TEST_F(ToolStory, AWatchShowsTheAnswersToCommandsOfItsProcess) {
   host.join();
   for (json& answer : answers) EXPECT_TRUE(answer["time"].is_number() && answer.erase("time"));
   const auto answer = [&](json facts) {
-    facts.update({{"path", point}, {"url", root.absoluteString()}});
+    facts.update({{"path", point}, {"url", root.absoluteString()}, {"schema", 1}});
     return facts;
   };
   const json busy = {{"event", "ejectionRejected"}, {"status", dissent::kBusy}, {"pid", getpid()}};

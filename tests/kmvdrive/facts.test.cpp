@@ -62,12 +62,12 @@ TEST(DriveFacts, JSONHasNamesForKnownFactsAndLeavesAbsentOnesOut) {
   EXPECT_EQ(full["description"].size(), fullDrive().size());
   full.erase("description");
   EXPECT_EQ(jsonLine(full),
-            R"({"url":"file:///media/new%0A/","path":"/media/new\n","name":"new","kind":"exfat",)"
+            R"({"schema":1,"url":"file:///media/new%0A/","path":"/media/new\n","name":"new","kind":"exfat",)"
             R"("uuid":"an identity","bsdName":"sda1","removable":true,"mountedBeforeStart":false,)"
             R"("network":true,"appeared":12.5,"size":18446744073709551615})"
             "\n");
   EXPECT_EQ(jsonLine(jsonOfDrive({{"DAVolumeKind", "ext4"}, {"DAVolumePath", "no URL"}})),
-            R"({"kind":"ext4","description":{"DAVolumeKind":"ext4","DAVolumePath":"no URL"}})"
+            R"({"schema":1,"kind":"ext4","description":{"DAVolumeKind":"ext4","DAVolumePath":"no URL"}})"
             "\n");
 }
 
@@ -119,12 +119,12 @@ TEST(EventText, AnEventIsOneLine) {
   EXPECT_EQ(shown(DriveEvent::removed, card, true), "  \x1b[31mremoved\x1b[0m  /card  vfat\n");
   EXPECT_EQ(
       eventAsJSON(DriveEvent::removed, kTime, {{"DAVolumeKind", "vfat"}}),
-      R"({"event":"removed","time":1700000000.125,"drive":{"kind":"vfat","description":{"DAVolumeKind":"vfat"}}})"
+      R"({"schema":1,"event":"removed","time":1700000000.125,"drive":{"kind":"vfat","description":{"DAVolumeKind":"vfat"}}})"
       "\n");
   const CodexStatus codex{"/card", true, 1500};
   EXPECT_EQ(codexAsText(kTime, codex, Style(false)).substr(8), "  codex    /card  built, 1.5 kB\n");
   EXPECT_EQ(codexAsJSON(kTime, codex),
-            R"({"event":"codex","time":1700000000.125,"path":"/card","state":"built","size":1500})"
+            R"({"schema":1,"event":"codex","time":1700000000.125,"path":"/card","state":"built","size":1500})"
             "\n");
 }
 
@@ -135,7 +135,7 @@ TEST(EventText, ARefusalIsASentenceWithItsNumbers) {
             "  ejectionRejected  /card  something on it is in use (status 0xF8DA0002, process 4711)\n");
   EXPECT_EQ(
       eventAsJSON(DriveEvent::ejectionRejected, kTime, refusal),
-      R"({"event":"ejectionRejected","time":1700000000.125,"url":"file:///card/","path":"/card","status":-119930878,"pid":4711})"
+      R"({"schema":1,"event":"ejectionRejected","time":1700000000.125,"url":"file:///card/","path":"/card","status":-119930878,"pid":4711})"
       "\n");
   const std::pair<int, const char*> others[] = {
       {12, "the system refused without a reason that is known here (status 12)"},
